@@ -1,0 +1,86 @@
+#include "datecalc.h"
+
+#include <cmath>
+
+// Julian day number of a Gregorian date (integer arithmetic truncating
+// toward zero, as every date routine here).
+int DayNumber(int month, int day, int year)
+{
+    int a = (14 - month) / 12;
+    int y = year + 4800 - a;
+    int m = month + 12 * a - 3;
+    return day + (153 * m + 2) / 5 + 365 * y + y / 4 - y / 100 + y / 400 - 32045;
+}
+
+int DayOfYear(int month, int day, int year)
+{
+    return DayNumber(month, day, year) - DayNumber(1, 1, year);
+}
+
+// 0 = Sunday ... 6 = Saturday. The remainder is taken in double precision
+// and truncated, so a negative sum (years before the era) keeps its sign
+// the same way the month view always has.
+int DayOfWeek(int month, int day, int year)
+{
+    int a = (14 - month) / 12;
+    int y = year - a;
+    int m = month + 12 * a - 2;
+    int sum = day + y + y / 4 - y / 100 + y / 400 + (31 * m) / 12;
+    return (int)std::fmod((double)sum, 7.0);
+}
+
+// February's length follows the four-year rule alone: 1900 has a 29
+// February in the month grid. Users of old dates rely on the grid looking
+// the way it always did.
+int IsLeapYear4(int year)
+{
+    return year % 4 == 0 ? 1 : 0;
+}
+
+int LeapGregorian(int x)
+{
+    return (x % 4 == 0 && (x % 100 != 0 || x % 400 == 0)) ? 1 : 0;
+}
+
+// Week of the year. The year-turn checks test year + 299 and year + 300
+// rather than the year itself: those agree with the real years on the
+// divisibility by 4 and 100 but not by 400, so 2000 counts as a common year
+// here. The week numbers the grid has always shown depend on it.
+int WeekNumber(int month, int day, int year, int mondayFirst)
+{
+    int k = mondayFirst - DayOfWeek(month, day, year);
+    int n = DayOfYear(month, day, year) + k + (k < 1 ? 10 : 3);
+    int w = n / 7;
+    int r = n % 7;
+    if (w == 0) {
+        int p = LeapGregorian(year + 299);
+        w = (p + r < 6) ? 52 : 53;
+    } else if (w == 53) {
+        int t = LeapGregorian(year + 300);
+        if (r > t)
+            w = 1;
+    }
+    return w;
+}
+
+int MonthLength(int month, int year)
+{
+    static const int lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (month < 1 || month > 12)
+        return 30;
+    if (month == 2 && IsLeapYear4(year))
+        return 29;
+    return lengths[month - 1];
+}
+
+// Slot s is the half hour s/2 : 00 or 30, except that the first two slots
+// read as 24:00 and 24:30: a date-time record with hour 24 converts to the
+// next midnight, and only the fraction of the day is used afterwards.
+void TimeSlotToHourMinute(int slot, int *hour, int *minute)
+{
+    int h = slot / 2;
+    if (h == 0)
+        h = 24;
+    *hour = h;
+    *minute = (slot % 2) ? 30 : 0;
+}

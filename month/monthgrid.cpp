@@ -1,0 +1,188 @@
+#include "monthgrid.h"
+#include "shell/appstate.h"
+#include "shell/render.h"
+#include "calendar/dates.h"
+
+#include <cstdio>
+
+static const COLORREF kYearLabel = 0x844100;
+static const COLORREF kTitle = 0x6B9663;
+static const COLORREF kBorder = 0xB5BEC6;
+static const COLORREF kHeaderFill = 0xB0C5D9;
+static const COLORREF kNeighbourDate = 0x808080;
+static const COLORREF kWeekNumber = 0x0000FF;
+
+void DrawCellRect(HDC dc, int left, int top, int right, int bottom, COLORREF border, COLORREF fill)
+{
+    HPEN pen = CreatePen(PS_SOLID, 1, border);
+    HBRUSH brush = CreateSolidBrush(fill);
+    HGDIOBJ oldPen = SelectObject(dc, pen);
+    HGDIOBJ oldBrush = SelectObject(dc, brush);
+    Rectangle(dc, left, top, right, bottom);
+    SelectObject(dc, oldBrush);
+    SelectObject(dc, oldPen);
+    DeleteObject(brush);
+    DeleteObject(pen);
+}
+
+static void DrawTextIn(HDC dc, const WCHAR *text, int left, int top, int right, int bottom, UINT format)
+{
+    RECT rc = {left, top, right, bottom};
+    DrawTextW(dc, text, -1, &rc, format | DT_SINGLELINE | DT_NOPREFIX);
+}
+
+// Draws with a fresh view font and deletes it at once.
+static void DrawInFont(HDC dc, int height, int bold, COLORREF colour, const WCHAR *text, int left, int top,
+                       int right, int bottom, UINT format)
+{
+    HFONT font = CreateViewFont(height, 0, bold);
+    HGDIOBJ old = SelectObject(dc, font);
+    SetTextColor(dc, colour);
+    DrawTextIn(dc, text, left, top, right, bottom, format);
+    SelectObject(dc, old);
+    DeleteObject(font);
+}
+
+static bool IsToday(int month, int day, int year, const SYSTEMTIME &now)
+{
+    return day == now.wDay && month == now.wMonth && year == now.wYear;
+}
+
+static void DrawHeaders(HDC dc, int year, int month)
+{
+    WCHAR text[64];
+    swprintf(text, 64, L"%d", year - 1);
+    DrawInFont(dc, 12, 0, kYearLabel, text, 4, 26, 30, 36, DT_CENTER | DT_VCENTER);
+    swprintf(text, 64, L"%d", year + 1);
+    DrawInFont(dc, 12, 0, kYearLabel, text, 207, 26, 233, 36, DT_CENTER | DT_VCENTER);
+    int m = (month >= 1 && month <= 12) ? month : 1;
+    swprintf(text, 64, L"%ls %d", g_app.monthNames[m - 1], year);
+    DrawInFont(dc, 14, 1, kTitle, text, 61, 23, 171, 38, DT_CENTER);
+
+    HFONT font = CreateViewFont(12, 0, 0);
+    HGDIOBJ old = SelectObject(dc, font);
+    SetTextColor(dc, 0x000000);
+    for (int c = 0; c < GRID_COLS; c++) {
+        int x = GRID_LEFT + GRID_PITCH * c;
+        DrawCellRect(dc, x, 41, x + 35, 41 + 17, kBorder, kHeaderFill);
+        WCHAR name[20];
+        WeekdayHeader(c, name, 1);
+        DrawTextIn(dc, name, x, 41, x + 35, 58, DT_CENTER);
+    }
+    SelectObject(dc, old);
+    DeleteObject(font);
+}
+
+static void DrawWeekNumber(HDC dc, int rowTop, int month, int day, int year, int mondayFirst)
+{
+    WCHAR text[8];
+    swprintf(text, 8, L"%d", WeekNumber(month, day, year, mondayFirst));
+    DrawInFont(dc, 11, 0, kWeekNumber, text, 2, rowTop, 17, rowTop + 15, DT_LEFT);
+}
+
+int DrawMonthGrid(HDC dc, int month, int, int year)
+{
+    const AppSettings &s = g_app.settings;
+    if (month < 1 || month > 12)
+        return 0;
+    int prevMonth = month == 1 ? 12 : month - 1;
+    int prevYear = month == 1 ? year - 1 : year;
+    int nextMonth = month == 12 ? 1 : month + 1;
+    int nextYear = month == 12 ? year + 1 : year;
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+
+    HGDIOBJ entryFont = GetCurrentObject(dc, OBJ_FONT);
+    SetBkMode(dc, TRANSPARENT);
+    DrawHeaders(dc, year, month);
+
+    HFONT dateFont = CreateViewFont(12, 0, 1);
+    SelectObject(dc, dateFont);
+    int mondayFirst = LocaleMondayFirst();
+    int s1 = WeekdayColumn(month, 1, year);
+    int length = MonthLength(month, year);
+    int prevLength = MonthLength(prevMonth, prevYear);
+    int nextDay = 1;
+
+    for (int r = 0; r < GRID_ROWS; r++) {
+        int y = GRID_TOP + GRID_PITCH * r;
+        bool weekDrawn = false;
+        for (int c = 0; c < GRID_COLS; c++) {
+            int x = GRID_LEFT + GRID_PITCH * c;
+            int index = r * GRID_COLS + c;
+            COLORREF fill = s.month1color;
+            bool drawCell = true;
+            if (s.calendarcolorstyle == 0)
+                fill = (r % 2) ? s.month2color : s.month1color;
+            else if (s.calendarcolorstyle == 1) {
+                bool weekend = mondayFirst ? (c == 5 || c == 6) : (c == 0 || c == 6);
+                fill = weekend ? s.month2color : s.month1color;
+            } else
+                drawCell = false;
+            if (drawCell)
+                DrawCellRect(dc, x, y, x + GRID_CELL, y + GRID_CELL, kBorder, fill);
+
+            WCHAR text[8];
+            int dm, dd, dy;
+            bool inMonth = false;
+            if (index < s1) {
+                dm = prevMonth, dd = prevLength - s1 + c + 1, dy = prevYear;
+            } else if (index - s1 < length) {
+                dm = month, dd = index - s1 + 1, dy = year;
+                inMonth = true;
+            } else {
+                dm = nextMonth, dd = nextDay++, dy = nextYear;
+            }
+            bool shown = inMonth || s.showdays == 1;
+            if (shown && IsToday(dm, dd, dy, now))
+                DrawCellRect(dc, x, y, x + GRID_CELL, y + GRID_CELL, kBorder, s.todaycolor);
+            if (shown) {
+                swprintf(text, 8, L"%d", dd);
+                SetTextColor(dc, inMonth ? s.datecolor : kNeighbourDate);
+                DrawTextIn(dc, text, x, y, x + 33, y + 35, DT_RIGHT | DT_TOP);
+            }
+            bool weekCell = inMonth || (s.showdays == 1 && index - s1 >= length && c == 0);
+            if (s.showweeknumber == 1 && !weekDrawn && weekCell) {
+                DrawWeekNumber(dc, y, dm, dd, dy, mondayFirst);
+                SelectObject(dc, dateFont);
+                weekDrawn = true;
+            }
+        }
+    }
+
+    SelectObject(dc, entryFont);
+    DeleteObject(dateFont);
+
+    // A tap or a new request during this pass: do not show it.
+    if (g_app.renderState == RENDER_REQUESTED)
+        return 0;
+    return 1;
+}
+
+BOOL MonthHitTest(int x, int y)
+{
+    if (x < GRID_LEFT || y < GRID_TOP)
+        return FALSE;
+    int c = (x - GRID_LEFT) / GRID_PITCH;
+    int r = (y - GRID_TOP) / GRID_PITCH;
+    if (c >= GRID_COLS || r >= GRID_ROWS)
+        return FALSE;
+    int month = g_app.viewMonth, year = g_app.viewYear;
+    int s1 = WeekdayColumn(month, 1, year);
+    int length = MonthLength(month, year);
+    int index = r * GRID_COLS + c;
+    DWORD date;
+    if (index >= s1 && index - s1 < length)
+        date = (DWORD)(index - s1 + 1);
+    else if (g_app.settings.showdays == 1) {
+        int prevMonth = month == 1 ? 12 : month - 1;
+        int prevYear = month == 1 ? year - 1 : year;
+        date = index < s1 ? (DWORD)(100 + MonthLength(prevMonth, prevYear) - s1 + c + 1)
+                          : (DWORD)(100 + index - s1 - length + 1);
+    } else
+        return FALSE;
+    g_app.tapCellX = GRID_LEFT + GRID_PITCH * c;
+    g_app.tapCellY = GRID_TOP + GRID_PITCH * r;
+    g_app.selectedDate = date;
+    return TRUE;
+}

@@ -1,0 +1,36 @@
+// Resource and command ids shared by the .rc and the code. The numbers are
+// the ones the program has always used; other programs and the settings
+// refer to some of them.
+#pragma once
+
+// Menu bar.
+#define IDM_MENUBAR         103   // menu-bar resource: MENU + RCDATA
+#define IDB_MENUBAR         129   // its two button images (16 x 16 each)
+#define IDB_MENUBAR_IMAGES  2
+#define IDI_IMAGE_MONTH     0     // shown in the year view: back to the month
+#define IDI_IMAGE_YEAR      1     // shown in the month view: to the year
+
+// Commands of the main window.
+#define IDM_NEW             40001
+#define IDM_OPTIONS         40004 // the menu bar's "Options" popup button
+#define IDM_EXIT            40008
+#define IDM_SETTINGS        40011
+#define IDM_TOGGLEYEAR      40026
+#define IDM_SEPARATOR       1007  // the separator before the toggle button
+
+// Bitmaps.
+#define IDB_BACKGROUND      105   // 240 x 20, behind the month strip
+#define IDB_DAYHEADER       106   // 232 x 18, the day view's header strip
+#define IDB_ALARM           107   // 8 x 8 alarm marker of the day list
+#define IDB_ICONS           117   // 351 x 9: the 39 built-in category icons
+#define IDB_YEARNEXT        127   // 6 x 11 year view arrows
+#define IDB_YEARPREV        128
+#define IDB_BADGE           130   // 5 x 5 year view badge
+#define IDB_RECURRING       131   // 9 x 8 recurring marker of the day list
+
+// Dialogs.
+#define IDD_DAYVIEW         106
+#define IDD_DAYPOPUP        124
+
+// Controls of the main window.
+#define IDC_YEARTIP         223

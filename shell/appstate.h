@@ -1,0 +1,89 @@
+// The one record of the program's runtime state. Every window, dialog and
+// the rendering thread read and write its fields directly; each group of
+// fields names the code that owns it.
+#pragma once
+
+#include <windows.h>
+
+struct IPOutlookApp;
+struct IFolder;
+struct CategoryProps;
+
+enum { VIEW_MONTH = 0, VIEW_DAY = 1, VIEW_YEAR = 2 };
+enum { RENDER_REQUESTED = 100, RENDER_DRAWING = 101, RENDER_SHOWN = 102 };
+
+const int ICON_SLOTS = 48;
+const int ICON_LABEL_LEN = 15;
+const int BUILTIN_ICONS = 39;
+
+// Display settings, each named by its registry value.
+struct AppSettings {
+    DWORD cleartype, showdays, colorexpired, showindicator, showfree;
+    DWORD showholiday, showlocation, wrapsubject, showweeknumber, coloryearview;
+    DWORD timeA, timeB, timeC, timeD;
+    DWORD rowcolorindex, calendarcolorstyle;
+    COLORREF textcolor, locationcolor, row1color, row2color, month1color;
+    COLORREF month2color, todaycolor, alldaycolor, datecolor;
+    DWORD alarmflag;
+    DWORD displayIcon[ICON_SLOTS];
+    WCHAR displayIconString[ICON_SLOTS][ICON_LABEL_LEN];
+    SYSTEMTIME defaultStartTime, defaultEndTime;
+    double bandA, bandB, bandC, bandD; // timeA..timeD as fractions of a day
+};
+
+struct AppState {
+    // Main window and start-up (shell/mainwnd.cpp, shell/main.cpp).
+    HINSTANCE hInstance;
+    HWND hwndMain;
+    HWND hwndMenuBar;
+    int clientWidth, clientHeight;
+    int viewMode;
+    int viewYear, viewMonth, viewDay;
+    int savedViewYear, savedViewMonth;
+    HWND yearTipLabel;
+    WCHAR monthNames[12][20];
+    SYSTEMTIME todayStamp;
+    int storeOpen;
+    CategoryProps *categoryProps;
+    int categoryCount;
+    HCURSOR waitOldCursor;
+
+    // Rendering thread and back buffer (shell/render.cpp).
+    CRITICAL_SECTION renderLock;
+    HANDLE hRenderEvent;
+    volatile LONG renderState;
+    HDC backDC;
+    HBITMAP backBitmap;
+    HBITMAP backOldBitmap;
+    volatile LONG renderPasses;   // passes begun, for the diagnostics
+    volatile LONG renderFailures; // passes whose drawing asked not to be shown
+
+    // Stylus, keys and timers (shell/input.cpp).
+    int tapX, tapY;
+    int tapCellX, tapCellY;
+    DWORD selectedDate;
+    int tapAnimStep;
+    int keyReady;
+
+    // Store connection (store/).
+    IPOutlookApp *outlookApp;
+    IFolder *calendarFolder;
+    int storeLoggedOn;
+
+    // Settings and what the settings load brings with it (settings/).
+    AppSettings settings;
+    HBITMAP bmpBackground;  // month strip background
+    HBITMAP bmpAlarm;       // day list markers
+    HBITMAP bmpRecurring;
+    HBITMAP bmpIcons;       // built-in category icons
+    HBITMAP bmpYearPrev;    // year view arrows and badge
+    HBITMAP bmpYearNext;
+    HBITMAP bmpBadge;
+    HBITMAP userIconsBitmap;
+    int userIconsPresent;
+    int iconCount;
+    int todayYear, todayMonth, todayDay;
+    int shownYear, shownMonth, shownDay;
+};
+
+extern AppState g_app;

@@ -1,0 +1,163 @@
+#include "input.h"
+#include "shell.h"
+#include "render.h"
+#include "appstate.h"
+#include "month/monthgrid.h"
+
+#include <oleauto.h>
+
+static void Navigate()
+{
+    WaitCursorOn();
+    RequestRedraw();
+    WaitCursorOff();
+}
+
+// A tap during a pass abandons it, so the pass never shows the old month.
+static void StopRunningPass()
+{
+    if (g_app.renderState == RENDER_DRAWING)
+        g_app.renderState = RENDER_REQUESTED;
+}
+
+static void MonthTapDown(HWND, int x, int y)
+{
+    StopRunningPass();
+    if (y >= 1 && y < 18) {
+        // The month strip: both cell bounds are strict, so a tap on a
+        // boundary selects nothing but still redraws.
+        for (int i = 0; i < 12; i++)
+            if (20 * i < x && x < 20 * i + 20)
+                g_app.viewMonth = i + 1;
+        Navigate();
+        return;
+    }
+    if (y >= 27 && y <= 35) {
+        if (x >= 5 && x < 30) {
+            g_app.viewYear--;
+            Navigate();
+            return;
+        }
+        if (x >= 208 && x < 237) {
+            g_app.viewYear++;
+            Navigate();
+            return;
+        }
+        if (x >= 31 && x < 207) {
+            SYSTEMTIME now;
+            GetLocalTime(&now);
+            g_app.viewYear = now.wYear;
+            g_app.viewMonth = now.wMonth;
+            g_app.viewDay = now.wDay;
+            Navigate();
+            return;
+        }
+    }
+    if (!MonthHitTest(x, y))
+        return;
+    g_app.tapX = x;
+    g_app.tapY = y;
+}
+
+LRESULT OnTapDown(HWND hwnd, UINT, WPARAM, LPARAM lp)
+{
+    int x = (short)LOWORD(lp), y = (short)HIWORD(lp);
+    if (g_app.viewMode == VIEW_MONTH)
+        MonthTapDown(hwnd, x, y);
+    else if (g_app.viewMode == VIEW_YEAR) {
+        StopRunningPass();
+        if (x >= 201 && x < 215 && y < 15) {
+            g_app.viewYear--;
+            Navigate();
+        } else if (x >= 221 && x < 235 && y <= 14) {
+            g_app.viewYear++;
+            Navigate();
+        }
+    }
+    return 0;
+}
+
+LRESULT OnTapUp(HWND hwnd, UINT, WPARAM, LPARAM)
+{
+    KillTimer(hwnd, TIMER_HOLD);
+    return 0;
+}
+
+LRESULT OnStylusMove(HWND, UINT, WPARAM, LPARAM)
+{
+    return 0;
+}
+
+// In the month view a held arrow key steps exactly one month (the key-up
+// re-arms it); in the year view auto-repeat keeps stepping years.
+LRESULT OnKeyDown(HWND, UINT, WPARAM wp, LPARAM)
+{
+    int step;
+    switch (wp) {
+    case VK_LEFT:
+    case VK_UP:
+        step = -1;
+        break;
+    case VK_RIGHT:
+    case VK_DOWN:
+        step = 1;
+        break;
+    default:
+        return 0;
+    }
+    if (g_app.keyReady != 1)
+        return 0;
+    if (g_app.viewMode == VIEW_MONTH) {
+        g_app.viewMonth += step;
+        if (g_app.viewMonth < 1) {
+            g_app.viewMonth = 12;
+            g_app.viewYear--;
+        } else if (g_app.viewMonth > 12) {
+            g_app.viewMonth = 1;
+            g_app.viewYear++;
+        }
+        RequestRedraw();
+        g_app.keyReady = 0;
+    } else if (g_app.viewMode == VIEW_YEAR) {
+        g_app.viewYear += step;
+        RequestRedraw();
+    }
+    return 0;
+}
+
+static double WholeDay(const SYSTEMTIME &st)
+{
+    double d = 0;
+    SystemTimeToVariantTime(const_cast<SYSTEMTIME *>(&st), &d);
+    return (double)(long long)d;
+}
+
+LRESULT MinuteTick(HWND hwnd, const SYSTEMTIME &now)
+{
+    if (WholeDay(now) != WholeDay(g_app.todayStamp)) {
+        g_app.todayStamp = now;
+        if (g_app.viewMode == VIEW_MONTH) {
+            RequestRedraw();
+            InvalidateRect(hwnd, nullptr, FALSE);
+        }
+    }
+    return 1;
+}
+
+LRESULT OnTimer(HWND hwnd, UINT, WPARAM wp, LPARAM)
+{
+    switch (wp) {
+    case TIMER_MINUTE: {
+        SYSTEMTIME now;
+        GetLocalTime(&now);
+        return MinuteTick(hwnd, now);
+    }
+    case TIMER_HOLD:
+        KillTimer(hwnd, TIMER_HOLD);
+        return 1;
+    case TIMER_FORMPOKE:
+        KillTimer(hwnd, TIMER_FORMPOKE);
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,97 @@
+// Start-up and the message loop of the program.
+#include "shell.h"
+#include "render.h"
+#include "appstate.h"
+#include "platform/aygshell.h"
+#include "calendar/dates.h"
+#include "settings/settings.h"
+
+BOOL RegisterMainClass(HINSTANCE inst)
+{
+    WNDCLASSW wc = {};
+    wc.style = 0;
+    wc.lpfnWndProc = MainWndProc;
+    wc.hInstance = inst;
+    wc.hbrBackground = (HBRUSH)GetStockObject(WHITE_BRUSH);
+    wc.lpszClassName = kMainClass;
+    return RegisterClassW(&wc) != 0;
+}
+
+// The handheld created the window at its default size, which is the
+// application area; a desktop default would be any size, so the desktop
+// asks for the window whose client area is that area (240 x 294, the menu
+// bar in its bottom 24 pixels).
+static void AppAreaWindowSize(int *w, int *h)
+{
+    RECT rc = {0, 0, 240, 294};
+    AdjustWindowRectEx(&rc, WS_VISIBLE | WS_OVERLAPPED, FALSE, 0);
+    *w = rc.right - rc.left;
+    *h = rc.bottom - rc.top;
+}
+
+BOOL AppStartup(HINSTANCE inst, int showCmd)
+{
+    g_app.hInstance = inst;
+
+    HWND other = FindWindowW(kMainClass, kMainClass);
+    if (other) {
+        // The handheld passes the handle with its low bit set to bring the
+        // owned windows along; the desktop does that by raising the last
+        // active popup of the running copy.
+        if (IsIconic(other))
+            ShowWindow(other, SW_RESTORE);
+        SetForegroundWindow(GetLastActivePopup(other));
+        return FALSE;
+    }
+
+    int w, h;
+    AppAreaWindowSize(&w, &h);
+    HWND hwnd = CreateWindowExW(0, kMainClass, kMainClass, WS_VISIBLE, CW_USEDEFAULT, CW_USEDEFAULT, w, h,
+                                nullptr, nullptr, inst, nullptr);
+    if (!IsWindow(hwnd))
+        return FALSE;
+
+    WaitCursorOn();
+    g_app.hwndMain = hwnd;
+
+    // The handheld's menu bar is a window below the main window, which is
+    // shrunk to make room; on the desktop the bar lies inside the client
+    // area's bottom 24 pixels, so the window keeps its size. The drawing
+    // surface is 24 pixels shorter either way, bar or no bar.
+    RECT rc;
+    GetClientRect(hwnd, &rc);
+    g_app.clientWidth = rc.right - rc.left;
+    g_app.clientHeight = rc.bottom - rc.top - 24;
+
+    CreateBackBuffer(g_app.clientWidth, g_app.clientHeight);
+    CreateSettingsKey();
+    LoadSettings();
+    ShowWindow(hwnd, showCmd);
+    UpdateWindow(hwnd);
+    LoadMonthNames(g_app.monthNames);
+    GetLocalTime(&g_app.todayStamp);
+    RequestRedraw();
+    g_app.keyReady = 1;
+    WaitCursorOff();
+    SetTimer(hwnd, TIMER_MINUTE, 60000, nullptr);
+    return TRUE;
+}
+
+int RunMessageLoop()
+{
+    MSG msg;
+    while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
+        TranslateMessage(&msg);
+        DispatchMessageW(&msg);
+    }
+    return (int)msg.wParam;
+}
+
+int LanternfieldsMain(HINSTANCE inst, int showCmd)
+{
+    if (!RegisterMainClass(inst))
+        return EXIT_NO_CLASS;
+    if (!AppStartup(inst, showCmd))
+        return EXIT_NO_START;
+    return RunMessageLoop();
+}
