@@ -1,0 +1,352 @@
+// Lanternfields iCalendar engine (portable C++17, no platform headers).
+//
+// What the calendar server uses:
+//
+//   lfical::Store store;
+//   std::vector<lfical::Problem> problems;
+//   bool ok = store.load(path, &problems);   // a .ics file or a vdir directory
+//       // false: the store could not be read (missing, not iCalendar, truncated);
+//       // problems carry file and line. Components that parsed are still there.
+//   for (lfical::EventId id : store.events()) ...     // live (not deleted) events
+//   lfical::EventInfo e = store.info(id);             // decoded fields of one VEVENT
+//   lfical::Zone local = lfical::Zone::fromWindows(tzi);    // or fromIana / fromTzif
+//   auto occ = store.query(local, from, to, lfical::Range::HalfOpen, &report);
+//       // every occurrence overlapping [from, to) (local civil seconds, see
+//       // civilSeconds()), sorted by start; series are expanded, EXDATEs and
+//       // overrides applied, zoned/UTC times converted to `local`,
+//       // floating and all-day values kept as written.
+//   store.edit(id, edit);  store.add(edit);  store.remove(id);
+//   store.addExdate(seriesId, occurrenceStart);  store.removeOverride(overrideId);
+//   store.save(&problems);   // atomic per file; merges by UID when the file
+//                            // changed on disk since it was read
+//
+// Times are "civil seconds": seconds since 1970-01-01T00:00:00 of a wall clock,
+// with no zone attached; Time says which clock (DATE, floating, UTC, or a
+// zone from the store's zone table). Event ids stay valid for the life of the
+// Store (deleted ids are marked, never reused); oidForUid() gives the server
+// a 32-bit identifier that is the same for a UID in every run.
+//
+// Bytes: every top-level component keeps the bytes it was read with until it
+// is changed; writing an unchanged store reproduces the file exactly, and a
+// changed event only rewrites that event (and within it, only the changed
+// properties plus DTSTAMP, LAST-MODIFIED and SEQUENCE).
+//
+// Nothing here is internally synchronised: the server serialises calls.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace lfical {
+
+// ---------------------------------------------------------------- civil time
+constexpr int64_t kDay = 86400;
+int64_t floorDiv(int64_t a, int64_t b);
+int64_t daysFromCivil(int64_t y, int m, int d);
+void civilFromDays(int64_t days, int& y, int& m, int& d);
+int64_t civilSeconds(int y, int mo, int d, int h = 0, int mi = 0, int s = 0);
+// 0 = Monday ... 6 = Sunday
+int weekdayOfDay(int64_t day);
+int daysInMonth(int y, int m);
+bool isLeap(int64_t y);
+// "YYYYMMDD" when dateOnly, else "YYYYMMDDTHHMMSS"
+std::string formatCivil(int64_t civil, bool dateOnly);
+// Parses "YYYYMMDD" or "YYYYMMDDTHHMMSS"; no zone suffix.
+bool parseCivil(std::string_view s, int64_t& civil, bool& dateOnly);
+
+// ---------------------------------------------------------------- values
+enum class TimeKind : uint8_t { Date, Floating, Utc, Zoned };
+struct Time {
+    int64_t civil = 0;              // wall clock of the kind's clock
+    TimeKind kind = TimeKind::Floating;
+    int32_t zone = -1;              // Store zone index when Zoned
+    bool isDate() const { return kind == TimeKind::Date; }
+};
+
+// Days are nominal (a day in a zone may be 23 or 25 hours), seconds exact.
+struct Duration {
+    int64_t days = 0;
+    int64_t seconds = 0;
+};
+
+bool parseDuration(std::string_view s, Duration& out);
+std::string formatDuration(const Duration& d);
+bool parseUtcOffset(std::string_view s, int32_t& seconds);
+std::string unescapeText(std::string_view s);
+std::string escapeText(std::string_view s);
+// A TEXT list value: split at unescaped commas, each item unescaped.
+std::vector<std::string> splitTextList(std::string_view s);
+
+enum class Freq : uint8_t { Secondly, Minutely, Hourly, Daily, Weekly, Monthly, Yearly };
+struct ByDay {
+    int16_t ord = 0;  // 0: every such weekday in the period
+    int8_t wd = 0;    // 0 = Monday
+};
+struct Recur {
+    Freq freq = Freq::Daily;
+    int32_t interval = 1;
+    int64_t count = 0;  // 0: no COUNT
+    bool hasUntil = false;
+    bool untilIsDate = false;
+    bool untilIsUtc = false;
+    int64_t until = 0;  // civil; UTC clock when untilIsUtc
+    std::vector<int8_t> bySecond, byMinute, byHour, byMonth;
+    std::vector<int16_t> byMonthDay, byYearDay, byWeekNo;
+    std::vector<int32_t> bySetPos;
+    std::vector<ByDay> byDay;
+    int wkst = 0;
+};
+bool parseRecur(std::string_view s, Recur& out, std::string& error);
+
+// Instances of one RRULE in the series' own wall clock, ascending. DTSTART is
+// not added here (the caller adds it: it is always the first instance).
+// Every call does bounded work: `budget` counts days examined, and a rule
+// that never matches or a window past year 9999 ends the iteration.
+class RecurIter {
+public:
+    RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t untilCivil);
+    // Jump to the period holding `civil` (only meaningful without COUNT).
+    void seek(int64_t civil);
+    // Next instance; false when the rule ended, the budget ran out, or the
+    // next period starts after `stopAfter`.
+    bool next(int64_t& out, int64_t stopAfter = INT64_MAX);
+    bool cut() const { return cut_; }
+    int64_t budget = 4000000;
+
+private:
+    bool fill();
+    bool dayMatches(int64_t day, int y, int m, int d) const;
+    int64_t periodStartCivil(int64_t p) const;
+    const Recur& r_;
+    int64_t dtstart_, until_;
+    bool dateOnly_;
+    int y0_, m0_, d0_;
+    int64_t day0_, week0_, t0_, unit_ = 0;
+    std::vector<int16_t> monthDays_;
+    std::vector<ByDay> byDay_;
+    std::vector<int8_t> months_;
+    bool ordByMonth_ = false;
+    std::vector<int32_t> times_;
+    std::vector<int64_t> days_;
+    std::vector<int32_t> ptimes_;
+    std::vector<int64_t> sel_;
+    bool useSel_ = false;
+    size_t idx_ = 0, n_ = 0;
+    int64_t period_ = 0;
+    bool done_ = false, cut_ = false, loaded_ = false;
+};
+
+// ---------------------------------------------------------------- zones
+struct Transition {
+    int64_t utc;
+    int32_t offset;  // seconds east of UTC from this instant on
+    bool dst;
+};
+
+// One SYSTEMTIME-like rule as Windows' TIME_ZONE_INFORMATION gives it:
+// month 1-12 (0: no daylight time), dayOfWeek 0 = Sunday, day = week 1-5
+// (5 = last) when year is 0, else an absolute date in that year.
+struct WindowsRuleTime {
+    int year = 0, month = 0, dayOfWeek = 0, day = 0, hour = 0, minute = 0, second = 0;
+};
+struct WindowsZoneInfo {
+    int32_t bias = 0;          // minutes, UTC = local + bias
+    int32_t standardBias = 0;  // minutes added to bias in standard time
+    int32_t daylightBias = 0;  // minutes added to bias in daylight time
+    WindowsRuleTime standardDate, daylightDate;
+    std::string name;
+};
+
+class Zone {
+public:
+    std::string name;
+    int32_t initialOffset = 0;
+    std::vector<Transition> transitions;  // ascending by utc
+    std::string vtimezone;                // the VTIMEZONE text this came from, if any
+
+    static Zone utc();
+    static Zone fixed(int32_t offsetSeconds, std::string name);
+    static Zone fromWindows(const WindowsZoneInfo& info);
+    static bool fromTzif(std::string_view bytes, std::string name, Zone& out, std::string& error);
+    // POSIX TZ rule such as "CET-1CEST,M3.5.0,M10.5.0/3"
+    static bool fromPosix(std::string_view rule, std::string name, Zone& out, std::string& error);
+    // An IANA name read from zoneinfo (dir, else $TZDIR, else the system's).
+    static bool fromIana(const std::string& ianaName, Zone& out, std::string& error,
+                         const std::string& dir = std::string());
+
+    int32_t offsetAtUtc(int64_t utc) const;
+    int64_t fromUtc(int64_t utc) const { return utc + offsetAtUtc(utc); }
+    // Wall clock to UTC: a time in a gap uses the offset before the gap (so
+    // it reads as the gap's length later), a time in an overlap the first.
+    int64_t toUtc(int64_t local) const;
+    // Sorts transitions and prepares lookups; call after filling by hand.
+    void finish();
+
+private:
+    std::vector<int64_t> localKeys_;
+};
+
+// ---------------------------------------------------------------- content
+struct Problem {
+    std::string file;
+    int line = 0;
+    std::string message;
+};
+
+struct Property {
+    std::string name;    // upper case
+    std::string params;  // as written, starting with ';' (or empty)
+    std::string value;   // as written (still escaped), unfolded
+    std::string raw;     // original bytes with folding and line end; empty once changed
+    int line = 0;
+    // First value of a parameter, quotes removed; empty if absent.
+    std::string param(std::string_view name) const;
+    bool hasParam(std::string_view name) const;
+    void setParam(std::string_view name, std::string_view value);  // empty value removes
+};
+
+struct Component {
+    std::string name;  // upper case
+    int line = 0;
+    std::vector<Property> props;
+    std::vector<Component> subs;
+    std::vector<size_t> subAt;  // subs[i] is written after props[0..subAt[i])
+    std::string beginRaw, endRaw;
+    const Property* find(std::string_view name) const;
+    Property* find(std::string_view name);
+    std::vector<const Property*> findAll(std::string_view name) const;
+    void remove(std::string_view name);
+    Property& set(std::string_view name, std::string_view value);  // replaces first, else appends
+};
+
+// Parses one component (BEGIN..END) from text; problems get line numbers
+// counted from firstLine. Returns false when no component was found.
+bool parseComponent(std::string_view text, Component& out, std::vector<Problem>* problems,
+                    int firstLine = 1, const std::string& file = std::string());
+// Untouched properties and sub-components keep their raw bytes.
+std::string writeComponent(const Component& c);
+// One content line folded at 75 octets (never inside a UTF-8 sequence), CRLF.
+std::string foldLine(std::string_view unfolded);
+
+// ---------------------------------------------------------------- events
+using EventId = uint32_t;
+constexpr EventId kNoEvent = 0xffffffffu;
+
+enum class Busy : uint8_t { Free, Tentative, Busy, OutOfOffice };
+enum class EndKind : uint8_t { None, DtEnd, Duration };
+
+struct EventInfo {
+    std::string uid, summary, location, description, cls;  // cls: CLASS value as written
+    std::vector<std::string> categories;
+    Time start, end;        // end: DTEND, or start + DURATION, or RFC 5545's default
+    EndKind endKind = EndKind::None;
+    Duration duration;      // when endKind is Duration
+    bool allDay = false;    // start is a DATE
+    Busy busy = Busy::Busy; // X-MICROSOFT-CDO-BUSYSTATUS, else TRANSP
+    bool transparent = false;
+    bool hasAlarm = false;
+    int alarmMinutes = -1;  // first VALARM's relative trigger before start, -1 if none/absolute
+    std::string rrule;      // as written
+    std::vector<Time> rdates, exdates;
+    bool hasRecurrenceId = false;
+    bool thisAndFuture = false;
+    Time recurrenceId;
+    int64_t sequence = 0;
+    std::string dtstamp, lastModified;
+    bool recurring = false;  // RRULE or RDATE
+};
+
+// Fields to set; unset optionals stay as they are.
+struct EventEdit {
+    std::optional<std::string> summary, location, description, cls;
+    std::optional<std::vector<std::string>> categories;
+    std::optional<Time> start, end;   // end is written as DTEND (DURATION is removed)
+    std::optional<Busy> busy;
+    std::optional<int> alarmMinutes;  // < 0 removes every VALARM
+    std::optional<std::string> rrule; // empty removes RRULE
+};
+
+struct Occurrence {
+    EventId event = kNoEvent;   // the component whose fields apply (an override, or the series)
+    EventId series = kNoEvent;  // the series' master; equal to event for a single event
+    int64_t start = 0, end = 0; // civil seconds in the query's zone (floating/all-day as written)
+    bool allDay = false;
+    bool floating = false;
+    bool recurring = false;
+    Time recurrenceId;          // the instance's original start, in the series' clock
+};
+
+enum class Range {
+    HalfOpen,   // start < to && (end > from || start == end >= from)
+    Closed,     // start <= to && end >= from
+    WholeDays,  // every occurrence touching a day from day(from) to day(to), inclusive
+};
+
+struct QueryReport {
+    std::vector<std::string> cut;  // UIDs whose expansion stopped at a bound
+    size_t instancesExamined = 0;
+};
+
+uint32_t oidForUid(std::string_view uid);
+std::string newUid();
+
+struct StoreImpl;
+class Store {
+public:
+    Store();
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    // A .ics file or a directory of .ics files. False when it could not be
+    // read; the store then keeps what it could and refuses to save the
+    // unreadable file.
+    bool load(const std::string& path, std::vector<Problem>* problems);
+    // Calendar text held in memory (tests, fuzzing); `name` labels problems.
+    bool loadText(std::string text, const std::string& name, std::vector<Problem>* problems);
+    // An empty single-file store at path (written on first save).
+    void create(const std::string& path);
+
+    std::vector<EventId> events() const;
+    size_t eventCount() const;
+    bool valid(EventId id) const;
+    EventInfo info(EventId id) const;
+    std::string uid(EventId id) const;
+    std::string bytes(EventId id) const;  // the component's text as it would be written
+    EventId findUid(std::string_view uid) const;  // the series master or single event
+    std::vector<EventId> overridesOf(EventId series) const;
+
+    int zoneIndex(std::string_view tzid) const;  // -1 when unknown
+    const Zone& zone(int index) const;
+
+    std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range,
+                                  QueryReport* report = nullptr) const;
+
+    // Changes: each returns false (and leaves the store as it was) when the
+    // id is not a live event or the edit makes no sense.
+    EventId add(const EventEdit& fields);
+    bool edit(EventId id, const EventEdit& fields);
+    bool remove(EventId id);  // a series master takes its overrides with it
+    bool addExdate(EventId series, const Time& occurrenceStart);
+    bool removeOverride(EventId overrideId);
+
+    bool dirty() const;
+    // The current text of each file of the store (path, bytes).
+    std::vector<std::pair<std::string, std::string>> texts() const;
+    // Writes changed files atomically. When a file changed on disk since it
+    // was read, the other program's version is kept for every UID it changed
+    // and ours for the rest; a UID both changed is reported in `conflicts`
+    // and keeps the disk version there (ours stays in memory until reload).
+    bool save(std::vector<Problem>* problems, std::vector<std::string>* conflicts = nullptr);
+
+private:
+    std::unique_ptr<StoreImpl> d_;
+};
+
+}  // namespace lfical

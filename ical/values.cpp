@@ -1,0 +1,425 @@
+// Calendar arithmetic and the scalar value types of iCalendar content.
+#include "ical.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace lfical {
+
+int64_t floorDiv(int64_t a, int64_t b)
+{
+    int64_t q = a / b;
+    if ((a % b != 0) && ((a < 0) != (b < 0)))
+        --q;
+    return q;
+}
+
+// Proleptic Gregorian day count (Howard Hinnant's algorithm); 0 = 1970-01-01.
+int64_t daysFromCivil(int64_t y, int m, int d)
+{
+    y -= m <= 2;
+    const int64_t era = floorDiv(y, 400);
+    const int64_t yoe = y - era * 400;
+    const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
+void civilFromDays(int64_t z, int& y, int& m, int& d)
+{
+    z += 719468;
+    const int64_t era = floorDiv(z, 146097);
+    const int64_t doe = z - era * 146097;
+    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const int64_t mp = (5 * doy + 2) / 153;
+    d = int(doy - (153 * mp + 2) / 5 + 1);
+    m = int(mp < 10 ? mp + 3 : mp - 9);
+    y = int(yoe + era * 400 + (m <= 2));
+}
+
+int64_t civilSeconds(int y, int mo, int d, int h, int mi, int s)
+{
+    return daysFromCivil(y, mo, d) * kDay + h * 3600 + mi * 60 + s;
+}
+
+int weekdayOfDay(int64_t day)
+{
+    return int(floorDiv(day + 3, 7) * -7 + day + 3);  // 1970-01-01 was a Thursday
+}
+
+bool isLeap(int64_t y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+
+int daysInMonth(int y, int m)
+{
+    static const int len[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return m == 2 && isLeap(y) ? 29 : len[(m - 1) % 12];
+}
+
+std::string formatCivil(int64_t civil, bool dateOnly)
+{
+    int y, m, d;
+    int64_t day = floorDiv(civil, kDay);
+    int64_t sod = civil - day * kDay;
+    civilFromDays(day, y, m, d);
+    char buf[40];
+    if (dateOnly)
+        snprintf(buf, sizeof buf, "%04d%02d%02d", y, m, d);
+    else
+        snprintf(buf, sizeof buf, "%04d%02d%02dT%02d%02d%02d", y, m, d, int(sod / 3600),
+                 int(sod / 60 % 60), int(sod % 60));
+    return buf;
+}
+
+static bool digits(std::string_view s, size_t at, size_t n, int& out)
+{
+    if (at + n > s.size())
+        return false;
+    int v = 0;
+    for (size_t i = at; i < at + n; ++i) {
+        if (s[i] < '0' || s[i] > '9')
+            return false;
+        v = v * 10 + (s[i] - '0');
+    }
+    out = v;
+    return true;
+}
+
+bool parseCivil(std::string_view s, int64_t& civil, bool& dateOnly)
+{
+    int y, mo, d, h = 0, mi = 0, sec = 0;
+    if (!digits(s, 0, 4, y) || !digits(s, 4, 2, mo) || !digits(s, 6, 2, d))
+        return false;
+    if (mo < 1 || mo > 12 || d < 1 || d > daysInMonth(y, mo))
+        return false;
+    if (s.size() == 8) {
+        dateOnly = true;
+    } else {
+        if (s.size() != 15 || (s[8] != 'T' && s[8] != 't') || !digits(s, 9, 2, h) ||
+            !digits(s, 11, 2, mi) || !digits(s, 13, 2, sec))
+            return false;
+        // A leap second (60) is accepted and read as the next minute's start.
+        if (h > 23 || mi > 59 || sec > 60)
+            return false;
+        dateOnly = false;
+    }
+    civil = civilSeconds(y, mo, d, h, mi, sec);
+    return true;
+}
+
+bool parseDuration(std::string_view s, Duration& out)
+{
+    size_t i = 0;
+    bool neg = false;
+    if (i < s.size() && (s[i] == '+' || s[i] == '-'))
+        neg = s[i++] == '-';
+    if (i >= s.size() || (s[i] != 'P' && s[i] != 'p'))
+        return false;
+    ++i;
+    Duration d;
+    bool inTime = false, any = false;
+    while (i < s.size()) {
+        char c = s[i];
+        if (c == 'T' || c == 't') {
+            if (inTime)
+                return false;
+            inTime = true;
+            ++i;
+            continue;
+        }
+        int64_t v = 0;
+        size_t st = i;
+        while (i < s.size() && s[i] >= '0' && s[i] <= '9') {
+            v = v * 10 + (s[i] - '0');
+            if (v > 1000000000)
+                return false;
+            ++i;
+        }
+        if (i == st || i >= s.size())
+            return false;
+        char u = char(s[i++] & ~0x20);
+        if (!inTime && u == 'W')
+            d.days += 7 * v;
+        else if (!inTime && u == 'D')
+            d.days += v;
+        else if (inTime && u == 'H')
+            d.seconds += 3600 * v;
+        else if (inTime && u == 'M')
+            d.seconds += 60 * v;
+        else if (inTime && u == 'S')
+            d.seconds += v;
+        else
+            return false;
+        any = true;
+    }
+    if (!any)
+        return false;
+    if (neg) {
+        d.days = -d.days;
+        d.seconds = -d.seconds;
+    }
+    out = d;
+    return true;
+}
+
+std::string formatDuration(const Duration& d)
+{
+    bool neg = d.days < 0 || d.seconds < 0;
+    int64_t days = neg ? -d.days : d.days, secs = neg ? -d.seconds : d.seconds;
+    std::string s = neg ? "-P" : "P";
+    if (days)
+        s += std::to_string(days) + "D";
+    if (secs || !days) {
+        s += "T";
+        if (secs / 3600)
+            s += std::to_string(secs / 3600) + "H";
+        if (secs / 60 % 60)
+            s += std::to_string(secs / 60 % 60) + "M";
+        if (secs % 60 || secs == 0)
+            s += std::to_string(secs % 60) + "S";
+    }
+    return s;
+}
+
+bool parseUtcOffset(std::string_view s, int32_t& out)
+{
+    if (s.size() != 5 && s.size() != 7)
+        return false;
+    if (s[0] != '+' && s[0] != '-')
+        return false;
+    int h, m, sec = 0;
+    if (!digits(s, 1, 2, h) || !digits(s, 3, 2, m) || (s.size() == 7 && !digits(s, 5, 2, sec)))
+        return false;
+    if (h > 23 || m > 59 || sec > 59)
+        return false;
+    out = (h * 3600 + m * 60 + sec) * (s[0] == '-' ? -1 : 1);
+    return true;
+}
+
+std::string unescapeText(std::string_view s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size(); ++i) {
+        char c = s[i];
+        if (c == '\\' && i + 1 < s.size()) {
+            char n = s[++i];
+            out += (n == 'n' || n == 'N') ? '\n' : n;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string escapeText(std::string_view s)
+{
+    std::string out;
+    out.reserve(s.size() + 8);
+    for (size_t i = 0; i < s.size(); ++i) {
+        char c = s[i];
+        switch (c) {
+        case '\\': out += "\\\\"; break;
+        case ';': out += "\\;"; break;
+        case ',': out += "\\,"; break;
+        case '\n': out += "\\n"; break;
+        case '\r':
+            // CRLF inside text becomes one line break
+            if (i + 1 < s.size() && s[i + 1] == '\n')
+                ++i;
+            out += "\\n";
+            break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
+std::vector<std::string> splitTextList(std::string_view s)
+{
+    std::vector<std::string> out;
+    size_t st = 0;
+    for (size_t i = 0; i <= s.size(); ++i) {
+        if (i < s.size() && s[i] == '\\') {
+            ++i;
+            continue;
+        }
+        if (i == s.size() || s[i] == ',') {
+            std::string item = unescapeText(s.substr(st, i - st));
+            if (!item.empty())
+                out.push_back(std::move(item));
+            st = i + 1;
+        }
+    }
+    return out;
+}
+
+// ---------------------------------------------------------------- RECUR
+
+static bool eqNoCase(std::string_view a, std::string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if ((a[i] & ~0x20) != (b[i] & ~0x20))
+            return false;
+    return true;
+}
+
+static int weekdayCode(std::string_view s)
+{
+    static const char* names[] = {"MO", "TU", "WE", "TH", "FR", "SA", "SU"};
+    for (int i = 0; i < 7; ++i)
+        if (eqNoCase(s, names[i]))
+            return i;
+    return -1;
+}
+
+static bool parseInt(std::string_view s, int64_t& v)
+{
+    size_t i = 0;
+    bool neg = false;
+    if (i < s.size() && (s[i] == '+' || s[i] == '-'))
+        neg = s[i++] == '-';
+    if (i >= s.size())
+        return false;
+    v = 0;
+    for (; i < s.size(); ++i) {
+        if (s[i] < '0' || s[i] > '9')
+            return false;
+        v = v * 10 + (s[i] - '0');
+        if (v > 4000000000LL)
+            return false;
+    }
+    if (neg)
+        v = -v;
+    return true;
+}
+
+template <class T>
+static bool parseIntList(std::string_view s, std::vector<T>& out, int64_t lo, int64_t hi,
+                         bool allowNeg)
+{
+    size_t st = 0;
+    for (size_t i = 0; i <= s.size(); ++i) {
+        if (i == s.size() || s[i] == ',') {
+            int64_t v;
+            if (!parseInt(s.substr(st, i - st), v))
+                return false;
+            if (v == 0 && lo > 0)
+                return false;
+            int64_t a = v < 0 ? -v : v;
+            if ((v < 0 && !allowNeg) || a < lo || a > hi)
+                return false;
+            out.push_back(T(v));
+            st = i + 1;
+        }
+    }
+    return true;
+}
+
+bool parseRecur(std::string_view s, Recur& r, std::string& error)
+{
+    r = Recur();
+    bool haveFreq = false;
+    size_t st = 0;
+    for (size_t i = 0; i <= s.size(); ++i) {
+        if (i != s.size() && s[i] != ';')
+            continue;
+        std::string_view part = s.substr(st, i - st);
+        st = i + 1;
+        if (part.empty())
+            continue;
+        size_t eq = part.find('=');
+        if (eq == std::string_view::npos) {
+            error = "rule part without '=': " + std::string(part);
+            return false;
+        }
+        std::string_view k = part.substr(0, eq), v = part.substr(eq + 1);
+        bool ok = true;
+        if (eqNoCase(k, "FREQ")) {
+            static const char* f[] = {"SECONDLY", "MINUTELY", "HOURLY", "DAILY",
+                                      "WEEKLY",   "MONTHLY",  "YEARLY"};
+            ok = false;
+            for (int j = 0; j < 7; ++j)
+                if (eqNoCase(v, f[j])) {
+                    r.freq = Freq(j);
+                    ok = haveFreq = true;
+                }
+        } else if (eqNoCase(k, "INTERVAL")) {
+            int64_t n;
+            ok = parseInt(v, n) && n >= 1 && n <= 1000000;
+            if (ok)
+                r.interval = int32_t(n);
+        } else if (eqNoCase(k, "COUNT")) {
+            int64_t n;
+            ok = parseInt(v, n) && n >= 1;
+            if (ok)
+                r.count = n;
+        } else if (eqNoCase(k, "UNTIL")) {
+            std::string_view t = v;
+            r.untilIsUtc = !t.empty() && (t.back() == 'Z' || t.back() == 'z');
+            if (r.untilIsUtc)
+                t.remove_suffix(1);
+            ok = parseCivil(t, r.until, r.untilIsDate);
+            r.hasUntil = ok;
+        } else if (eqNoCase(k, "BYSECOND")) {
+            ok = parseIntList(v, r.bySecond, 0, 60, false);
+        } else if (eqNoCase(k, "BYMINUTE")) {
+            ok = parseIntList(v, r.byMinute, 0, 59, false);
+        } else if (eqNoCase(k, "BYHOUR")) {
+            ok = parseIntList(v, r.byHour, 0, 23, false);
+        } else if (eqNoCase(k, "BYMONTH")) {
+            ok = parseIntList(v, r.byMonth, 1, 12, false);
+        } else if (eqNoCase(k, "BYMONTHDAY")) {
+            ok = parseIntList(v, r.byMonthDay, 1, 31, true);
+        } else if (eqNoCase(k, "BYYEARDAY")) {
+            ok = parseIntList(v, r.byYearDay, 1, 366, true);
+        } else if (eqNoCase(k, "BYWEEKNO")) {
+            ok = parseIntList(v, r.byWeekNo, 1, 53, true);
+        } else if (eqNoCase(k, "BYSETPOS")) {
+            ok = parseIntList(v, r.bySetPos, 1, 366 * 86400, true);
+        } else if (eqNoCase(k, "WKST")) {
+            r.wkst = weekdayCode(v);
+            ok = r.wkst >= 0;
+        } else if (eqNoCase(k, "BYDAY")) {
+            size_t bs = 0;
+            for (size_t j = 0; j <= v.size() && ok; ++j) {
+                if (j != v.size() && v[j] != ',')
+                    continue;
+                std::string_view item = v.substr(bs, j - bs);
+                bs = j + 1;
+                if (item.size() < 2) {
+                    ok = false;
+                    break;
+                }
+                ByDay b;
+                b.wd = int8_t(weekdayCode(item.substr(item.size() - 2)));
+                int64_t ord = 0;
+                if (item.size() > 2 && !parseInt(item.substr(0, item.size() - 2), ord))
+                    ok = false;
+                if (ord < -53 || ord > 53 || b.wd < 0 || (item.size() > 2 && ord == 0))
+                    ok = false;
+                b.ord = int16_t(ord);
+                r.byDay.push_back(b);
+            }
+        } else {
+            continue;  // an unknown rule part (X-NAME): ignored, kept in the text
+        }
+        if (!ok) {
+            error = "bad rule part " + std::string(part);
+            return false;
+        }
+    }
+    if (!haveFreq) {
+        error = "rule without FREQ";
+        return false;
+    }
+    if (r.count && r.hasUntil) {
+        error = "rule has both COUNT and UNTIL";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace lfical
