@@ -55,8 +55,8 @@ struct AppState {
     HDC backDC;
     HBITMAP backBitmap;
     HBITMAP backOldBitmap;
-    volatile LONG renderPasses;   // passes begun, for the diagnostics
-    volatile LONG renderFailures; // passes whose drawing asked not to be shown
+    volatile LONG renderPasses;   // passes begun and ended; the tests and
+    volatile LONG renderDone;     // the benchmark wait on these
 
     // Stylus, keys and timers (shell/input.cpp).
     int tapX, tapY;

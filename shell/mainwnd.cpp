@@ -218,8 +218,11 @@ LRESULT ToggleYearView(HWND hwnd)
         SetToggleButtonImage(IDI_IMAGE_YEAR);
     } else {
         g_app.viewMode = VIEW_YEAR;
-        g_app.yearTipLabel = CreateWindowExW(0, L"STATIC", L"", 0x90800001, 0, 0, 20, 20, hwnd,
-                                             (HMENU)(INT_PTR)IDC_YEARTIP, g_app.hInstance, nullptr);
+        // A popup's menu argument is a menu on the desktop, not a child
+        // id, so the label's id is set once it exists.
+        g_app.yearTipLabel = CreateWindowExW(0, L"STATIC", L"", 0x90800001, 0, 0, 20, 20, hwnd, nullptr,
+                                             g_app.hInstance, nullptr);
+        SetWindowLongPtrW(g_app.yearTipLabel, GWLP_ID, IDC_YEARTIP);
         ShowWindow(g_app.yearTipLabel, SW_HIDE);
         g_app.savedViewMonth = g_app.viewMonth;
         g_app.savedViewYear = g_app.viewYear;

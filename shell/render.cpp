@@ -131,8 +131,8 @@ static void DrawYearTitle(HDC dc)
 int RenderPass()
 {
     EnterCriticalSection(&g_app.renderLock);
-    g_app.renderState = RENDER_DRAWING;
     InterlockedIncrement(&g_app.renderPasses);
+    g_app.renderState = RENDER_DRAWING;
     HDC dc = g_app.backDC;
     int result = 0;
     if (dc) {
@@ -142,6 +142,8 @@ int RenderPass()
             result = 1;
         } else {
             DrawBitmapAt(dc, g_app.bmpBackground, 0, 0);
+            // The grey band's brush is freed at once: a brush left over
+            // per pass would run the process out of GDI objects.
             HBRUSH band = CreateSolidBrush(0x5A5A5A);
             RECT bandRect = {0, 262, 240, 268};
             FillRect(dc, &bandRect, band);
@@ -154,9 +156,8 @@ int RenderPass()
     if (result == 1) {
         InvalidateRect(g_app.hwndMain, nullptr, FALSE);
         g_app.renderState = RENDER_SHOWN;
-    } else {
-        InterlockedIncrement(&g_app.renderFailures);
     }
+    InterlockedIncrement(&g_app.renderDone);
     return result;
 }
 

@@ -24,7 +24,9 @@ BOOL RegisterMainClass(HINSTANCE inst)
 static void AppAreaWindowSize(int *w, int *h)
 {
     RECT rc = {0, 0, 240, 294};
-    AdjustWindowRectEx(&rc, WS_VISIBLE | WS_OVERLAPPED, FALSE, 0);
+    // A top-level window always gets a caption, though the style asks for
+    // none.
+    AdjustWindowRectEx(&rc, WS_VISIBLE | WS_CAPTION, FALSE, 0);
     *w = rc.right - rc.left;
     *h = rc.bottom - rc.top;
 }

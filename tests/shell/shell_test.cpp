@@ -1,0 +1,256 @@
+// The main window as the program creates it, driven by messages the way
+// the user and other programs drive it.
+#include "support/apphost.h"
+#include "shell/shell.h"
+#include "shell/render.h"
+#include "shell/appstate.h"
+#include "platform/aygshell.h"
+#include "resource.h"
+
+#include <commctrl.h>
+#include <gtest/gtest.h>
+
+class Shell : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        hwnd = StartProgram();
+        ASSERT_TRUE(hwnd);
+        if (g_app.viewMode == VIEW_YEAR)
+            SendMessageW(hwnd, WM_COMMAND, IDM_TOGGLEYEAR, 0);
+        WaitForPass();
+    }
+    HWND hwnd = nullptr;
+};
+
+TEST_F(Shell, WindowGeometry)
+{
+    RECT rc;
+    GetClientRect(hwnd, &rc);
+    EXPECT_EQ(rc.right, 240);
+    EXPECT_EQ(rc.bottom, 294);
+    EXPECT_EQ(g_app.clientWidth, 240);
+    EXPECT_EQ(g_app.clientHeight, 270) << "the drawing surface leaves the bottom 24 pixels to the menu bar";
+    WCHAR cls[64], title[64];
+    GetClassNameW(hwnd, cls, 64);
+    GetWindowTextW(hwnd, title, 64);
+    EXPECT_STREQ(cls, L"Lanternfields");
+    EXPECT_STREQ(title, L"Lanternfields");
+}
+
+// The table is scanned in order, so its order is part of the behaviour.
+TEST_F(Shell, MessageTableOrder)
+{
+    static const UINT expected[] = {WM_CREATE, WM_PAINT, 0x3FF, WM_ACTIVATE, WM_DESTROY, WM_COMMAND, WM_CLOSE,
+                                    WM_NOTIFY, WM_TIMER, WM_LBUTTONDOWN, WM_LBUTTONUP, WM_MOUSEMOVE, WM_KEYDOWN,
+                                    WM_KEYUP, 0x406, 0x403, 0x401, 0x3FD, WM_CTLCOLORSTATIC};
+    ASSERT_EQ(kMainMessageCount, 19);
+    for (int i = 0; i < 19; i++)
+        EXPECT_EQ(kMainMessages[i].msg, expected[i]) << "entry " << i + 1;
+    EXPECT_EQ(MainCommand(hwnd, 12345, 0, 0), 0) << "an unknown command does nothing";
+}
+
+TEST_F(Shell, MenuBarButtonsAndGreying)
+{
+    HWND bar = g_app.hwndMenuBar;
+    ASSERT_TRUE(IsWindow(bar));
+    RECT rc;
+    GetWindowRect(bar, &rc);
+    MapWindowPoints(HWND_DESKTOP, hwnd, (POINT *)&rc, 2);
+    EXPECT_EQ(rc.top, 270);
+    EXPECT_EQ(rc.bottom, 294);
+
+    static const struct { int id; const wchar_t *text; } buttons[] = {
+        {IDM_NEW, L"New"}, {IDM_OPTIONS, L"Options"}, {IDM_EXIT, L"Exit"}, {IDM_SEPARATOR, nullptr},
+        {IDM_TOGGLEYEAR, nullptr},
+    };
+    ASSERT_EQ(SendMessageW(bar, TB_BUTTONCOUNT, 0, 0), 5);
+    for (int i = 0; i < 5; i++) {
+        TBBUTTON b = {};
+        SendMessageW(bar, TB_GETBUTTON, i, (LPARAM)&b);
+        EXPECT_EQ(b.idCommand, buttons[i].id) << "button " << i;
+        if (buttons[i].text) {
+            WCHAR text[32] = L"";
+            SendMessageW(bar, TB_GETBUTTONTEXTW, b.idCommand, (LPARAM)text);
+            EXPECT_STREQ(text, buttons[i].text);
+        }
+    }
+    HMENU options = MenuBarSubMenu(bar, IDM_OPTIONS);
+    ASSERT_TRUE(options);
+    EXPECT_EQ(GetMenuItemID(options, 0), (UINT)IDM_SETTINGS);
+
+    // The day view greys the three buttons by command id and restores them.
+    for (int id : {IDM_NEW, IDM_OPTIONS, IDM_EXIT}) {
+        TBBUTTONINFOW info = {};
+        info.cbSize = sizeof(info);
+        info.dwMask = TBIF_STATE;
+        info.fsState = TBSTATE_INDETERMINATE;
+        EXPECT_TRUE(SendMessageW(bar, TB_SETBUTTONINFOW, id, (LPARAM)&info));
+        EXPECT_EQ(SendMessageW(bar, TB_GETSTATE, id, 0) & (TBSTATE_ENABLED | TBSTATE_INDETERMINATE),
+                  TBSTATE_INDETERMINATE);
+        info.fsState = TBSTATE_ENABLED;
+        SendMessageW(bar, TB_SETBUTTONINFOW, id, (LPARAM)&info);
+        EXPECT_EQ(SendMessageW(bar, TB_GETSTATE, id, 0) & (TBSTATE_ENABLED | TBSTATE_INDETERMINATE),
+                  TBSTATE_ENABLED);
+    }
+}
+
+// 0x3FF while another window is active takes the bar away; activating the
+// main window brings a new one.
+TEST_F(Shell, MenuBarGoesAndComesWithActivation)
+{
+    SetForegroundWindow(hwnd);
+    SetActiveWindow(hwnd);
+    PumpMessages(50);
+    HWND bar = g_app.hwndMenuBar;
+    SendMessageW(hwnd, 0x3FF, 0, 0);
+    if (GetActiveWindow() == hwnd) {
+        EXPECT_EQ(g_app.hwndMenuBar, bar) << "kept while the main window is active";
+    }
+
+    HWND other = CreateWindowExW(0, L"STATIC", L"other", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 100, 100, nullptr,
+                                 nullptr, nullptr, nullptr);
+    SetForegroundWindow(other);
+    SetActiveWindow(other);
+    PumpMessages(50);
+    ASSERT_NE(GetActiveWindow(), hwnd);
+    SendMessageW(hwnd, 0x3FF, 0, 0);
+    EXPECT_EQ(g_app.hwndMenuBar, (HWND) nullptr);
+    EXPECT_FALSE(IsWindow(bar));
+
+    SendMessageW(hwnd, WM_ACTIVATE, WA_ACTIVE, 0);
+    ASSERT_TRUE(IsWindow(g_app.hwndMenuBar));
+    EXPECT_EQ(SendMessageW(g_app.hwndMenuBar, TB_BUTTONCOUNT, 0, 0), 5);
+    HWND rebuilt = g_app.hwndMenuBar;
+    SendMessageW(hwnd, WM_ACTIVATE, WA_ACTIVE, 0);
+    EXPECT_EQ(g_app.hwndMenuBar, rebuilt) << "a bar that exists is not made twice";
+    DestroyWindow(other);
+    SetForegroundWindow(hwnd);
+    PumpMessages(20);
+}
+
+// All four outside codes refresh: a redraw in the month and year views,
+// nothing drawn while the day view is open (its list is refilled instead).
+TEST_F(Shell, RefreshCodes)
+{
+    static const UINT codes[] = {WM_USER + 6, WM_USER + 3, WM_USER + 1, WM_USER - 3};
+    for (UINT code : codes) {
+        for (int mode : {(int)VIEW_MONTH, (int)VIEW_YEAR, (int)VIEW_DAY, 7}) {
+            g_app.viewMode = mode;
+            WaitForPass();
+            LONG before = g_app.renderPasses;
+            EXPECT_EQ(SendMessageW(hwnd, code, 0, 0), 1) << "code " << code << " mode " << mode;
+            WaitForPass();
+            bool drew = g_app.renderPasses > before;
+            EXPECT_EQ(drew, mode == VIEW_MONTH || mode == VIEW_YEAR) << "code " << code << " mode " << mode;
+        }
+    }
+    g_app.viewMode = VIEW_MONTH;
+}
+
+TEST_F(Shell, ToggleRestoresTheMonth)
+{
+    g_app.viewMonth = 5;
+    g_app.viewYear = 2024;
+    SendMessageW(hwnd, WM_COMMAND, IDM_TOGGLEYEAR, 0);
+    EXPECT_EQ(g_app.viewMode, VIEW_YEAR);
+    ASSERT_TRUE(IsWindow(g_app.yearTipLabel));
+    EXPECT_EQ(GetDlgCtrlID(g_app.yearTipLabel), IDC_YEARTIP);
+    EXPECT_FALSE(IsWindowVisible(g_app.yearTipLabel));
+    TBBUTTONINFOW info = {};
+    info.cbSize = sizeof(info);
+    info.dwMask = TBIF_IMAGE;
+    SendMessageW(g_app.hwndMenuBar, TB_GETBUTTONINFOW, IDM_TOGGLEYEAR, (LPARAM)&info);
+    EXPECT_EQ(info.iImage, IDI_IMAGE_MONTH);
+
+    // The label's colours.
+    HDC dc = GetDC(g_app.yearTipLabel);
+    LRESULT brush = SendMessageW(hwnd, WM_CTLCOLORSTATIC, (WPARAM)dc, (LPARAM)g_app.yearTipLabel);
+    EXPECT_EQ((HGDIOBJ)brush, GetStockObject(WHITE_BRUSH));
+    EXPECT_EQ(GetTextColor(dc), (COLORREF)0x000099);
+    ReleaseDC(g_app.yearTipLabel, dc);
+
+    // Years change in the year view; the month view comes back as it was.
+    g_app.keyReady = 1;
+    SendMessageW(hwnd, WM_KEYDOWN, VK_RIGHT, 0);
+    SendMessageW(hwnd, WM_KEYDOWN, VK_RIGHT, 0);
+    EXPECT_EQ(g_app.viewYear, 2026) << "auto-repeat keeps stepping years";
+    HWND label = g_app.yearTipLabel;
+    SendMessageW(hwnd, WM_COMMAND, IDM_TOGGLEYEAR, 0);
+    EXPECT_EQ(g_app.viewMode, VIEW_MONTH);
+    EXPECT_EQ(g_app.viewMonth, 5);
+    EXPECT_EQ(g_app.viewYear, 2024);
+    EXPECT_FALSE(IsWindow(label));
+    EXPECT_EQ(g_app.yearTipLabel, (HWND) nullptr);
+    SendMessageW(g_app.hwndMenuBar, TB_GETBUTTONINFOW, IDM_TOGGLEYEAR, (LPARAM)&info);
+    EXPECT_EQ(info.iImage, IDI_IMAGE_YEAR);
+}
+
+TEST_F(Shell, ArrowKeysStepOneMonthPerPress)
+{
+    g_app.viewMonth = 12;
+    g_app.viewYear = 2025;
+    g_app.keyReady = 1;
+    SendMessageW(hwnd, WM_KEYDOWN, VK_RIGHT, 0);
+    EXPECT_EQ(g_app.viewMonth, 1);
+    EXPECT_EQ(g_app.viewYear, 2026);
+    SendMessageW(hwnd, WM_KEYDOWN, VK_RIGHT, 0); // auto-repeat, no key-up
+    EXPECT_EQ(g_app.viewMonth, 1) << "a held key steps exactly one month";
+    SendMessageW(hwnd, WM_KEYUP, VK_RIGHT, 0);
+    SendMessageW(hwnd, WM_KEYDOWN, VK_UP, 0);
+    EXPECT_EQ(g_app.viewMonth, 12);
+    EXPECT_EQ(g_app.viewYear, 2025);
+    SendMessageW(hwnd, WM_KEYUP, VK_UP, 0);
+    SendMessageW(hwnd, WM_KEYDOWN, 'A', 0);
+    EXPECT_EQ(g_app.viewMonth, 12) << "other keys are ignored";
+    WaitForPass();
+}
+
+TEST_F(Shell, TapsOnTheStripAndTitle)
+{
+    g_app.viewMonth = 7;
+    g_app.viewYear = 2020;
+    struct { int x, y, month, year; } taps[] = {
+        {30, 10, 2, 2020},   // inside the second cell
+        {20, 10, 2, 2020},   // on a boundary: nothing, but a redraw
+        {239, 5, 12, 2020},  // the last cell
+        {10, 30, 12, 2019},  // previous-year label
+        {220, 30, 12, 2020}, // next-year label
+    };
+    for (auto &t : taps) {
+        WaitForPass();
+        LONG before = g_app.renderPasses;
+        SendMessageW(hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(t.x, t.y));
+        SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(t.x, t.y));
+        WaitForPass();
+        EXPECT_EQ(g_app.viewMonth, t.month) << "tap at " << t.x << "," << t.y;
+        EXPECT_EQ(g_app.viewYear, t.year) << "tap at " << t.x << "," << t.y;
+        EXPECT_GT(g_app.renderPasses, before) << "tap at " << t.x << "," << t.y;
+    }
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    SendMessageW(hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(100, 30));
+    EXPECT_EQ(g_app.viewMonth, now.wMonth);
+    EXPECT_EQ(g_app.viewYear, now.wYear);
+    WaitForPass();
+}
+
+TEST_F(Shell, MinuteTickMovesTodayAtMidnight)
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    g_app.todayStamp = now;
+    WaitForPass();
+    LONG before = g_app.renderPasses;
+    EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, TIMER_MINUTE, 0), 1);
+    WaitForPass();
+    EXPECT_EQ(g_app.renderPasses, before) << "same day: nothing to redraw";
+
+    g_app.todayStamp.wYear = 2001;
+    EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, TIMER_MINUTE, 0), 1);
+    WaitForPass();
+    EXPECT_GT(g_app.renderPasses, before);
+    EXPECT_EQ(g_app.todayStamp.wYear, now.wYear);
+
+    EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, 99, 0), 0) << "unknown timers answer 0";
+}

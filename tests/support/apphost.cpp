@@ -1,0 +1,100 @@
+#include "apphost.h"
+#include "shell/shell.h"
+#include "shell/render.h"
+#include "shell/appstate.h"
+
+#include <vector>
+
+HWND StartProgram()
+{
+    if (g_app.hwndMain && IsWindow(g_app.hwndMain))
+        return g_app.hwndMain;
+    HINSTANCE inst = GetModuleHandleW(nullptr);
+    RegisterMainClass(inst);
+    if (!AppStartup(inst, SW_SHOWNORMAL))
+        return nullptr;
+    WaitForPass();
+    return g_app.hwndMain;
+}
+
+void PumpMessages(DWORD ms)
+{
+    DWORD end = GetTickCount() + ms;
+    do {
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+            TranslateMessage(&msg);
+            DispatchMessageW(&msg);
+        }
+        if (ms)
+            Sleep(1);
+    } while ((LONG)(GetTickCount() - end) < 0);
+}
+
+// Idle means no request is pending and every pass begun has ended; the
+// pass counts are bumped in an order that makes this check race-free.
+bool WaitForPass(DWORD timeoutMs)
+{
+    DWORD start = GetTickCount();
+    while (GetTickCount() - start < timeoutMs) {
+        PumpMessages(0);
+        if (g_app.renderState != RENDER_REQUESTED && g_app.renderDone == g_app.renderPasses)
+            break;
+        Sleep(2);
+    }
+    return g_app.renderState == RENDER_SHOWN;
+}
+
+bool RedrawAndWait()
+{
+    RequestRedraw();
+    return WaitForPass();
+}
+
+// Windows counts a process's GDI objects for us. Wine answers 0 there, so
+// under Wine the handle table is probed: every live GDI object answers
+// GetObjectType for its table index.
+int CountGdiObjects()
+{
+    DWORD n = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS);
+    if (n)
+        return (int)n;
+    int count = 0;
+    for (ULONG_PTR i = 1; i < 0x10000; i++)
+        if (GetObjectType((HGDIOBJ)i))
+            count++;
+    return count;
+}
+
+COLORREF BackPixel(int x, int y)
+{
+    return GetPixel(g_app.backDC, x, y);
+}
+
+bool SaveBackBuffer(const wchar_t *path)
+{
+    int w = g_app.clientWidth, h = g_app.clientHeight;
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = w;
+    bi.bmiHeader.biHeight = h;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 24;
+    int stride = (w * 3 + 3) & ~3;
+    std::vector<BYTE> bits((size_t)stride * h);
+    if (!GetDIBits(g_app.backDC, g_app.backBitmap, 0, h, bits.data(), &bi, DIB_RGB_COLORS))
+        return false;
+    BITMAPFILEHEADER fh = {};
+    fh.bfType = 0x4D42;
+    fh.bfOffBits = sizeof(fh) + sizeof(BITMAPINFOHEADER);
+    fh.bfSize = fh.bfOffBits + (DWORD)bits.size();
+    HANDLE f = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    if (f == INVALID_HANDLE_VALUE)
+        return false;
+    DWORD done;
+    WriteFile(f, &fh, sizeof(fh), &done, nullptr);
+    WriteFile(f, &bi.bmiHeader, sizeof(BITMAPINFOHEADER), &done, nullptr);
+    WriteFile(f, bits.data(), (DWORD)bits.size(), &done, nullptr);
+    CloseHandle(f);
+    return true;
+}

@@ -1,0 +1,19 @@
+// Starts the real program inside a test process: the same window class,
+// start-up, rendering thread and registry as Lanternfields.exe, so tests
+// can send it messages and read the back buffer's pixels.
+#pragma once
+
+#include <windows.h>
+
+// Starts the program once per test process; later calls return at once.
+HWND StartProgram();
+// Pumps messages until the last requested pass has been shown (or failed).
+bool WaitForPass(DWORD timeoutMs = 10000);
+// Requests a pass and waits for it.
+bool RedrawAndWait();
+void PumpMessages(DWORD ms);
+// The process's live GDI objects (see the .cpp for how under Wine).
+int CountGdiObjects();
+COLORREF BackPixel(int x, int y);
+// Writes the back buffer as a 24-bit .bmp, for looking at a failed case.
+bool SaveBackBuffer(const wchar_t *path);
