@@ -1,0 +1,194 @@
+#include "session.h"
+
+#include <shlobj.h>
+
+#include <vector>
+
+namespace poom {
+
+namespace {
+
+const UINT kStoreChangedMessage = WM_USER + 1;
+const DWORD kWatchPeriodMs = 500;
+
+std::string Utf8Path(const std::wstring& w) { return Utf8FromWide(w); }
+
+lfical::Zone MachineZone() {
+    TIME_ZONE_INFORMATION tzi = {};
+    if (GetTimeZoneInformation(&tzi) == TIME_ZONE_ID_INVALID) return lfical::Zone::utc();
+    lfical::WindowsZoneInfo info;
+    info.bias = tzi.Bias;
+    info.standardBias = tzi.StandardBias;
+    info.daylightBias = tzi.DaylightBias;
+    auto rule = [](const SYSTEMTIME& st) {
+        lfical::WindowsRuleTime r;
+        r.year = st.wYear;
+        r.month = st.wMonth;
+        r.dayOfWeek = st.wDayOfWeek;
+        r.day = st.wDay;
+        r.hour = st.wHour;
+        r.minute = st.wMinute;
+        r.second = st.wSecond;
+        return r;
+    };
+    info.standardDate = rule(tzi.StandardDate);
+    info.daylightDate = rule(tzi.DaylightDate);
+    info.name = Utf8FromWide(tzi.StandardName);
+    return lfical::Zone::fromWindows(info);
+}
+
+std::wstring ShortDatePicture() {
+    wchar_t buf[80] = {};
+    if (GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_SSHORTDATE, buf, 80) > 0) return buf;
+    return L"M/d/yyyy";
+}
+
+bool MakeDirectories(const std::wstring& dir) {
+    if (dir.empty()) return false;
+    DWORD a = GetFileAttributesW(dir.c_str());
+    if (a != INVALID_FILE_ATTRIBUTES) return (a & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    size_t slash = dir.find_last_of(L"\\/");
+    if (slash != std::wstring::npos && slash > 2) MakeDirectories(dir.substr(0, slash));
+    return CreateDirectoryW(dir.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
+}  // namespace
+
+std::wstring StorePath() {
+    wchar_t buf[MAX_PATH * 2] = {};
+    DWORD n = GetEnvironmentVariableW(L"LANTERNFIELDS_STORE", buf, MAX_PATH * 2);
+    if (n > 0 && n < MAX_PATH * 2) return buf;
+    wchar_t appdata[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA | CSIDL_FLAG_CREATE, nullptr, 0, appdata))) return L"";
+    return std::wstring(appdata) + L"\\Lanternfields\\calendar.ics";
+}
+
+Session::~Session() { Logoff(); }
+
+HRESULT Session::Logon(HWND hwnd) {
+    std::lock_guard<std::mutex> lock(mu_);
+    if (store_) {
+        hwnd_ = hwnd;
+        return S_OK;
+    }
+    std::wstring path = StorePath();
+    if (path.empty()) return E_FAIL;
+    while (path.size() > 3 && (path.back() == L'\\' || path.back() == L'/')) path.pop_back();
+
+    bool create = false;
+    DWORD attrs = GetFileAttributesW(path.c_str());
+    if (attrs == INVALID_FILE_ATTRIBUTES) {
+        DWORD err = GetLastError();
+        if (err != ERROR_FILE_NOT_FOUND && err != ERROR_PATH_NOT_FOUND) return E_FAIL;
+        // A store that does not exist yet starts empty; its folder is made
+        // now so the first save has somewhere to go.
+        size_t slash = path.find_last_of(L"\\/");
+        if (slash != std::wstring::npos && !MakeDirectories(path.substr(0, slash))) return E_FAIL;
+        create = true;
+    }
+
+    picture_ = DatePicture(ShortDatePicture());
+    auto store = std::make_shared<Store>(MachineZone());
+    std::string error;
+    if (!store->Open(Utf8Path(path), create, error)) {
+        // Nothing is written to a store we could not read.
+        return E_FAIL;
+    }
+    store_ = store;
+    path_ = path;
+    hwnd_ = hwnd;
+    lastSignature_ = Signature();
+    ++generation_;
+    stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (stop_) thread_ = CreateThread(nullptr, 0, &Session::WatchThread, this, 0, nullptr);
+    return S_OK;
+}
+
+void Session::Logoff() {
+    HANDLE thread = nullptr, stop = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        thread = thread_;
+        stop = stop_;
+        thread_ = stop_ = nullptr;
+    }
+    if (thread) {
+        SetEvent(stop);
+        WaitForSingleObject(thread, INFINITE);
+        CloseHandle(thread);
+    }
+    if (stop) CloseHandle(stop);
+    std::lock_guard<std::mutex> lock(mu_);
+    store_.reset();
+    hwnd_ = nullptr;
+    ++generation_;
+}
+
+std::shared_ptr<Store> Session::GetStore() const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return store_;
+}
+
+void Session::NoteOwnChange() {
+    std::lock_guard<std::mutex> lock(mu_);
+    lastSignature_ = Signature();
+    ++generation_;
+}
+
+std::wstring Session::Signature() const {
+    // What changes when another program writes the store: the file's time
+    // and size, or for a directory store every .ics file's name, time and size.
+    std::wstring sig;
+    WIN32_FILE_ATTRIBUTE_DATA fad;
+    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &fad)) return L"missing";
+    auto add = [&sig](const wchar_t* name, const FILETIME& t, DWORD hi, DWORD lo) {
+        wchar_t buf[96];
+        swprintf(buf, 96, L"|%08lx%08lx:%08lx%08lx", t.dwHighDateTime, t.dwLowDateTime, hi, lo);
+        sig += name;
+        sig += buf;
+    };
+    if (!(fad.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        add(L"", fad.ftLastWriteTime, fad.nFileSizeHigh, fad.nFileSizeLow);
+        return sig;
+    }
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW((path_ + L"\\*.ics").c_str(), &fd);
+    if (h == INVALID_HANDLE_VALUE) return L"empty";
+    do {
+        add(fd.cFileName, fd.ftLastWriteTime, fd.nFileSizeHigh, fd.nFileSizeLow);
+    } while (FindNextFileW(h, &fd));
+    FindClose(h);
+    return sig;
+}
+
+DWORD WINAPI Session::WatchThread(void* self) {
+    static_cast<Session*>(self)->Watch();
+    return 0;
+}
+
+void Session::Watch() {
+    HANDLE stop = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        stop = stop_;
+    }
+    while (WaitForSingleObject(stop, kWatchPeriodMs) == WAIT_TIMEOUT) {
+        HWND notify = nullptr;
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            if (!store_) continue;
+            std::wstring sig = Signature();
+            if (sig == lastSignature_) continue;
+            std::string error;
+            // A store caught half-written by a careless program fails to
+            // read; we keep what we have and try again next time.
+            if (!store_->Reload(error)) continue;
+            lastSignature_ = sig;
+            ++generation_;
+            notify = hwnd_;
+        }
+        if (notify) PostMessageW(notify, kStoreChangedMessage, 0, 0);
+    }
+}
+
+}  // namespace poom

@@ -1,0 +1,61 @@
+// One logon of the calendar server: the open store, the locale's date
+// picture for restrictions, and the thread that watches the store for
+// changes made by other programs.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "restrict.h"
+#include "store_model.h"
+
+namespace poom {
+
+class Session {
+public:
+    Session() = default;
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Opens the store (LANTERNFIELDS_STORE, else the default store) and
+    // starts watching it; change notices go to hwnd as WM_USER + 1.
+    HRESULT Logon(HWND hwnd);
+    void Logoff();
+    bool LoggedOn() const { return store_ != nullptr; }
+
+    // Null before Logon and after Logoff.
+    std::shared_ptr<Store> GetStore() const;
+    const DatePicture& Picture() const { return picture_; }
+    // Bumped whenever the store's content changes (our saves, reloads), so
+    // collections know their cached answers are stale.
+    unsigned Generation() const { return generation_.load(); }
+    // Called after every change this server makes, so the watch does not
+    // take our own save for another program's.
+    void NoteOwnChange();
+
+private:
+    static DWORD WINAPI WatchThread(void* self);
+    void Watch();
+    std::wstring Signature() const;
+
+    mutable std::mutex mu_;
+    std::shared_ptr<Store> store_;
+    std::wstring path_;
+    std::wstring lastSignature_;
+    HWND hwnd_ = nullptr;
+    HANDLE thread_ = nullptr;
+    HANDLE stop_ = nullptr;
+    DatePicture picture_;
+    std::atomic<unsigned> generation_{0};
+};
+
+// The store's location: LANTERNFIELDS_STORE, else
+// %APPDATA%\Lanternfields\calendar.ics.
+std::wstring StorePath();
+
+}  // namespace poom

@@ -1,0 +1,556 @@
+#include "store_model.h"
+
+#include <algorithm>
+#include <climits>
+#include <set>
+
+namespace poom {
+
+namespace {
+
+// lfical counts civil seconds from 1970-01-01, the object model from 1899-12-30.
+constexpr LocalSecs kCivilOffset = 25569LL * kSecsPerDay;
+LocalSecs FromCivil(int64_t civil) { return civil + kCivilOffset; }
+int64_t ToCivil(LocalSecs s) { return s - kCivilOffset; }
+
+// The span an unrestricted query with recurrences covers: a series without
+// an end would otherwise have no last occurrence.
+const LocalSecs kFirstQueried = DaysFromCivil(1900, 1, 1) * kSecsPerDay;
+const LocalSecs kLastQueried = DaysFromCivil(2101, 1, 1) * kSecsPerDay;
+
+std::wstring Categories(const std::vector<std::string>& cats) {
+    std::wstring out;
+    for (const auto& c : cats) {
+        if (!out.empty()) out += L", ";
+        out += WideFromUtf8(c);
+    }
+    return out;
+}
+
+std::vector<std::string> SplitCategories(const std::wstring& w) {
+    std::vector<std::string> out;
+    size_t pos = 0;
+    while (pos <= w.size()) {
+        size_t comma = w.find(L',', pos);
+        if (comma == std::wstring::npos) comma = w.size();
+        std::wstring item = w.substr(pos, comma - pos);
+        size_t b = item.find_first_not_of(L" \t"), e = item.find_last_not_of(L" \t");
+        if (b != std::wstring::npos) out.push_back(Utf8FromWide(item.substr(b, e - b + 1)));
+        pos = comma + 1;
+    }
+    return out;
+}
+
+long SensitivityOfClass(const std::string& cls) {
+    if (cls == "PRIVATE") return kSensPrivate;
+    if (cls == "CONFIDENTIAL") return kSensConfidential;
+    return kSensNormal;
+}
+
+const char* ClassOfSensitivity(long s) {
+    // iCalendar has no "personal" class: PRIVATE is the nearest.
+    if (s == kSensPrivate || s == kSensPersonal) return "PRIVATE";
+    if (s == kSensConfidential) return "CONFIDENTIAL";
+    return "PUBLIC";
+}
+
+}  // namespace
+
+RestrictRecord RecordOf(const ItemSnapshot& s) {
+    RestrictRecord r;
+    r.start = s.f.start;
+    r.end = s.f.end;
+    r.subject = s.f.subject;
+    r.location = s.f.location;
+    r.categories = s.f.categories;
+    r.body = s.f.body;
+    r.allDay = s.f.allDay;
+    r.isRecurring = s.recurring;
+    r.reminderSet = s.f.reminderSet;
+    r.busyStatus = s.f.busyStatus;
+    r.sensitivity = s.f.sensitivity;
+    r.duration = static_cast<long>((s.f.end - s.f.start) / 60);
+    r.reminderMinutes = s.f.reminderMinutes;
+    r.oid = static_cast<long>(s.oid);
+    return r;
+}
+
+Store::Store(lfical::Zone local) : local_(std::move(local)) {}
+
+bool Store::Open(const std::string& path, bool createIfMissing, std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    auto fresh = std::make_unique<lfical::Store>();
+    if (createIfMissing) {
+        fresh->create(path);
+    } else {
+        std::vector<lfical::Problem> problems;
+        if (!fresh->load(path, &problems)) {
+            error = "the store cannot be read";
+            if (!problems.empty()) {
+                const auto& p = problems.front();
+                error += ": " + p.file + ":" + std::to_string(p.line) + ": " + p.message;
+            }
+            return false;
+        }
+    }
+    ical_ = std::move(fresh);
+    path_ = path;
+    AssignOids();
+    return true;
+}
+
+bool Store::Reload(std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (path_.empty()) {
+        error = "no store open";
+        return false;
+    }
+    auto fresh = std::make_unique<lfical::Store>();
+    std::vector<lfical::Problem> problems;
+    if (!fresh->load(path_, &problems)) {
+        // Keep serving what we had; the next change on disk tries again.
+        error = "the store cannot be read";
+        return false;
+    }
+    if (ical_ && ical_->dirty()) {
+        // Our own unsaved changes cannot be carried over; saves are made at
+        // once, so this only happens after a failed save, which reported.
+    }
+    ical_ = std::move(fresh);
+    AssignOids();
+    return true;
+}
+
+void Store::AssignOids() {
+    oidToUid_.clear();
+    uidToOid_.clear();
+    std::set<std::string> uids;
+    for (lfical::EventId id : ical_->events()) uids.insert(ical_->uid(id));
+    // Sorted order makes collision resolution the same in every run: the
+    // smaller UID keeps the hash, the other moves on to a re-hash.
+    for (const auto& uid : uids) {
+        std::uint32_t oid = lfical::oidForUid(uid);
+        for (unsigned n = 1; oid == 0 || oidToUid_.count(oid); ++n)
+            oid = lfical::oidForUid(uid + "#" + std::to_string(n));
+        oidToUid_[oid] = uid;
+        uidToOid_[uid] = oid;
+    }
+}
+
+lfical::EventId Store::Find(std::uint32_t oid) const {
+    if (!ical_) return lfical::kNoEvent;
+    auto it = oidToUid_.find(oid);
+    if (it == oidToUid_.end()) return lfical::kNoEvent;
+    return ical_->findUid(it->second);
+}
+
+LocalSecs Store::ToLocal(const lfical::Time& t) const {
+    switch (t.kind) {
+    case lfical::TimeKind::Utc:
+        return FromCivil(local_.fromUtc(t.civil));
+    case lfical::TimeKind::Zoned:
+        if (t.zone >= 0) return FromCivil(local_.fromUtc(ical_->zone(t.zone).toUtc(t.civil)));
+        return FromCivil(t.civil);
+    default:
+        return FromCivil(t.civil);
+    }
+}
+
+lfical::Time Store::FromLocal(LocalSecs s, const lfical::Time& like) const {
+    lfical::Time t;
+    int64_t civil = ToCivil(s);
+    t.kind = like.kind;
+    t.zone = like.zone;
+    switch (like.kind) {
+    case lfical::TimeKind::Date:
+        t.civil = lfical::floorDiv(civil, lfical::kDay) * lfical::kDay;
+        break;
+    case lfical::TimeKind::Utc:
+        t.civil = local_.toUtc(civil);
+        break;
+    case lfical::TimeKind::Zoned:
+        if (like.zone >= 0) {
+            t.civil = ical_->zone(like.zone).fromUtc(local_.toUtc(civil));
+            break;
+        }
+        t.kind = lfical::TimeKind::Floating;
+        t.civil = civil;
+        break;
+    default:
+        t.civil = civil;
+        break;
+    }
+    return t;
+}
+
+void Store::FillFields(const lfical::EventInfo& info, Fields& f) const {
+    f.subject = WideFromUtf8(info.summary);
+    f.location = WideFromUtf8(info.location);
+    f.body = WideFromUtf8(info.description);
+    f.categories = Categories(info.categories);
+    f.allDay = info.allDay;
+    f.busyStatus = static_cast<long>(info.busy);
+    f.sensitivity = SensitivityOfClass(info.cls);
+    f.reminderSet = info.hasAlarm;
+    f.reminderMinutes = info.alarmMinutes >= 0 ? info.alarmMinutes : 15;
+}
+
+ItemSnapshot Store::SnapshotOf(lfical::EventId id) const {
+    ItemSnapshot s;
+    lfical::EventInfo info = ical_->info(id);
+    FillFields(info, s.f);
+    s.f.start = ToLocal(info.start);
+    s.f.end = ToLocal(info.end);
+    if (s.f.end < s.f.start) s.f.end = s.f.start;
+    s.recurring = info.recurring;
+    auto it = uidToOid_.find(info.uid);
+    s.oid = it == uidToOid_.end() ? 0 : it->second;
+    s.originalStart = s.f.start;
+    return s;
+}
+
+ItemSnapshot Store::SnapshotOf(const lfical::Occurrence& o) const {
+    ItemSnapshot s;
+    lfical::EventInfo info = ical_->info(o.event);
+    FillFields(info, s.f);
+    s.f.start = FromCivil(o.start);
+    s.f.end = FromCivil(std::max(o.start, o.end));
+    s.f.allDay = o.allDay;
+    s.recurring = o.recurring;
+    s.isOccurrence = o.recurring;
+    s.isOverride = o.event != o.series;
+    s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : s.f.start;
+    auto it = uidToOid_.find(info.uid);
+    s.oid = it == uidToOid_.end() ? 0 : it->second;
+    return s;
+}
+
+std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
+                                       const std::vector<const Restriction*>& rs) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<ItemSnapshot> out;
+    if (!ical_) return out;
+    auto matches = [&rs](const ItemSnapshot& s) {
+        RestrictRecord rec = RecordOf(s);
+        for (const Restriction* r : rs)
+            if (!r->Matches(rec)) return false;
+        return true;
+    };
+    if (includeRecurrences) {
+        // Expand only over the span the restrictions allow.
+        LocalSecs lo = kFirstQueried, hi = kLastQueried;
+        for (const Restriction* r : rs) {
+            LocalSecs l = 0, h = 0;
+            r->Bounds(l, h);
+            lo = std::max(lo, l);
+            hi = std::min(hi, h);
+        }
+        if (lo > hi) return out;
+        for (const auto& o : ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed)) {
+            ItemSnapshot s = SnapshotOf(o);
+            if (matches(s)) out.push_back(std::move(s));
+        }
+        std::stable_sort(out.begin(), out.end(),
+                         [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
+    } else {
+        for (lfical::EventId id : ical_->events()) {
+            if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
+            ItemSnapshot s = SnapshotOf(id);
+            if (matches(s)) out.push_back(std::move(s));
+        }
+    }
+    return out;
+}
+
+bool Store::Get(std::uint32_t oid, ItemSnapshot& out) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return false;
+    out = SnapshotOf(id);
+    return true;
+}
+
+bool Store::GetPattern(std::uint32_t oid, Pattern& out) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return false;
+    lfical::EventInfo info = ical_->info(id);
+    if (info.rrule.empty()) return false;
+    lfical::Recur recur;
+    std::string why;
+    if (!lfical::parseRecur(info.rrule, recur, why)) return false;
+    out = PatternFromRecur(recur, ToLocal(info.start));
+    if (!info.rdates.empty()) out.exact = false;
+    return true;
+}
+
+std::vector<ExceptionInfo> Store::Exceptions(std::uint32_t oid) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<ExceptionInfo> out;
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return out;
+    lfical::EventInfo series = ical_->info(id);
+    for (const auto& ex : series.exdates) {
+        ExceptionInfo e;
+        e.originalStart = ToLocal(ex);
+        e.deleted = true;
+        out.push_back(e);
+    }
+    for (lfical::EventId ov : ical_->overridesOf(id)) {
+        lfical::EventInfo info = ical_->info(ov);
+        ExceptionInfo e;
+        e.originalStart = ToLocal(info.recurrenceId);
+        e.item = SnapshotOf(ov);
+        e.item.oid = uidToOid_.count(series.uid) ? uidToOid_.at(series.uid) : 0;
+        e.item.isOccurrence = e.item.isOverride = e.item.recurring = true;
+        e.item.originalStart = e.originalStart;
+        out.push_back(e);
+    }
+    std::stable_sort(out.begin(), out.end(),
+                     [](const ExceptionInfo& a, const ExceptionInfo& b) { return a.originalStart < b.originalStart; });
+    return out;
+}
+
+bool Store::GetOccurrence(std::uint32_t oid, LocalSecs when, ItemSnapshot& out) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return false;
+    std::string uid = ical_->uid(id);
+    // A changed occurrence is reached by its original start wherever it moved.
+    for (const auto& ex : Exceptions(oid)) {
+        if (!ex.deleted && ex.originalStart == when) {
+            out = ex.item;
+            return true;
+        }
+    }
+    for (const auto& o : ical_->query(local_, ToCivil(when), ToCivil(when), lfical::Range::Closed)) {
+        if (o.series != id || !o.recurring) continue;
+        ItemSnapshot s = SnapshotOf(o);
+        if (s.f.start == when || s.originalStart == when) {
+            out = s;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Store::Persist(std::string& error) {
+    std::vector<lfical::Problem> problems;
+    conflicts_.clear();
+    if (!ical_->save(&problems, &conflicts_)) {
+        error = "the store could not be saved";
+        if (!problems.empty()) error += ": " + problems.front().message;
+        return false;
+    }
+    AssignOids();
+    return true;
+}
+
+bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
+                     std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (!ical_) {
+        error = "no store open";
+        return false;
+    }
+    lfical::EventId id = lfical::kNoEvent;
+    lfical::EventInfo old;
+    Fields was;
+    bool isNew = oid == 0;
+    if (!isNew) {
+        id = Find(oid);
+        if (id == lfical::kNoEvent) {
+            error = "the appointment is no longer in the store";
+            return false;
+        }
+        old = ical_->info(id);
+        FillFields(old, was);
+        was.start = ToLocal(old.start);
+        was.end = ToLocal(old.end);
+    }
+    // Only what changed is handed to the store, so everything else keeps
+    // its bytes.
+    lfical::EventEdit e;
+    if (isNew || f.subject != was.subject) e.summary = Utf8FromWide(f.subject);
+    if (isNew || f.location != was.location) e.location = Utf8FromWide(f.location);
+    if (isNew || f.body != was.body) e.description = Utf8FromWide(f.body);
+    if (isNew || f.categories != was.categories) e.categories = SplitCategories(f.categories);
+    if (f.sensitivity != was.sensitivity || (isNew && f.sensitivity != kSensNormal))
+        e.cls = ClassOfSensitivity(f.sensitivity);
+    if (isNew || f.busyStatus != was.busyStatus)
+        e.busy = static_cast<lfical::Busy>(std::clamp<long>(f.busyStatus, kBusyFree, kBusyOutOfOffice));
+    if (isNew || f.reminderSet != was.reminderSet || (f.reminderSet && f.reminderMinutes != was.reminderMinutes))
+        e.alarmMinutes = f.reminderSet ? static_cast<int>(std::max<long>(0, f.reminderMinutes)) : -1;
+
+    LocalSecs start = f.start, end = std::max(f.start, f.end);
+    lfical::Time startLike;  // new appointments are in floating (local) time
+    if (f.allDay) {
+        startLike.kind = lfical::TimeKind::Date;
+    } else if (!isNew && !old.start.isDate()) {
+        startLike = old.start;
+    }
+    lfical::Time endLike = startLike;
+    if (!isNew && !f.allDay && !old.end.isDate()) endLike = old.end;
+    if (isNew || f.allDay != was.allDay || start != was.start || end != was.end) {
+        if (f.allDay) {
+            // All-day appointments cover whole days: DTEND is the day after
+            // the last day.
+            LocalSecs first = DayOf(start) * kSecsPerDay;
+            LocalSecs last = (LastDayOf(start, end) + 1) * kSecsPerDay;
+            e.start = FromLocal(first, startLike);
+            e.end = FromLocal(std::max(last, first + kSecsPerDay), endLike);
+        } else {
+            e.start = FromLocal(start, startLike);
+            e.end = FromLocal(end, endLike);
+        }
+    }
+    if (clearRecurrence) {
+        if (isNew || !old.rrule.empty()) e.rrule = std::string();
+    } else if (pattern) {
+        std::string until;
+        if (pattern->patternEnd != kNoTime) {
+            LocalSecs lastDay = DayOf(pattern->patternEnd) * kSecsPerDay;
+            if (f.allDay) {
+                until = lfical::formatCivil(ToCivil(lastDay), true);
+            } else if (startLike.kind == lfical::TimeKind::Floating) {
+                until = lfical::formatCivil(ToCivil(lastDay + kSecsPerDay - 1), false);
+            } else {
+                // A zoned or UTC series ends UNTIL in UTC.
+                until = lfical::formatCivil(local_.toUtc(ToCivil(lastDay + kSecsPerDay - 1)), false) + "Z";
+            }
+        }
+        std::string rule = RRuleFromPattern(*pattern, start, until);
+        if (isNew || rule != old.rrule) e.rrule = rule;
+    }
+
+    if (isNew) {
+        id = ical_->add(e);
+        if (id == lfical::kNoEvent) {
+            error = "the appointment could not be added";
+            return false;
+        }
+    } else if (!ical_->edit(id, e)) {
+        error = "the appointment could not be changed";
+        return false;
+    }
+    std::string uid = ical_->uid(id);
+    if (!Persist(error)) return false;
+    auto it = uidToOid_.find(uid);
+    if (it == uidToOid_.end()) {
+        error = "the saved appointment is missing";
+        return false;
+    }
+    oid = it->second;
+    return true;
+}
+
+bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) {
+        error = "the appointment is no longer in the store";
+        return false;
+    }
+    if (!ical_->remove(id)) {
+        error = "the appointment could not be deleted";
+        return false;
+    }
+    return Persist(error);
+}
+
+bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) {
+        error = "the appointment is no longer in the store";
+        return false;
+    }
+    lfical::EventInfo series = ical_->info(id);
+    if (!series.recurring) return DeleteItem(oid, error);
+    for (lfical::EventId ov : ical_->overridesOf(id)) {
+        if (ToLocal(ical_->info(ov).recurrenceId) == originalStart) ical_->removeOverride(ov);
+    }
+    if (!ical_->addExdate(id, FromLocal(originalStart, series.start))) {
+        error = "the occurrence could not be deleted";
+        return false;
+    }
+    return Persist(error);
+}
+
+size_t Store::Count() const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    return oidToUid_.size();
+}
+
+std::vector<std::string> Store::LastConflicts() const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    return conflicts_;
+}
+
+std::wstring WideFromUtf8(const std::string& s) {
+    std::wstring out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size();) {
+        unsigned char c = static_cast<unsigned char>(s[i]);
+        std::uint32_t cp = 0xFFFD;
+        size_t len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        if (len == 0 || i + len > s.size()) {
+            ++i;  // a stray byte reads as the replacement character
+        } else {
+            cp = len == 1 ? c : len == 2 ? (c & 0x1F) : len == 3 ? (c & 0x0F) : (c & 0x07);
+            bool ok = true;
+            for (size_t k = 1; k < len; ++k) {
+                unsigned char cc = static_cast<unsigned char>(s[i + k]);
+                if ((cc & 0xC0) != 0x80) ok = false;
+                cp = (cp << 6) | (cc & 0x3F);
+            }
+            if (!ok || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+                cp = 0xFFFD;
+                len = 1;
+            }
+            i += len;
+        }
+        if (sizeof(wchar_t) == 2 && cp >= 0x10000) {
+            cp -= 0x10000;
+            out += static_cast<wchar_t>(0xD800 + (cp >> 10));
+            out += static_cast<wchar_t>(0xDC00 + (cp & 0x3FF));
+        } else {
+            out += static_cast<wchar_t>(cp);
+        }
+    }
+    return out;
+}
+
+std::string Utf8FromWide(const std::wstring& w) {
+    std::string out;
+    out.reserve(w.size());
+    for (size_t i = 0; i < w.size(); ++i) {
+        std::uint32_t cp = static_cast<std::uint32_t>(w[i]);
+        if (sizeof(wchar_t) == 2 && cp >= 0xD800 && cp <= 0xDBFF && i + 1 < w.size()) {
+            std::uint32_t lo = static_cast<std::uint32_t>(w[i + 1]);
+            if (lo >= 0xDC00 && lo <= 0xDFFF) {
+                cp = 0x10000 + ((cp - 0xD800) << 10) + (lo - 0xDC00);
+                ++i;
+            }
+        }
+        if (cp >= 0xD800 && cp <= 0xDFFF) cp = 0xFFFD;
+        if (cp < 0x80) {
+            out += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            out += static_cast<char>(0xC0 | (cp >> 6));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {
+            out += static_cast<char>(0xE0 | (cp >> 12));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            out += static_cast<char>(0xF0 | (cp >> 18));
+            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+    }
+    return out;
+}
+
+}  // namespace poom

@@ -1,0 +1,138 @@
+// The calendar server's view of the store: appointments, their occurrences,
+// recurrence patterns, exceptions and OIDs, and the queries the object model
+// asks. The COM objects are thin wrappers over this; the iCalendar files are
+// read and written by the lfical engine underneath. Portable (no Win32), so
+// it is tested natively as well as under Wine.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "caltime.h"
+#include "ical.h"
+#include "restrict.h"
+
+namespace poom {
+
+// Recurrence kinds and busy status: the object model's values.
+enum : long {
+    kRecursDaily = 0, kRecursWeekly = 1, kRecursMonthly = 2, kRecursMonthNth = 3,
+    kRecursYearly = 5, kRecursYearNth = 6,
+};
+enum : long { kBusyFree = 0, kBusyTentative = 1, kBusyBusy = 2, kBusyOutOfOffice = 3 };
+enum : long { kSensNormal = 0, kSensPersonal = 1, kSensPrivate = 2, kSensConfidential = 3 };
+
+// The object model's recurrence pattern.
+struct Pattern {
+    long type = kRecursDaily;
+    long interval = 1;
+    long dayOfWeekMask = 0;  // bit 0 Sunday .. bit 6 Saturday
+    long dayOfMonth = 0;
+    long monthOfYear = 0;
+    long instance = 0;       // 1..4, 5 = last
+    long occurrences = 0;    // > 0: ends after that many
+    LocalSecs patternEnd = kNoTime;  // set: last day on which it may occur
+    bool NoEnd() const { return occurrences <= 0 && patternEnd == kNoTime; }
+    // False when the store's RRULE says more than the pattern can (BYHOUR,
+    // several month days, ...): the occurrences still come from the RRULE,
+    // and this is the closest pattern, written back only if changed.
+    bool exact = true;
+};
+
+// The RRULE's closest object-model pattern; dtstart fills what the rule
+// leaves implicit (the weekday of a weekly rule, the day of a monthly one).
+Pattern PatternFromRecur(const lfical::Recur& r, LocalSecs dtstart);
+// The RRULE text for a pattern (without "RRULE:"); untilValue is the UNTIL
+// value to write when the pattern ends on a date (its form depends on the
+// series' clock, which the store knows).
+std::string RRuleFromPattern(const Pattern& p, LocalSecs dtstart, const std::string& untilValue);
+
+struct Fields {
+    std::wstring subject, location, categories, body;
+    LocalSecs start = 0, end = 0;
+    bool allDay = false, reminderSet = false;
+    long busyStatus = kBusyBusy, sensitivity = kSensNormal, reminderMinutes = 15;
+};
+
+// What a query answers: a snapshot of one appointment or one occurrence.
+struct ItemSnapshot {
+    std::uint32_t oid = 0;       // the series' OID for an occurrence
+    bool isOccurrence = false;   // one occurrence of a recurring series
+    bool isOverride = false;     // ... changed from the series
+    LocalSecs originalStart = 0; // the occurrence's start before any change
+    bool recurring = false;
+    Fields f;
+};
+
+struct ExceptionInfo {
+    LocalSecs originalStart = 0;
+    bool deleted = false;
+    ItemSnapshot item;  // the changed occurrence (not deleted ones)
+};
+
+RestrictRecord RecordOf(const ItemSnapshot& s);
+
+// The open store. Every member takes one lock, so the UI thread and the
+// rendering thread may call at once.
+class Store {
+public:
+    // local: the machine's zone; zoned and UTC times are shown in it.
+    explicit Store(lfical::Zone local);
+
+    // Opens a .ics file or a vdir directory. A missing single file is made
+    // empty (written on first save); an unreadable one is an error and the
+    // file is left untouched.
+    bool Open(const std::string& path, bool createIfMissing, std::string& error);
+    // Re-reads the store after another program changed it.
+    bool Reload(std::string& error);
+    const std::string& Path() const { return path_; }
+
+    // Items matching every restriction given (all items when none), in
+    // start order when recurrences are included, else in store order.
+    std::vector<ItemSnapshot> Query(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
+    bool Get(std::uint32_t oid, ItemSnapshot& out) const;
+    bool GetPattern(std::uint32_t oid, Pattern& out) const;
+    std::vector<ExceptionInfo> Exceptions(std::uint32_t oid) const;
+    // The occurrence of a series that starts (or originally started) at when.
+    bool GetOccurrence(std::uint32_t oid, LocalSecs when, ItemSnapshot& out) const;
+
+    // Saves a new (oid 0, which receives the new OID) or changed
+    // appointment. pattern: the new recurrence, or null to keep it;
+    // clearRecurrence makes the appointment a one-off.
+    bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
+                  std::string& error);
+    bool DeleteItem(std::uint32_t oid, std::string& error);
+    bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
+
+    size_t Count() const;
+    // Conflicts reported by the last save (UIDs changed here and on disk).
+    std::vector<std::string> LastConflicts() const;
+
+private:
+    lfical::EventId Find(std::uint32_t oid) const;
+    void AssignOids();
+    bool Persist(std::string& error);
+    ItemSnapshot SnapshotOf(lfical::EventId id) const;
+    ItemSnapshot SnapshotOf(const lfical::Occurrence& o) const;
+    LocalSecs ToLocal(const lfical::Time& t) const;
+    lfical::Time FromLocal(LocalSecs s, const lfical::Time& like) const;
+    void FillFields(const lfical::EventInfo& info, Fields& f) const;
+
+    mutable std::recursive_mutex mu_;
+    lfical::Zone local_;
+    std::unique_ptr<lfical::Store> ical_;
+    std::string path_;
+    std::map<std::uint32_t, std::string> oidToUid_;
+    std::map<std::string, std::uint32_t> uidToOid_;
+    std::vector<std::string> conflicts_;
+};
+
+// UTF-8 <-> wide text, for either width of wchar_t.
+std::wstring WideFromUtf8(const std::string& s);
+std::string Utf8FromWide(const std::wstring& w);
+
+}  // namespace poom

@@ -1,0 +1,344 @@
+// The calendar server's store model over real iCalendar files: the month
+// queries, OIDs, patterns and exceptions, deletions, saves that keep the
+// bytes of what they did not change, and stores that cannot be read.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "month_store.h"
+#include "store_model.h"
+
+using namespace poom;
+namespace fs = std::filesystem;
+
+namespace {
+
+class TempDir {
+public:
+    TempDir() {
+        static int counter = 0;
+        path_ = fs::temp_directory_path() /
+                ("poom-store-test-" + std::to_string(std::rand()) + "-" + std::to_string(++counter));
+        fs::create_directories(path_);
+    }
+    ~TempDir() {
+        std::error_code ec;
+        fs::remove_all(path_, ec);
+    }
+    fs::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    fs::path path_;
+};
+
+void WriteFile(const fs::path& p, const std::string& bytes) {
+    std::ofstream f(p, std::ios::binary);
+    f << bytes;
+}
+
+std::string ReadFile(const fs::path& p) {
+    std::ifstream f(p, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+std::wstring UsDate(const monthstore::Day& d) {
+    return std::to_wstring(d.m) + L"/" + std::to_wstring(d.d) + L"/" + std::to_wstring(d.y);
+}
+
+std::wstring Fill(const wchar_t* tmpl, const std::wstring& a, const std::wstring& b) {
+    std::wstring s = tmpl;
+    s.replace(s.find(L"%s"), 2, a);
+    s.replace(s.find(L"%s"), 2, b);
+    return s;
+}
+
+std::vector<ItemSnapshot> Ask(const Store& store, const std::wstring& text) {
+    Restriction r;
+    std::string error;
+    EXPECT_TRUE(r.Parse(text, DatePicture(L"M/d/yyyy"), &error)) << error;
+    return store.Query(true, {&r});
+}
+
+std::uint32_t OidOf(const Store& store, const std::wstring& subject) {
+    for (const auto& s : store.Query(false, {}))
+        if (s.f.subject == subject) return s.oid;
+    return 0;
+}
+
+LocalSecs At(int y, int mo, int d, int h = 0, int mi = 0) { return ToSecs(CivilTime{y, mo, d, h, mi, 0}); }
+
+}  // namespace
+
+TEST(Store, MonthQueriesGiveEveryOccurrenceTouchingTheDays) {
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file, monthstore::kIcs);
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+    for (const auto& q : monthstore::Queries()) {
+        std::wstring text = Fill(monthstore::kTemplates[q.kind], UsDate(q.first), UsDate(q.second));
+        auto items = Ask(store, text);
+        std::vector<std::wstring> got;
+        for (const auto& i : items) got.push_back(i.f.subject);
+        EXPECT_EQ(got, q.subjects) << q.name;
+        for (size_t i = 1; i < items.size(); ++i) EXPECT_LE(items[i - 1].f.start, items[i].f.start) << q.name;
+    }
+}
+
+TEST(Store, OidsAreStableAndOccurrencesReportTheSeries) {
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file, monthstore::kIcs);
+    Store a(lfical::Zone::utc()), b(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(a.Open(file.string(), false, error)) << error;
+    ASSERT_TRUE(b.Open(file.string(), false, error)) << error;
+    EXPECT_EQ(a.Count(), 6u);  // the override belongs to its series
+    std::uint32_t standup = OidOf(a, L"Standup");
+    ASSERT_NE(standup, 0u);
+    EXPECT_EQ(OidOf(b, L"Standup"), standup);
+    EXPECT_EQ(OidOf(b, L"Dentist"), OidOf(a, L"Dentist"));
+    auto month = Ask(a, L"[End] >= 11/1/2026 AND [Start] <= 11/30/2026");
+    int occurrences = 0;
+    for (const auto& s : month) {
+        if (s.f.subject.rfind(L"Standup", 0) == 0) {
+            EXPECT_EQ(s.oid, standup);
+            EXPECT_TRUE(s.isOccurrence);
+            ++occurrences;
+        }
+    }
+    EXPECT_EQ(occurrences, 3);
+    ItemSnapshot occ;
+    ASSERT_TRUE(a.GetOccurrence(standup, At(2026, 11, 24, 9), occ));
+    EXPECT_EQ(occ.f.end, At(2026, 11, 24, 9, 30));
+    // The moved occurrence is reached by its original start.
+    ASSERT_TRUE(a.GetOccurrence(standup, At(2026, 11, 17, 9), occ));
+    EXPECT_EQ(occ.f.subject, L"Standup (moved)");
+    EXPECT_EQ(occ.f.start, At(2026, 11, 18, 14));
+    EXPECT_FALSE(a.GetOccurrence(standup, At(2026, 11, 10, 9), occ));  // deleted
+    EXPECT_FALSE(a.GetOccurrence(standup, At(2026, 11, 24, 10), occ));  // no such start
+}
+
+TEST(Store, PatternAndExceptionsOfASeries) {
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file, monthstore::kIcs);
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+    std::uint32_t standup = OidOf(store, L"Standup");
+    Pattern p;
+    ASSERT_TRUE(store.GetPattern(standup, p));
+    EXPECT_EQ(p.type, kRecursWeekly);
+    EXPECT_EQ(p.dayOfWeekMask, 4);  // Tuesday
+    EXPECT_EQ(p.interval, 1);
+    EXPECT_TRUE(p.NoEnd());
+    EXPECT_TRUE(p.exact);
+    auto ex = store.Exceptions(standup);
+    ASSERT_EQ(ex.size(), 2u);
+    EXPECT_EQ(ex[0].originalStart, At(2026, 11, 10, 9));
+    EXPECT_TRUE(ex[0].deleted);
+    EXPECT_EQ(ex[1].originalStart, At(2026, 11, 17, 9));
+    EXPECT_FALSE(ex[1].deleted);
+    EXPECT_EQ(ex[1].item.f.subject, L"Standup (moved)");
+    EXPECT_FALSE(store.GetPattern(OidOf(store, L"Dentist"), p));
+}
+
+TEST(Store, PatternsMapToRrulesAndBack) {
+    struct Case {
+        const char* rrule;
+        long type;
+        bool exact;
+    } cases[] = {
+        {"FREQ=DAILY", kRecursDaily, true},
+        {"FREQ=DAILY;INTERVAL=3;COUNT=10", kRecursDaily, true},
+        {"FREQ=WEEKLY;BYDAY=MO,WE,FR", kRecursWeekly, true},
+        {"FREQ=WEEKLY;INTERVAL=2;BYDAY=TU;UNTIL=20261231", kRecursWeekly, true},
+        {"FREQ=MONTHLY;BYMONTHDAY=15", kRecursMonthly, true},
+        {"FREQ=MONTHLY;BYDAY=2TU", kRecursMonthNth, true},
+        {"FREQ=MONTHLY;BYDAY=-1FR", kRecursMonthNth, true},
+        {"FREQ=MONTHLY;BYDAY=MO,TU,WE,TH,FR;BYSETPOS=-1", kRecursMonthNth, true},
+        {"FREQ=YEARLY;BYMONTH=3;BYMONTHDAY=1", kRecursYearly, true},
+        {"FREQ=YEARLY;BYMONTH=11;BYDAY=4TH", kRecursYearNth, true},
+        {"FREQ=HOURLY;INTERVAL=6", kRecursDaily, false},
+        {"FREQ=MONTHLY;BYMONTHDAY=1,15", kRecursMonthly, false},
+        {"FREQ=DAILY;BYHOUR=9,17", kRecursDaily, false},
+        {"FREQ=YEARLY;BYWEEKNO=20", kRecursYearly, false},
+    };
+    LocalSecs start = At(2026, 11, 3, 9);
+    for (const auto& c : cases) {
+        lfical::Recur r;
+        std::string error;
+        ASSERT_TRUE(lfical::parseRecur(c.rrule, r, error)) << c.rrule << ": " << error;
+        Pattern p = PatternFromRecur(r, start);
+        EXPECT_EQ(p.type, c.type) << c.rrule;
+        EXPECT_EQ(p.exact, c.exact) << c.rrule;
+        if (!c.exact) continue;
+        // The rule written back for the pattern means the same.
+        std::string until = r.hasUntil ? lfical::formatCivil(r.until, true) : std::string();
+        std::string back = RRuleFromPattern(p, start, until);
+        lfical::Recur again;
+        ASSERT_TRUE(lfical::parseRecur(back, again, error)) << c.rrule << " -> " << back;
+        Pattern q = PatternFromRecur(again, start);
+        EXPECT_EQ(q.type, p.type) << back;
+        EXPECT_EQ(q.interval, p.interval) << back;
+        EXPECT_EQ(q.dayOfWeekMask, p.dayOfWeekMask) << back;
+        EXPECT_EQ(q.dayOfMonth, p.dayOfMonth) << back;
+        EXPECT_EQ(q.instance, p.instance) << back;
+        EXPECT_EQ(q.monthOfYear, p.monthOfYear) << back;
+        EXPECT_EQ(q.occurrences, p.occurrences) << back;
+        EXPECT_EQ(q.patternEnd, p.patternEnd) << back;
+    }
+}
+
+TEST(Store, ChangesKeepTheBytesOfEverythingElse) {
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file, monthstore::kIcs);
+    std::string error;
+    {
+        // Opening and querying writes nothing.
+        Store store(lfical::Zone::utc());
+        ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+        Ask(store, L"[End] >= 11/1/2026 AND [Start] <= 11/30/2026");
+    }
+    EXPECT_EQ(ReadFile(file), monthstore::kIcs);
+
+    Store store(lfical::Zone::utc());
+    ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+    std::uint32_t dentist = OidOf(store, L"Dentist");
+    ItemSnapshot s;
+    ASSERT_TRUE(store.Get(dentist, s));
+    s.f.subject = L"Dentist, again";
+    std::uint32_t oid = dentist;
+    ASSERT_TRUE(store.SaveItem(oid, s.f, nullptr, false, error)) << error;
+    EXPECT_EQ(oid, dentist);
+    std::string after = ReadFile(file);
+    EXPECT_NE(after.find("SUMMARY:Dentist\\, again"), std::string::npos);
+    EXPECT_NE(after.find("X-UNKNOWN-THING;X-PARAM=1:keep me\r\n"), std::string::npos);
+    // Every other event and the unknown component keep their bytes.
+    std::string original = monthstore::kIcs;
+    size_t from = original.find("BEGIN:VEVENT\r\nUID:holiday");
+    size_t to = original.find("END:VCALENDAR");
+    EXPECT_NE(after.find(original.substr(from, to - from)), std::string::npos);
+
+    // Deleting one occurrence adds an EXDATE; deleting a series removes it.
+    std::uint32_t standup = OidOf(store, L"Standup");
+    ASSERT_TRUE(store.DeleteOccurrence(standup, At(2026, 11, 24, 9), error)) << error;
+    Store reread(lfical::Zone::utc());
+    ASSERT_TRUE(reread.Open(file.string(), false, error)) << error;
+    EXPECT_TRUE(Ask(reread, L"[End] >= 11/24/2026 AND [Start] <= 11/24/2026").empty());
+    EXPECT_EQ(Ask(reread, L"[End] >= 12/1/2026 AND [Start] <= 12/1/2026").size(), 2u);
+    // Deleting the moved occurrence removes its override too.
+    ASSERT_TRUE(store.DeleteOccurrence(standup, At(2026, 11, 17, 9), error)) << error;
+    ASSERT_TRUE(reread.Reload(error)) << error;
+    EXPECT_TRUE(Ask(reread, L"[End] >= 11/18/2026 AND [Start] <= 11/18/2026").empty());
+    ASSERT_TRUE(store.DeleteItem(standup, error)) << error;
+    ASSERT_TRUE(reread.Reload(error)) << error;
+    EXPECT_EQ(OidOf(reread, L"Standup"), 0u);
+    EXPECT_EQ(ReadFile(file).find("standup@example.com"), std::string::npos);
+}
+
+TEST(Store, NewAppointmentsAndPatterns) {
+    TempDir dir;
+    fs::path file = dir / "new.ics";
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(file.string(), true, error)) << error;
+    EXPECT_EQ(store.Count(), 0u);
+    Fields f;
+    f.subject = L"Gym \u00e9t\u00e9";
+    f.start = At(2026, 11, 2, 18);
+    f.end = At(2026, 11, 2, 19);
+    Pattern p;
+    p.type = kRecursWeekly;
+    p.dayOfWeekMask = 2 | 8;  // Monday and Wednesday
+    p.occurrences = 4;
+    std::uint32_t oid = 0;
+    ASSERT_TRUE(store.SaveItem(oid, f, &p, false, error)) << error;
+    EXPECT_NE(oid, 0u);
+    Store reread(lfical::Zone::utc());
+    ASSERT_TRUE(reread.Open(file.string(), false, error)) << error;
+    auto items = Ask(reread, L"[End] >= 11/1/2026 AND [Start] <= 11/30/2026");
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[0].f.subject, L"Gym \u00e9t\u00e9");
+    EXPECT_EQ(items[1].f.start, At(2026, 11, 4, 18));
+    EXPECT_EQ(items[3].f.start, At(2026, 11, 11, 18));
+    for (const auto& i : items) EXPECT_EQ(i.oid, oid);
+
+    // An all-day appointment covers whole days.
+    Fields day;
+    day.subject = L"Conference";
+    day.allDay = true;
+    day.start = At(2026, 11, 16, 10);
+    day.end = At(2026, 11, 17, 12);
+    std::uint32_t conf = 0;
+    ASSERT_TRUE(store.SaveItem(conf, day, nullptr, false, error)) << error;
+    ASSERT_TRUE(reread.Reload(error)) << error;
+    ItemSnapshot s;
+    ASSERT_TRUE(reread.Get(conf, s));
+    EXPECT_TRUE(s.f.allDay);
+    EXPECT_EQ(s.f.start, At(2026, 11, 16));
+    EXPECT_EQ(s.f.end, At(2026, 11, 18));
+    EXPECT_TRUE(Ask(reread, L"[End] >= 11/18/2026 AND [Start] <= 11/18/2026").empty());
+    EXPECT_EQ(Ask(reread, L"[End] >= 11/17/2026 AND [Start] <= 11/17/2026").size(), 1u);
+
+    // Clearing the pattern makes a one-off.
+    ASSERT_TRUE(store.SaveItem(oid, f, nullptr, true, error)) << error;
+    ASSERT_TRUE(reread.Reload(error)) << error;
+    ASSERT_TRUE(reread.Get(oid, s));
+    EXPECT_FALSE(s.recurring);
+}
+
+TEST(Store, UnreadableStoresFailAndStayUntouched) {
+    struct Case {
+        const char* name;
+        std::string bytes;
+    } cases[] = {
+        {"not a calendar", "this is not a calendar\r\n"},
+        {"binary", std::string("\x00\x01\x02\xff\xfe", 5)},
+        {"truncated", "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nBEGIN:VEVENT\r\nUID:x\r\nDTSTART:2026"},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        fs::path file = dir / "calendar.ics";
+        WriteFile(file, c.bytes);
+        Store store(lfical::Zone::utc());
+        std::string error;
+        EXPECT_FALSE(store.Open(file.string(), false, error)) << c.name;
+        EXPECT_FALSE(error.empty()) << c.name;
+        EXPECT_EQ(ReadFile(file), c.bytes) << c.name;
+    }
+    // A missing store, when it is not to be made, is unreadable too.
+    TempDir dir;
+    Store store(lfical::Zone::utc());
+    std::string error;
+    EXPECT_FALSE(store.Open((dir / "missing.ics").string(), false, error));
+}
+
+TEST(Store, OneMalformedEventIsSkippedAndKept) {
+    std::string ics = monthstore::kIcs;
+    std::string bad =
+        "BEGIN:VEVENT\r\nUID:broken@example.com\r\nDTSTART:notadate\r\nSUMMARY:Broken\r\nEND:VEVENT\r\n";
+    ics.insert(ics.find("BEGIN:X-SOMETHING-ELSE"), bad);
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file, ics);
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+    EXPECT_EQ(Ask(store, L"[End] >= 11/5/2026 AND [Start] <= 11/5/2026").size(), 1u);
+    // A change elsewhere keeps the malformed event as it was.
+    std::uint32_t oid = OidOf(store, L"Late");
+    ItemSnapshot s;
+    ASSERT_TRUE(store.Get(oid, s));
+    s.f.location = L"Home";
+    ASSERT_TRUE(store.SaveItem(oid, s.f, nullptr, false, error)) << error;
+    EXPECT_NE(ReadFile(file).find(bad), std::string::npos);
+}
