@@ -760,9 +760,8 @@ struct StoreImpl {
     {
         const Ev& e = evs[id];
         const Series& sr = *e.series;
-        bool zoned = e.start.kind == TimeKind::Zoned || e.start.kind == TimeKind::Utc;
-        int64_t lo = from - sr.maxLen - (zoned ? kZoneSlack : 0) - 1;
-        int64_t hi = to + (zoned ? kZoneSlack : 0) + 1;
+        int64_t lo = inSeriesClock(e.start, target, from, false) - sr.maxLen - 1;
+        int64_t hi = inSeriesClock(e.start, target, to, true) + 1;
         if (sr.future != kNoEvent) {
             const Ev& f = evs[sr.future];
             int64_t shift = inClock(e.start, f.start) - sr.futureRid;
@@ -840,6 +839,30 @@ struct StoreImpl {
             o.floating = e.start.kind == TimeKind::Floating;
             out.push_back(o);
         }
+    }
+
+    // How far a zone's offset moves within a day of `utc`.
+    static int64_t jump(const Zone& z, int64_t utc)
+    {
+        int32_t a = z.offsetAtUtc(utc - kDay), b = z.offsetAtUtc(utc), c = z.offsetAtUtc(utc + kDay);
+        return std::max({a, b, c}) - std::min({a, b, c});
+    }
+
+    // A bound of the query's window (target wall clock) in the series' own
+    // clock, widened only by what offset changes nearby could move it.
+    int64_t inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const
+    {
+        if (clock.kind == TimeKind::Floating || clock.kind == TimeKind::Date)
+            return t;
+        int64_t u = target.toUtc(t);
+        int64_t margin = jump(target, u);
+        int64_t v = u;
+        if (clock.kind == TimeKind::Zoned) {
+            const Zone& z = zones[size_t(clock.zone)];
+            v = z.fromUtc(u);
+            margin += jump(z, u);
+        }
+        return upper ? v + margin : v - margin;
     }
 
     std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const
