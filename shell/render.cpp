@@ -56,7 +56,10 @@ HFONT CreateViewFont(int height, int strikeOut, int bold)
     lf.lfWidth = 0;
     lf.lfWeight = bold == 1 ? FW_BOLD : FW_NORMAL;
     lf.lfStrikeOut = (BYTE)strikeOut;
-    lf.lfCharSet = OEM_CHARSET;
+    // The handheld asked for character set 255 and got Tahoma all the same;
+    // a desktop then picks some other face with that set, so the desktop
+    // asks for the default set to get the same Tahoma.
+    lf.lfCharSet = DEFAULT_CHARSET;
     lf.lfOutPrecision = OUT_DEFAULT_PRECIS;
     lf.lfClipPrecision = CLIP_DEFAULT_PRECIS;
     lf.lfQuality = g_app.settings.cleartype == 1 ? CLEARTYPE_QUALITY : DEFAULT_QUALITY;
