@@ -9,6 +9,11 @@
 
 #include "ical.h"
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
 namespace {
 
 void usage()
@@ -40,6 +45,10 @@ std::string clean(const std::string& s)
 
 int main(int argc, char** argv)
 {
+#ifdef _WIN32
+    // Lines end in LF on every platform, so outputs compare byte for byte.
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
     std::string tz = "UTC";
     int i = 1;
     if (i < argc && strcmp(argv[i], "--tz") == 0) {
