@@ -1,0 +1,944 @@
+// The calendar server through real COM activation under Wine: the DLL is
+// registered into the throw-away prefix, created with CoCreateInstance and
+// driven the way the program drives it, on real store files.
+//
+// Usage: poom_com_test PATH-TO-lfpoom.dll [gtest flags]
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "month_store.h"
+#include "pimstore_if.h"
+
+namespace {
+
+std::wstring g_dllPath;
+
+// Unix paths from ctest reach us as-is; Wine serves the root as drive Z:.
+std::wstring WindowsPath(const char* arg) {
+    std::wstring w;
+    for (const char* p = arg; *p; ++p) w += static_cast<wchar_t>(static_cast<unsigned char>(*p));
+    if (!w.empty() && w[0] == L'/') {
+        w = L"Z:" + w;
+        for (auto& c : w)
+            if (c == L'/') c = L'\\';
+    }
+    return w;
+}
+
+template <class T>
+class Ptr {
+public:
+    Ptr() = default;
+    ~Ptr() { Reset(); }
+    Ptr(const Ptr&) = delete;
+    Ptr& operator=(const Ptr&) = delete;
+    T** operator&() {
+        Reset();
+        return &p_;
+    }
+    T* operator->() const { return p_; }
+    T* get() const { return p_; }
+    explicit operator bool() const { return p_ != nullptr; }
+    void Reset() {
+        if (p_) p_->Release();
+        p_ = nullptr;
+    }
+
+private:
+    T* p_ = nullptr;
+};
+
+// An IDispatch handed out for an appointment, as IAppointment.
+void AsAppointment(IDispatch* d, Ptr<IAppointment>& out) {
+    ASSERT_NE(d, nullptr);
+    ASSERT_EQ(d->QueryInterface(IID_IAppointment, reinterpret_cast<void**>(&out)), S_OK);
+}
+
+class Bstr {
+public:
+    explicit Bstr(const wchar_t* s) : b_(SysAllocString(s)) {}
+    ~Bstr() { SysFreeString(b_); }
+    operator BSTR() const { return b_; }
+
+private:
+    BSTR b_;
+};
+
+std::string ReadBytes(const std::wstring& path) {
+    std::ifstream f(path.c_str(), std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+void WriteBytes(const std::wstring& path, const std::string& bytes) {
+    std::ofstream f(path.c_str(), std::ios::binary | std::ios::trunc);
+    f << bytes;
+}
+
+std::string Narrow(const std::wstring& w) {
+    std::string s;
+    for (wchar_t c : w) s += c < 128 ? static_cast<char>(c) : '?';
+    return s;
+}
+
+// A store in a fresh temporary folder, chosen through LANTERNFIELDS_STORE.
+class TempStore {
+public:
+    explicit TempStore(const std::string& ics = monthstore::kIcs, const wchar_t* name = L"calendar.ics") {
+        wchar_t tmp[MAX_PATH];
+        GetTempPathW(MAX_PATH, tmp);
+        static int counter = 0;
+        dir_ = std::wstring(tmp) + L"poomtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+               std::to_wstring(++counter);
+        CreateDirectoryW(dir_.c_str(), nullptr);
+        path_ = dir_ + L"\\" + name;
+        if (!ics.empty()) WriteBytes(path_, ics);
+        SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", path_.c_str());
+    }
+    ~TempStore() {
+        SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", nullptr);
+        RemoveTree(dir_);
+    }
+    const std::wstring& path() const { return path_; }
+    const std::wstring& dir() const { return dir_; }
+
+    static void RemoveTree(const std::wstring& dir) {
+        WIN32_FIND_DATAW fd;
+        HANDLE h = FindFirstFileW((dir + L"\\*").c_str(), &fd);
+        if (h != INVALID_HANDLE_VALUE) {
+            do {
+                std::wstring name = fd.cFileName;
+                if (name == L"." || name == L"..") continue;
+                std::wstring full = dir + L"\\" + name;
+                if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+                    RemoveTree(full);
+                else
+                    DeleteFileW(full.c_str());
+            } while (FindNextFileW(h, &fd));
+            FindClose(h);
+        }
+        RemoveDirectoryW(dir.c_str());
+    }
+
+private:
+    std::wstring dir_, path_;
+};
+
+// The application object logged on to the current store, with its calendar.
+struct Server {
+    Ptr<IPOutlookApp> app;
+    Ptr<IFolder> calendar;
+    HRESULT logon = E_FAIL;
+
+    explicit Server(HWND hwnd = nullptr) {
+        HRESULT hr = CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                                      reinterpret_cast<void**>(&app));
+        EXPECT_EQ(hr, S_OK);
+        if (FAILED(hr)) return;
+        logon = app->Logon(static_cast<long>(reinterpret_cast<LONG_PTR>(hwnd)));
+        if (SUCCEEDED(logon)) { EXPECT_EQ(app->GetDefaultFolder(olFolderCalendar, &calendar), S_OK); }
+    }
+    ~Server() {
+        calendar.Reset();
+        if (app && SUCCEEDED(logon)) app->Logoff();
+    }
+};
+
+std::wstring ShortDate(int y, int m, int d) {
+    SYSTEMTIME st = {};
+    st.wYear = static_cast<WORD>(y);
+    st.wMonth = static_cast<WORD>(m);
+    st.wDay = static_cast<WORD>(d);
+    wchar_t buf[50] = {};
+    GetDateFormatW(LOCALE_SYSTEM_DEFAULT, DATE_SHORTDATE, &st, nullptr, buf, 50);
+    return buf;
+}
+
+struct Found {
+    std::wstring subject;
+    DATE start = 0, end = 0;
+    long oid = 0;
+};
+
+// A date-range query exactly as the program makes it: the restriction from
+// its template and the locale's short dates, a fresh sorted collection with
+// recurrences, and a Find/FindNext walk.
+std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tmpl, monthstore::Day a,
+                                       monthstore::Day b, std::wstring* restrictionOut = nullptr) {
+    std::vector<Found> out;
+    wchar_t restriction[200];
+    wsprintfW(restriction, tmpl, ShortDate(a.y, a.m, a.d).c_str(), ShortDate(b.y, b.m, b.d).c_str());
+    if (restrictionOut) *restrictionOut = restriction;
+    Ptr<IPOutlookItemCollection> items;
+    EXPECT_EQ(folder->get_Items(&items), S_OK);
+    if (!items) return out;
+    EXPECT_EQ(items->Sort(Bstr(L"[Start]"), VARIANT_FALSE), S_OK);
+    EXPECT_EQ(items->put_IncludeRecurrences(VARIANT_TRUE), S_OK);
+    IDispatch* item = nullptr;
+    HRESULT hr = items->Find(Bstr(restriction), &item);
+    EXPECT_EQ(hr, S_OK) << Narrow(restriction);
+    while (SUCCEEDED(hr) && item) {
+        Ptr<IAppointment> appt;
+        AsAppointment(item, appt);
+        item->Release();
+        Found f;
+        BSTR subject = nullptr;
+        EXPECT_EQ(appt->get_Subject(&subject), S_OK);
+        f.subject = subject ? subject : L"";
+        SysFreeString(subject);
+        EXPECT_EQ(appt->get_Start(&f.start), S_OK);
+        EXPECT_EQ(appt->get_End(&f.end), S_OK);
+        EXPECT_EQ(appt->get_Oid(&f.oid), S_OK);
+        out.push_back(f);
+        item = nullptr;
+        hr = items->FindNext(&item);
+    }
+    return out;
+}
+
+std::vector<Found> OneDay(IFolder* folder, int y, int m, int d) {
+    return QueryLikeTheProgram(folder, monthstore::kTemplates[0], {y, m, d}, {y, m, d});
+}
+
+long OidOf(IFolder* folder, const wchar_t* subject) {
+    Ptr<IPOutlookItemCollection> items;
+    EXPECT_EQ(folder->get_Items(&items), S_OK);
+    int count = 0;
+    EXPECT_EQ(items->get_Count(&count), S_OK);
+    for (int i = 1; i <= count; ++i) {
+        IDispatch* d = nullptr;
+        EXPECT_EQ(items->Item(i, &d), S_OK);
+        Ptr<IAppointment> appt;
+        AsAppointment(d, appt);
+        d->Release();
+        BSTR s = nullptr;
+        appt->get_Subject(&s);
+        bool same = s && std::wstring(s) == subject;
+        SysFreeString(s);
+        long oid = 0;
+        appt->get_Oid(&oid);
+        if (same) return oid;
+    }
+    return 0;
+}
+
+DATE OleDate(IPOutlookApp* app, int y, int m, int d, int h = 0, int mi = 0) {
+    SYSTEMTIME st = {};
+    st.wYear = static_cast<WORD>(y);
+    st.wMonth = static_cast<WORD>(m);
+    st.wDay = static_cast<WORD>(d);
+    st.wHour = static_cast<WORD>(h);
+    st.wMinute = static_cast<WORD>(mi);
+    DATE out = 0;
+    EXPECT_EQ(app->SystemTimeToVariantTime(&st, &out), S_OK);
+    return out;
+}
+
+// The occurrence of a series on a given day, as the program reaches it: the
+// series' start moved to that day, then GetOccurrence.
+HRESULT OccurrenceOn(IPOutlookApp* app, long oid, int y, int m, int d, Ptr<IAppointment>& out) {
+    IDispatch* disp = nullptr;
+    HRESULT hr = app->GetItemFromOid(oid, &disp);
+    if (FAILED(hr)) return hr;
+    Ptr<IAppointment> series;
+    AsAppointment(disp, series);
+    disp->Release();
+    DATE start = 0;
+    series->get_Start(&start);
+    SYSTEMTIME st;
+    app->VariantTimeToSystemTime(start, &st);
+    st.wYear = static_cast<WORD>(y);
+    st.wMonth = static_cast<WORD>(m);
+    st.wDay = static_cast<WORD>(d);
+    app->SystemTimeToVariantTime(&st, &start);
+    Ptr<IRecurrencePattern> pattern;
+    hr = series->GetRecurrencePattern(&pattern);
+    if (FAILED(hr)) return hr;
+    return pattern->GetOccurrence(start, &out);
+}
+
+std::vector<std::wstring> Subjects(const std::vector<Found>& list) {
+    std::vector<std::wstring> out;
+    for (const auto& f : list) out.push_back(f.subject);
+    return out;
+}
+
+std::string Joined(const std::vector<std::wstring>& list) {
+    std::string s;
+    for (const auto& w : list) s += "[" + Narrow(w) + "]";
+    return s;
+}
+
+// The month store split into a directory with one file per UID.
+void WriteVdir(const std::wstring& dir) {
+    std::string ics = monthstore::kIcs;
+    std::string head = ics.substr(0, ics.find("BEGIN:VEVENT"));
+    size_t pos = 0;
+    std::vector<std::pair<std::string, std::string>> byUid;
+    while ((pos = ics.find("BEGIN:VEVENT", pos)) != std::string::npos) {
+        size_t end = ics.find("END:VEVENT\r\n", pos) + 12;
+        std::string block = ics.substr(pos, end - pos);
+        size_t u = block.find("UID:") + 4;
+        std::string uid = block.substr(u, block.find("\r\n", u) - u);
+        bool added = false;
+        for (auto& e : byUid)
+            if (e.first == uid) {
+                e.second += block;
+                added = true;
+            }
+        if (!added) byUid.push_back({uid, block});
+        pos = end;
+    }
+    CreateDirectoryW(dir.c_str(), nullptr);
+    for (const auto& e : byUid) {
+        std::wstring name(e.first.begin(), e.first.begin() + e.first.find('@'));
+        WriteBytes(dir + L"\\" + name + L".ics", head + e.second + "END:VCALENDAR\r\n");
+    }
+}
+
+}  // namespace
+
+TEST(Activation, RegisteredAndCreatedThroughCom) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{05058F23-20BE-11D2-8F18-0000F87A4335}\\InprocServer32", 0,
+                            KEY_READ, &key),
+              ERROR_SUCCESS);
+    wchar_t value[MAX_PATH * 2] = {};
+    DWORD size = sizeof(value);
+    ASSERT_EQ(RegQueryValueExW(key, L"ThreadingModel", nullptr, nullptr, reinterpret_cast<BYTE*>(value), &size),
+              ERROR_SUCCESS);
+    EXPECT_STREQ(value, L"Both");
+    size = sizeof(value);
+    ASSERT_EQ(RegQueryValueExW(key, nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(value), &size), ERROR_SUCCESS);
+    EXPECT_EQ(lstrcmpiW(value, g_dllPath.c_str()), 0) << Narrow(value);
+    RegCloseKey(key);
+
+    Ptr<IPOutlookApp> app;
+    ASSERT_EQ(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                               reinterpret_cast<void**>(&app)),
+              S_OK);
+    Ptr<IFolder> notAFolder;
+    EXPECT_EQ(app->QueryInterface(IID_IFolder, reinterpret_cast<void**>(&notAFolder)), E_NOINTERFACE);
+    // Nothing is served before logon.
+    Ptr<IFolder> folder;
+    EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &folder)));
+    EXPECT_FALSE(folder);
+}
+
+TEST(Queries, MonthAndDayInThisLocale) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    for (const auto& q : monthstore::Queries()) {
+        std::wstring restriction;
+        auto found = QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[q.kind], q.first, q.second,
+                                         &restriction);
+        EXPECT_EQ(Joined(Subjects(found)), Joined(q.subjects)) << q.name << ": " << Narrow(restriction);
+        for (size_t i = 1; i < found.size(); ++i) EXPECT_LE(found[i - 1].start, found[i].start) << q.name;
+    }
+    // An occurrence answers with the series' OID and its own times.
+    long standup = OidOf(server.calendar.get(), L"Standup");
+    ASSERT_NE(standup, 0);
+    auto dec1 = OneDay(server.calendar.get(), 2026, 12, 1);
+    ASSERT_EQ(dec1.size(), 2u);
+    EXPECT_EQ(dec1[1].oid, standup);
+    EXPECT_DOUBLE_EQ(dec1[1].start, OleDate(server.app.get(), 2026, 12, 1, 9));
+    EXPECT_DOUBLE_EQ(dec1[1].end, OleDate(server.app.get(), 2026, 12, 1, 9, 30));
+}
+
+TEST(Queries, SameThroughADirectoryStore) {
+    TempStore store("", L"vdir");
+    WriteVdir(store.path());
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    for (const auto& q : monthstore::Queries()) {
+        auto found = QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[q.kind], q.first, q.second);
+        EXPECT_EQ(Joined(Subjects(found)), Joined(q.subjects)) << q.name;
+    }
+}
+
+TEST(Queries, MalformedRestrictionsAreRefused) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    const wchar_t* bad[] = {L"", L"[End] >=", L"[Nope] = 1", L"[Start] >= 99/99/2026", L"([Start] > 1/1/2026",
+                            L"[Subject] = \"open", L"garbage"};
+    for (const wchar_t* text : bad) {
+        Ptr<IPOutlookItemCollection> items;
+        ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
+        IDispatch* item = reinterpret_cast<IDispatch*>(1);
+        EXPECT_EQ(items->Find(Bstr(text), &item), E_INVALIDARG) << Narrow(text);
+        EXPECT_EQ(item, nullptr) << Narrow(text);
+        Ptr<IPOutlookItemCollection> restricted;
+        EXPECT_EQ(items->Restrict(Bstr(text), &restricted), E_INVALIDARG) << Narrow(text);
+        EXPECT_FALSE(restricted) << Narrow(text);
+    }
+    Ptr<IPOutlookItemCollection> items;
+    ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
+    EXPECT_EQ(items->Sort(Bstr(L"[Colour]"), VARIANT_FALSE), E_INVALIDARG);
+}
+
+TEST(Queries, RestrictCountAndItem) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    Ptr<IPOutlookItemCollection> items;
+    ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
+    int count = 0;
+    ASSERT_EQ(items->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 6);  // the series counts once without recurrences
+    ASSERT_EQ(items->put_IncludeRecurrences(VARIANT_TRUE), S_OK);
+    ASSERT_EQ(items->Sort(Bstr(L"[Start]"), VARIANT_TRUE), S_OK);
+    std::wstring r = L"[Start] >= \"" + ShortDate(2026, 11, 1) + L"\" AND [Start] < \"" + ShortDate(2026, 12, 1) +
+                     L"\" AND [AllDayEvent] = FALSE";
+    Ptr<IPOutlookItemCollection> november;
+    ASSERT_EQ(items->Restrict(Bstr(r.c_str()), &november), S_OK);
+    ASSERT_EQ(november->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 6);  // Standup x3, Dentist, Trip, Late
+    IDispatch* d = nullptr;
+    ASSERT_EQ(november->Item(1, &d), S_OK);  // descending: the latest first
+    Ptr<IAppointment> first;
+    AsAppointment(d, first);
+    d->Release();
+    BSTR s = nullptr;
+    first->get_Subject(&s);
+    EXPECT_STREQ(s, L"Late");
+    server.app->SysFreeString(s);
+    d = nullptr;
+    EXPECT_EQ(november->Item(0, &d), E_INVALIDARG);
+    EXPECT_EQ(november->Item(count + 1, &d), E_INVALIDARG);
+}
+
+TEST(Items, OidsStayTheSameAcrossLogons) {
+    TempStore store;
+    long first = 0;
+    {
+        Server a;
+        ASSERT_EQ(a.logon, S_OK);
+        first = OidOf(a.calendar.get(), L"Trip");
+        ASSERT_NE(first, 0);
+    }
+    Server b;
+    ASSERT_EQ(b.logon, S_OK);
+    EXPECT_EQ(OidOf(b.calendar.get(), L"Trip"), first);
+    IDispatch* d = nullptr;
+    ASSERT_EQ(b.app->GetItemFromOid(first, &d), S_OK);
+    Ptr<IAppointment> trip;
+    AsAppointment(d, trip);
+    d->Release();
+    BSTR cats = nullptr;
+    ASSERT_EQ(trip->get_Categories(&cats), S_OK);
+    EXPECT_STREQ(cats, L"Travel, Family");
+    SysFreeString(cats);
+    long duration = 0;
+    ASSERT_EQ(trip->get_Duration(&duration), S_OK);
+    EXPECT_EQ(duration, (2 * 24 + 15) * 60);
+    d = nullptr;
+    EXPECT_TRUE(FAILED(b.app->GetItemFromOid(first + 1, &d)));
+    EXPECT_EQ(d, nullptr);
+}
+
+TEST(Items, PatternAndExceptionsOfASeries) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    long oid = OidOf(server.calendar.get(), L"Standup");
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->GetItemFromOid(oid, &d), S_OK);
+    Ptr<IAppointment> series;
+    AsAppointment(d, series);
+    d->Release();
+    VARIANT_BOOL recurring = VARIANT_FALSE;
+    ASSERT_EQ(series->get_IsRecurring(&recurring), S_OK);
+    EXPECT_NE(recurring, VARIANT_FALSE);
+    Ptr<IRecurrencePattern> pattern;
+    ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
+    long v = -1;
+    struct Check {
+        const char* name;
+        HRESULT (STDMETHODCALLTYPE IRecurrencePattern::*get)(long*);
+        long expect;
+    } checks[] = {
+        {"type", &IRecurrencePattern::get_RecurrenceType, olRecursWeekly},
+        {"interval", &IRecurrencePattern::get_Interval, 1},
+        {"mask", &IRecurrencePattern::get_DayOfWeekMask, olTuesday},
+        {"duration", &IRecurrencePattern::get_Duration, 30},
+        {"occurrences", &IRecurrencePattern::get_Occurrences, 0},
+    };
+    for (const auto& c : checks) {
+        EXPECT_EQ((pattern.get()->*c.get)(&v), S_OK) << c.name;
+        EXPECT_EQ(v, c.expect) << c.name;
+    }
+    VARIANT_BOOL noEnd = VARIANT_FALSE;
+    ASSERT_EQ(pattern->get_NoEndDate(&noEnd), S_OK);
+    EXPECT_NE(noEnd, VARIANT_FALSE);
+    DATE startDate = 0;
+    ASSERT_EQ(pattern->get_PatternStartDate(&startDate), S_OK);
+    EXPECT_DOUBLE_EQ(startDate, OleDate(server.app.get(), 2026, 10, 6));
+
+    Ptr<IExceptions> exceptions;
+    ASSERT_EQ(pattern->get_Exceptions(&exceptions), S_OK);
+    int count = 0;
+    ASSERT_EQ(exceptions->get_Count(&count), S_OK);
+    ASSERT_EQ(count, 2);
+    Ptr<IException> deleted, moved;
+    ASSERT_EQ(exceptions->Item(1, &deleted), S_OK);
+    ASSERT_EQ(exceptions->Item(2, &moved), S_OK);
+    VARIANT_BOOL flag = VARIANT_FALSE;
+    ASSERT_EQ(deleted->get_Deleted(&flag), S_OK);
+    EXPECT_NE(flag, VARIANT_FALSE);
+    DATE original = 0;
+    ASSERT_EQ(deleted->get_OriginalDate(&original), S_OK);
+    EXPECT_DOUBLE_EQ(original, OleDate(server.app.get(), 2026, 11, 10, 9));
+    ASSERT_EQ(moved->get_Deleted(&flag), S_OK);
+    EXPECT_EQ(flag, VARIANT_FALSE);
+    Ptr<IAppointment> movedItem;
+    ASSERT_EQ(moved->get_AppointmentItem(&movedItem), S_OK);
+    DATE start = 0;
+    movedItem->get_Start(&start);
+    EXPECT_DOUBLE_EQ(start, OleDate(server.app.get(), 2026, 11, 18, 14));
+    Ptr<IException> none;
+    EXPECT_EQ(exceptions->Item(3, &none), E_INVALIDARG);
+
+    // GetOccurrence on a moment that is no occurrence fails.
+    Ptr<IAppointment> occ;
+    EXPECT_TRUE(FAILED(pattern->GetOccurrence(OleDate(server.app.get(), 2026, 11, 25, 9), &occ)));
+    EXPECT_FALSE(occ);
+}
+
+TEST(Items, DeleteOneOccurrenceThenTheSeries) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    long oid = OidOf(server.calendar.get(), L"Standup");
+    Ptr<IAppointment> occ;
+    ASSERT_EQ(OccurrenceOn(server.app.get(), oid, 2026, 11, 24, occ), S_OK);
+    long occOid = 0;
+    occ->get_Oid(&occOid);
+    EXPECT_EQ(occOid, oid);
+    ASSERT_EQ(occ->Delete(), S_OK);
+    EXPECT_TRUE(OneDay(server.calendar.get(), 2026, 11, 24).empty());
+    EXPECT_EQ(Joined(Subjects(OneDay(server.calendar.get(), 2026, 12, 1))), "[Late][Standup]");
+    EXPECT_NE(ReadBytes(store.path()).find("EXDATE:20261124T090000"), std::string::npos);
+
+    // The whole series (the program's mode 3: the item itself).
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->GetItemFromOid(oid, &d), S_OK);
+    Ptr<IAppointment> series;
+    AsAppointment(d, series);
+    d->Release();
+    ASSERT_EQ(series->Delete(), S_OK);
+    EXPECT_EQ(Joined(Subjects(OneDay(server.calendar.get(), 2026, 12, 1))), "[Late]");
+    EXPECT_TRUE(OneDay(server.calendar.get(), 2026, 11, 18).empty());
+    d = nullptr;
+    EXPECT_TRUE(FAILED(server.app->GetItemFromOid(oid, &d)));
+    EXPECT_EQ(ReadBytes(store.path()).find("standup@"), std::string::npos);
+}
+
+TEST(Items, CopyAndMoveToAnotherDay) {
+    // As the program pastes: copy, move start and end onto the target day
+    // keeping their times of day, save; a cut also deletes the source.
+    struct Case {
+        const char* name;
+        const wchar_t* subject;
+        monthstore::Day source, target;
+        bool cut;
+        const char* sourceDayAfter;
+    } cases[] = {
+        {"copy one-off", L"Dentist", {2026, 11, 5}, {2026, 11, 7}, false, "[Dentist]"},
+        {"move one-off", L"Dentist", {2026, 11, 5}, {2026, 11, 7}, true, ""},
+        {"copy occurrence", L"Standup", {2026, 11, 24}, {2026, 11, 26}, false, "[Standup]"},
+        {"move occurrence", L"Standup", {2026, 11, 24}, {2026, 11, 26}, true, ""},
+    };
+    for (const auto& c : cases) {
+        TempStore store;
+        Server server;
+        ASSERT_EQ(server.logon, S_OK) << c.name;
+        long oid = OidOf(server.calendar.get(), c.subject);
+        Ptr<IAppointment> source;
+        if (std::wstring(c.subject) == L"Standup") {
+            ASSERT_EQ(OccurrenceOn(server.app.get(), oid, c.source.y, c.source.m, c.source.d, source), S_OK) << c.name;
+        } else {
+            IDispatch* d = nullptr;
+            ASSERT_EQ(server.app->GetItemFromOid(oid, &d), S_OK) << c.name;
+            AsAppointment(d, source);
+            d->Release();
+        }
+        Ptr<IAppointment> copy;
+        ASSERT_EQ(source->Copy(&copy), S_OK) << c.name;
+        DATE start = 0, end = 0;
+        copy->get_Start(&start);
+        copy->get_End(&end);
+        DATE target = OleDate(server.app.get(), c.target.y, c.target.m, c.target.d);
+        ASSERT_EQ(copy->put_Start(start + (target - static_cast<long>(start))), S_OK) << c.name;
+        ASSERT_EQ(copy->put_End(end + (target - static_cast<long>(end))), S_OK) << c.name;
+        ASSERT_EQ(copy->Save(), S_OK) << c.name;
+        if (c.cut) { ASSERT_EQ(source->Delete(), S_OK) << c.name; }
+        long copyOid = 0;
+        copy->get_Oid(&copyOid);
+        EXPECT_NE(copyOid, 0) << c.name;
+        EXPECT_NE(copyOid, oid) << c.name;
+        VARIANT_BOOL recurring = VARIANT_TRUE;
+        copy->get_IsRecurring(&recurring);
+        EXPECT_EQ(recurring, VARIANT_FALSE) << c.name;
+        auto onTarget = OneDay(server.calendar.get(), c.target.y, c.target.m, c.target.d);
+        ASSERT_EQ(onTarget.size(), 1u) << c.name;
+        EXPECT_EQ(onTarget[0].subject, c.subject) << c.name;
+        EXPECT_EQ(onTarget[0].oid, copyOid) << c.name;
+        EXPECT_DOUBLE_EQ(onTarget[0].start - static_cast<long>(onTarget[0].start), start - static_cast<long>(start))
+            << c.name;
+        EXPECT_EQ(Joined(Subjects(OneDay(server.calendar.get(), c.source.y, c.source.m, c.source.d))),
+                  c.sourceDayAfter)
+            << c.name;
+    }
+}
+
+TEST(Items, NewItemsAndEveryProperty) {
+    TempStore store("", L"sub\\new.ics");  // not there yet: made on logon
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
+    Ptr<IAppointment> appt;
+    AsAppointment(d, appt);
+    d->Release();
+    long oid = -1;
+    appt->get_Oid(&oid);
+    EXPECT_EQ(oid, 0);
+    std::wstring longSubject(500, L'x');
+    longSubject += L"\u00fc\u20ac";
+    ASSERT_EQ(appt->put_Subject(Bstr(longSubject.c_str())), S_OK);
+    ASSERT_EQ(appt->put_Location(Bstr(L"Hall; \"B\", 2")), S_OK);
+    ASSERT_EQ(appt->put_Body(Bstr(L"line one\r\nline two")), S_OK);
+    ASSERT_EQ(appt->put_Categories(Bstr(L"Work, Personal")), S_OK);
+    ASSERT_EQ(appt->put_Start(OleDate(server.app.get(), 2026, 11, 9, 13, 30)), S_OK);
+    ASSERT_EQ(appt->put_End(OleDate(server.app.get(), 2026, 11, 9, 15)), S_OK);
+    ASSERT_EQ(appt->put_BusyStatus(olOutOfOffice), S_OK);
+    ASSERT_EQ(appt->put_Sensitivity(olPrivate), S_OK);
+    ASSERT_EQ(appt->put_ReminderSet(VARIANT_TRUE), S_OK);
+    ASSERT_EQ(appt->put_ReminderMinutesBeforeStart(30), S_OK);
+    EXPECT_EQ(appt->put_BusyStatus(17), E_INVALIDARG);
+    EXPECT_EQ(appt->put_End(OleDate(server.app.get(), 2026, 11, 9, 12)), E_INVALIDARG);
+    EXPECT_EQ(appt->Display(), E_NOTIMPL);
+    ASSERT_EQ(appt->Save(), S_OK);
+    appt->get_Oid(&oid);
+    ASSERT_NE(oid, 0);
+
+    Server again;
+    ASSERT_EQ(again.logon, S_OK);
+    d = nullptr;
+    ASSERT_EQ(again.app->GetItemFromOid(oid, &d), S_OK);
+    Ptr<IAppointment> read;
+    AsAppointment(d, read);
+    d->Release();
+    struct Text {
+        const char* name;
+        HRESULT (STDMETHODCALLTYPE IAppointment::*get)(BSTR*);
+        std::wstring expect;
+    } texts[] = {
+        {"subject", &IAppointment::get_Subject, longSubject},
+        {"location", &IAppointment::get_Location, L"Hall; \"B\", 2"},
+        {"body", &IAppointment::get_Body, L"line one\r\nline two"},
+        {"categories", &IAppointment::get_Categories, L"Work, Personal"},
+    };
+    for (const auto& t : texts) {
+        BSTR b = nullptr;
+        ASSERT_EQ((read.get()->*t.get)(&b), S_OK) << t.name;
+        std::wstring got(b, SysStringLen(b));
+        // The body's line ends may come back as the store writes them.
+        if (std::string(t.name) == "body") {
+            EXPECT_NE(got.find(L"line two"), std::wstring::npos) << t.name;
+        } else {
+            EXPECT_EQ(got, t.expect) << t.name;
+        }
+        again.app->SysFreeString(b);
+    }
+    struct Number {
+        const char* name;
+        HRESULT (STDMETHODCALLTYPE IAppointment::*get)(long*);
+        long expect;
+    } numbers[] = {
+        {"busy", &IAppointment::get_BusyStatus, olOutOfOffice},
+        {"sensitivity", &IAppointment::get_Sensitivity, olPrivate},
+        {"duration", &IAppointment::get_Duration, 90},
+        {"reminder minutes", &IAppointment::get_ReminderMinutesBeforeStart, 30},
+    };
+    for (const auto& n : numbers) {
+        long v = -1;
+        ASSERT_EQ((read.get()->*n.get)(&v), S_OK) << n.name;
+        EXPECT_EQ(v, n.expect) << n.name;
+    }
+    VARIANT_BOOL b = VARIANT_FALSE;
+    read->get_ReminderSet(&b);
+    EXPECT_NE(b, VARIANT_FALSE);
+    read->get_AllDayEvent(&b);
+    EXPECT_EQ(b, VARIANT_FALSE);
+
+    // Made recurring through its pattern: every second Monday, three times.
+    Ptr<IRecurrencePattern> pattern;
+    ASSERT_EQ(read->GetRecurrencePattern(&pattern), S_OK);
+    ASSERT_EQ(pattern->put_RecurrenceType(olRecursWeekly), S_OK);
+    ASSERT_EQ(pattern->put_DayOfWeekMask(olMonday), S_OK);
+    ASSERT_EQ(pattern->put_Interval(2), S_OK);
+    ASSERT_EQ(pattern->put_Occurrences(3), S_OK);
+    EXPECT_EQ(pattern->put_Interval(0), E_INVALIDARG);
+    ASSERT_EQ(read->Save(), S_OK);
+    auto december = QueryLikeTheProgram(again.calendar.get(), monthstore::kTemplates[1], {2026, 11, 1}, {2026, 12, 31});
+    ASSERT_EQ(december.size(), 3u);
+    EXPECT_DOUBLE_EQ(december[2].start, OleDate(again.app.get(), 2026, 12, 7, 13, 30));
+    d = nullptr;
+    EXPECT_EQ(again.app->CreateItem(olContactItem, &d), E_INVALIDARG);
+}
+
+TEST(Store, RoundTripLeavesTheFileAsItWas) {
+    TempStore store;
+    {
+        Server server;
+        ASSERT_EQ(server.logon, S_OK);
+        for (const auto& q : monthstore::Queries())
+            QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[q.kind], q.first, q.second);
+        OidOf(server.calendar.get(), L"Trip");
+    }
+    EXPECT_EQ(ReadBytes(store.path()), monthstore::kIcs);
+
+    // Changing one event rewrites only that event.
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->GetItemFromOid(OidOf(server.calendar.get(), L"Late"), &d), S_OK);
+    Ptr<IAppointment> late;
+    AsAppointment(d, late);
+    d->Release();
+    ASSERT_EQ(late->put_Subject(Bstr(L"Later")), S_OK);
+    ASSERT_EQ(late->Save(), S_OK);
+    std::string after = ReadBytes(store.path());
+    std::string before = monthstore::kIcs;
+    size_t lateAt = before.find("BEGIN:VEVENT\r\nUID:late@");
+    size_t lateEnd = before.find("END:VEVENT\r\n", lateAt) + 12;
+    EXPECT_EQ(after.substr(0, lateAt), before.substr(0, lateAt));
+    EXPECT_NE(after.find(before.substr(lateEnd)), std::string::npos);
+    EXPECT_NE(after.find("SUMMARY:Later"), std::string::npos);
+}
+
+TEST(Store, UnreadableStoreFailsLogonAndStaysUntouched) {
+    struct Case {
+        const char* name;
+        std::string bytes;
+    } cases[] = {
+        {"not a calendar", "hello, world\r\n"},
+        {"truncated", std::string(monthstore::kIcs).substr(0, 300)},
+    };
+    for (const auto& c : cases) {
+        TempStore store(c.bytes);
+        Server server;
+        EXPECT_TRUE(FAILED(server.logon)) << c.name;
+        Ptr<IFolder> folder;
+        EXPECT_TRUE(FAILED(server.app->GetDefaultFolder(olFolderCalendar, &folder))) << c.name;
+        EXPECT_EQ(ReadBytes(store.path()), c.bytes) << c.name;
+    }
+    // A store file another program holds exclusively cannot be read either.
+    TempStore store;
+    HANDLE h = CreateFileW(store.path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    {
+        Server server;
+        EXPECT_TRUE(FAILED(server.logon));
+    }
+    CloseHandle(h);
+    EXPECT_EQ(ReadBytes(store.path()), monthstore::kIcs);
+}
+
+TEST(Store, TwoServersOnOneStoreLoseNothing) {
+    TempStore store;
+    Server a, b;
+    ASSERT_EQ(a.logon, S_OK);
+    ASSERT_EQ(b.logon, S_OK);
+    struct Add {
+        Server* server;
+        const wchar_t* subject;
+        int day;
+    } adds[] = {{&a, L"From A", 3}, {&b, L"From B", 4}};
+    for (const auto& add : adds) {
+        IDispatch* d = nullptr;
+        ASSERT_EQ(add.server->app->CreateItem(olAppointmentItem, &d), S_OK);
+        Ptr<IAppointment> appt;
+        AsAppointment(d, appt);
+        d->Release();
+        appt->put_Subject(Bstr(add.subject));
+        appt->put_Start(OleDate(add.server->app.get(), 2026, 11, add.day, 8));
+        appt->put_End(OleDate(add.server->app.get(), 2026, 11, add.day, 9));
+        ASSERT_EQ(appt->Save(), S_OK) << Narrow(add.subject);
+    }
+    Server c;
+    ASSERT_EQ(c.logon, S_OK);
+    EXPECT_NE(OidOf(c.calendar.get(), L"From A"), 0);
+    EXPECT_NE(OidOf(c.calendar.get(), L"From B"), 0);
+    EXPECT_NE(OidOf(c.calendar.get(), L"Dentist"), 0);
+}
+
+TEST(Store, ChangesByOthersAreNoticedAndAnnounced) {
+    TempStore store;
+    HWND hwnd = CreateWindowExW(0, L"STATIC", L"poom test", 0, 0, 0, 10, 10, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    ASSERT_NE(hwnd, nullptr);
+    {
+        Server server(hwnd);
+        ASSERT_EQ(server.logon, S_OK);
+        EXPECT_TRUE(OneDay(server.calendar.get(), 2026, 11, 6).empty());
+        // Another program replaces the store with one more event.
+        Sleep(1100);  // a new modification time even on coarse clocks
+        std::string ics = monthstore::kIcs;
+        ics.insert(ics.find("BEGIN:X-SOMETHING-ELSE"),
+                   "BEGIN:VEVENT\r\nUID:other@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+                   "DTSTART:20261106T120000\r\nDTEND:20261106T130000\r\nSUMMARY:Lunch\r\nEND:VEVENT\r\n");
+        std::wstring temp = store.path() + L".other";
+        WriteBytes(temp, ics);
+        ASSERT_TRUE(MoveFileExW(temp.c_str(), store.path().c_str(), MOVEFILE_REPLACE_EXISTING));
+        bool announced = false;
+        DWORD until = GetTickCount() + 10000;
+        while (!announced && GetTickCount() < until) {
+            MSG msg;
+            while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE))
+                if (msg.message == WM_USER + 1) announced = true;
+            Sleep(50);
+        }
+        EXPECT_TRUE(announced);
+        EXPECT_EQ(Joined(Subjects(OneDay(server.calendar.get(), 2026, 11, 6))), "[Lunch]");
+    }
+    DestroyWindow(hwnd);
+}
+
+TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
+    TempStore store;
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    IFolder* folder = server.calendar.get();
+    IPOutlookApp* app = server.app.get();
+    std::atomic<bool> stop{false};
+    std::atomic<int> failures{0}, queries{0};
+    // The rendering thread: month queries, over and over.
+    std::thread render([&] {
+        while (!stop) {
+            for (int kind = 1; kind <= 3; ++kind) {
+                Ptr<IPOutlookItemCollection> items;
+                if (FAILED(folder->get_Items(&items))) ++failures;
+                items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
+                items->put_IncludeRecurrences(VARIANT_TRUE);
+                wchar_t r[200];
+                wsprintfW(r, monthstore::kTemplates[kind], ShortDate(2026, 11, 1).c_str(),
+                          ShortDate(2026, 11, 30).c_str());
+                IDispatch* item = nullptr;
+                if (FAILED(items->Find(Bstr(r), &item))) ++failures;
+                while (item) {
+                    Ptr<IAppointment> a;
+                    if (FAILED(item->QueryInterface(IID_IAppointment, reinterpret_cast<void**>(&a)))) ++failures;
+                    item->Release();
+                    BSTR s = nullptr;
+                    if (FAILED(a->get_Subject(&s))) ++failures;
+                    app->SysFreeString(s);
+                    item = nullptr;
+                    items->FindNext(&item);
+                }
+                ++queries;
+            }
+        }
+    });
+    // The UI thread: add and delete appointments meanwhile.
+    int added = 0;
+    DWORD until = GetTickCount() + 4000;
+    while (GetTickCount() < until) {
+        IDispatch* d = nullptr;
+        ASSERT_EQ(app->CreateItem(olAppointmentItem, &d), S_OK);
+        Ptr<IAppointment> appt;
+        AsAppointment(d, appt);
+        d->Release();
+        appt->put_Subject(Bstr(L"Busy"));
+        appt->put_Start(OleDate(app, 2026, 11, 1 + added % 28, 10));
+        appt->put_End(OleDate(app, 2026, 11, 1 + added % 28, 11));
+        ASSERT_EQ(appt->Save(), S_OK);
+        if (added % 2 == 1) { ASSERT_EQ(appt->Delete(), S_OK); }
+        ++added;
+    }
+    stop = true;
+    render.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_GT(queries.load(), 0);
+    Ptr<IPOutlookItemCollection> items;
+    ASSERT_EQ(folder->get_Items(&items), S_OK);
+    Ptr<IPOutlookItemCollection> busy;
+    ASSERT_EQ(items->Restrict(Bstr(L"[Subject] = \"Busy\""), &busy), S_OK);
+    int count = 0;
+    busy->get_Count(&count);
+    EXPECT_EQ(count, (added + 1) / 2);
+}
+
+TEST(Conversions, VariantTimesBothWays) {
+    TempStore store;
+    Server server;
+    struct Case {
+        const char* name;
+        SYSTEMTIME st;
+        bool ok;
+    } cases[] = {
+        {"noon", {2026, 11, 0, 5, 12, 0, 0, 0}, true},
+        {"leap day", {2024, 2, 0, 29, 23, 59, 59, 0}, true},
+        {"not a leap day", {2026, 2, 0, 29, 0, 0, 0, 0}, false},
+        {"month 13", {2026, 13, 0, 1, 0, 0, 0, 0}, false},
+        {"hour 24", {2026, 11, 0, 5, 24, 0, 0, 0}, false},
+    };
+    for (auto c : cases) {
+        DATE d = 0;
+        HRESULT hr = server.app->SystemTimeToVariantTime(&c.st, &d);
+        EXPECT_EQ(SUCCEEDED(hr), c.ok) << c.name;
+        if (!c.ok) continue;
+        DATE system = 0;
+        ASSERT_TRUE(::SystemTimeToVariantTime(&c.st, &system)) << c.name;
+        EXPECT_NEAR(d, system, 1e-9) << c.name;
+        SYSTEMTIME back = {};
+        ASSERT_EQ(server.app->VariantTimeToSystemTime(d, &back), S_OK) << c.name;
+        EXPECT_EQ(back.wYear, c.st.wYear) << c.name;
+        EXPECT_EQ(back.wDay, c.st.wDay) << c.name;
+        EXPECT_EQ(back.wHour, c.st.wHour) << c.name;
+        EXPECT_EQ(back.wSecond, c.st.wSecond) << c.name;
+    }
+    SYSTEMTIME st;
+    EXPECT_EQ(server.app->VariantTimeToSystemTime(1e12, &st), E_INVALIDARG);
+}
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: poom_com_test PATH-TO-lfpoom.dll\n");
+        return 2;
+    }
+    g_dllPath = WindowsPath(argv[1]);
+    // Register the server into this prefix as regsvr32 would.
+    HMODULE dll = LoadLibraryW(g_dllPath.c_str());
+    if (!dll) {
+        std::fprintf(stderr, "cannot load %s (error %lu)\n", argv[1], GetLastError());
+        return 1;
+    }
+    auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+        reinterpret_cast<void*>(GetProcAddress(dll, "DllRegisterServer")));
+    if (!reg || FAILED(reg())) {
+        std::fprintf(stderr, "DllRegisterServer failed\n");
+        return 1;
+    }
+    wchar_t picture[80] = {};
+    GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_SSHORTDATE, picture, 80);
+    std::printf("short date picture of this locale: %s\n", Narrow(picture).c_str());
+    // The program's apartment: multithreaded, shared by its two threads.
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    int result = RUN_ALL_TESTS();
+    CoUninitialize();
+    return result;
+}
