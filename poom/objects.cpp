@@ -20,6 +20,15 @@ namespace {
 const HRESULT kNotLoggedOn = E_FAIL;        // no store open
 const HRESULT kNotFound = E_INVALIDARG;     // no item or occurrence by that name
 const HRESULT kStoreFailed = E_FAIL;        // the store refused a change
+// Another program changed the same appointment since we read it ("the file
+// has been altered externally"); its version is kept and shown.
+const HRESULT kConflict = HRESULT_FROM_WIN32(ERROR_FILE_INVALID);
+
+HRESULT StoreFailure(const Store& store, const std::string& uid) {
+    auto conflicts = store.LastConflicts();
+    if (!uid.empty() && std::find(conflicts.begin(), conflicts.end(), uid) != conflicts.end()) return kConflict;
+    return kStoreFailed;
+}
 
 HRESULT OutString(const std::wstring& s, BSTR* out) {
     if (!out) return E_POINTER;
@@ -448,8 +457,11 @@ HRESULT Appointment::Save() {
         }
         oid = item_.oid;
         std::string error;
+        std::string uid = store->UidOf(oid);
+        // On a conflict the watch picks up the version kept on disk and
+        // tells the logon window to show it.
         if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
-            return kStoreFailed;
+            return StoreFailure(*store, uid);
         item_.oid = oid;
         item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
         hasPending_ = clearRecurrence_ = false;
@@ -470,9 +482,10 @@ HRESULT Appointment::Delete() {
             return S_OK;
         }
         std::string error;
+        std::string uid = store->UidOf(item_.oid);
         bool ok = item_.isOccurrence ? store->DeleteOccurrence(item_.oid, item_.originalStart, error)
                                      : store->DeleteItem(item_.oid, error);
-        if (!ok) return kStoreFailed;
+        if (!ok) return StoreFailure(*store, uid);
         deleted_ = true;
     }
     app_->session().NoteOwnChange();

@@ -11,7 +11,37 @@ namespace {
 const UINT kStoreChangedMessage = WM_USER + 1;
 const DWORD kWatchPeriodMs = 500;
 
-std::string Utf8Path(const std::wstring& w) { return Utf8FromWide(w); }
+// The iCalendar engine opens files through the C runtime's narrow calls,
+// which take the ANSI code page on Windows. A path that code page cannot
+// spell goes by its short (8.3) form, which always can.
+std::string NarrowPath(const std::wstring& w) {
+    auto ansi = [](const std::wstring& path, std::string& out) {
+        BOOL lossy = FALSE;
+        int n = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, path.c_str(), -1, nullptr, 0, nullptr, &lossy);
+        if (n <= 0 || lossy) return false;
+        std::string s(static_cast<size_t>(n), '\0');
+        WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, path.c_str(), -1, &s[0], n, nullptr, &lossy);
+        s.resize(static_cast<size_t>(n - 1));
+        out = s;
+        return !lossy;
+    };
+    std::string out;
+    if (ansi(w, out)) return out;
+    // Shorten the folder (which exists) and keep the file's own name when
+    // the file itself is still to be made.
+    std::wstring dir = w, name;
+    if (GetFileAttributesW(w.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        size_t slash = w.find_last_of(L"\\/");
+        if (slash != std::wstring::npos) {
+            dir = w.substr(0, slash);
+            name = w.substr(slash);
+        }
+    }
+    wchar_t shortPath[MAX_PATH * 2] = {};
+    DWORD n = GetShortPathNameW(dir.c_str(), shortPath, MAX_PATH * 2);
+    if (n > 0 && n < MAX_PATH * 2 && ansi(std::wstring(shortPath) + name, out)) return out;
+    return Utf8FromWide(w);  // the engine will report the store unreadable
+}
 
 lfical::Zone MachineZone() {
     TIME_ZONE_INFORMATION tzi = {};
@@ -90,7 +120,7 @@ HRESULT Session::Logon(HWND hwnd) {
     picture_ = DatePicture(ShortDatePicture());
     auto store = std::make_shared<Store>(MachineZone());
     std::string error;
-    if (!store->Open(Utf8Path(path), create, error)) {
+    if (!store->Open(NarrowPath(path), create, error)) {
         // Nothing is written to a store we could not read.
         return E_FAIL;
     }

@@ -334,12 +334,21 @@ bool Store::GetOccurrence(std::uint32_t oid, LocalSecs when, ItemSnapshot& out) 
     return false;
 }
 
-bool Store::Persist(std::string& error) {
+bool Store::Persist(const std::string& uid, std::string& error) {
     std::vector<lfical::Problem> problems;
     conflicts_.clear();
     if (!ical_->save(&problems, &conflicts_)) {
         error = "the store could not be saved";
         if (!problems.empty()) error += ": " + problems.front().message;
+        return false;
+    }
+    if (std::find(conflicts_.begin(), conflicts_.end(), uid) != conflicts_.end()) {
+        // Another program changed the same appointment since we read it: its
+        // version stays on disk and ours is refused, still held by the
+        // caller, who may save it again over the version now shown.
+        error = "the appointment was changed by another program";
+        std::string ignored;
+        Reload(ignored);
         return false;
     }
     AssignOids();
@@ -434,7 +443,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         return false;
     }
     std::string uid = ical_->uid(id);
-    if (!Persist(error)) return false;
+    if (!Persist(uid, error)) return false;
     auto it = uidToOid_.find(uid);
     if (it == uidToOid_.end()) {
         error = "the saved appointment is missing";
@@ -451,11 +460,12 @@ bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
         error = "the appointment is no longer in the store";
         return false;
     }
+    std::string uid = ical_->uid(id);
     if (!ical_->remove(id)) {
         error = "the appointment could not be deleted";
         return false;
     }
-    return Persist(error);
+    return Persist(uid, error);
 }
 
 bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error) {
@@ -474,12 +484,18 @@ bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::st
         error = "the occurrence could not be deleted";
         return false;
     }
-    return Persist(error);
+    return Persist(series.uid, error);
 }
 
 size_t Store::Count() const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     return oidToUid_.size();
+}
+
+std::string Store::UidOf(std::uint32_t oid) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    auto it = oidToUid_.find(oid);
+    return it == oidToUid_.end() ? std::string() : it->second;
 }
 
 std::vector<std::string> Store::LastConflicts() const {

@@ -109,13 +109,15 @@ public:
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
     size_t Count() const;
-    // Conflicts reported by the last save (UIDs changed here and on disk).
+    // UIDs the last save found changed both here and on disk; a change
+    // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;
+    std::string UidOf(std::uint32_t oid) const;
 
 private:
     lfical::EventId Find(std::uint32_t oid) const;
     void AssignOids();
-    bool Persist(std::string& error);
+    bool Persist(const std::string& uid, std::string& error);
     ItemSnapshot SnapshotOf(lfical::EventId id) const;
     ItemSnapshot SnapshotOf(const lfical::Occurrence& o) const;
     LocalSecs ToLocal(const lfical::Time& t) const;

@@ -786,6 +786,38 @@ TEST(Store, TwoServersOnOneStoreLoseNothing) {
     EXPECT_NE(OidOf(c.calendar.get(), L"Dentist"), 0);
 }
 
+TEST(Store, SameAppointmentChangedByTwoIsReportedNotLost) {
+    TempStore store;
+    Server a, b;
+    ASSERT_EQ(a.logon, S_OK);
+    ASSERT_EQ(b.logon, S_OK);
+    long oid = OidOf(a.calendar.get(), L"Dentist");
+    Ptr<IAppointment> mine, theirs;
+    IDispatch* d = nullptr;
+    ASSERT_EQ(a.app->GetItemFromOid(oid, &d), S_OK);
+    AsAppointment(d, mine);
+    d->Release();
+    d = nullptr;
+    ASSERT_EQ(b.app->GetItemFromOid(oid, &d), S_OK);
+    AsAppointment(d, theirs);
+    d->Release();
+    ASSERT_EQ(theirs->put_Subject(Bstr(L"Dentist (theirs)")), S_OK);
+    ASSERT_EQ(theirs->Save(), S_OK);
+    ASSERT_EQ(mine->put_Subject(Bstr(L"Dentist (mine)")), S_OK);
+    HRESULT hr = mine->Save();
+    EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_FILE_INVALID));
+    std::string file = ReadBytes(store.path());
+    EXPECT_NE(file.find("SUMMARY:Dentist (theirs)"), std::string::npos);
+    // Ours is still held, and saved over theirs when asked again.
+    BSTR s = nullptr;
+    mine->get_Subject(&s);
+    EXPECT_STREQ(s, L"Dentist (mine)");
+    SysFreeString(s);
+    EXPECT_EQ(Joined(Subjects(OneDay(a.calendar.get(), 2026, 11, 5))), "[Dentist (theirs)]");
+    ASSERT_EQ(mine->Save(), S_OK);
+    EXPECT_NE(ReadBytes(store.path()).find("SUMMARY:Dentist (mine)"), std::string::npos);
+}
+
 TEST(Store, ChangesByOthersAreNoticedAndAnnounced) {
     TempStore store;
     HWND hwnd = CreateWindowExW(0, L"STATIC", L"poom test", 0, 0, 0, 10, 10, HWND_MESSAGE, nullptr, nullptr, nullptr);
