@@ -215,7 +215,35 @@ bool RecurIter::fill()
             done_ = true;
             return false;
         }
-        if (r_.byWeekNo.empty() && r_.byYearDay.empty() && !months_.empty()) {
+        if (!r_.byYearDay.empty() || !r_.byWeekNo.empty()) {
+            // Only the named days or weeks can match: build just those.
+            int64_t first = daysFromCivil(y, 1, 1), last = daysFromCivil(y, 12, 31);
+            std::vector<int64_t> cand;
+            if (!r_.byYearDay.empty()) {
+                for (int16_t yd : r_.byYearDay)
+                    cand.push_back(yd > 0 ? first + yd - 1 : last + yd + 1);
+            } else {
+                int64_t w1 = week1Start(y, r_.wkst);
+                int64_t nweeks = (week1Start(y + 1, r_.wkst) - w1) / 7;
+                for (int16_t wn : r_.byWeekNo) {
+                    int64_t w = wn > 0 ? wn - 1 : nweeks + wn;
+                    if (w < 0 || w >= nweeks)
+                        continue;
+                    for (int d = 0; d < 7; ++d)
+                        cand.push_back(w1 + 7 * w + d);
+                }
+                // Days of this year numbered in the previous or next year's weeks
+                for (int64_t d = first; d < w1; ++d)
+                    cand.push_back(d);
+                for (int64_t d = week1Start(y + 1, r_.wkst); d <= last; ++d)
+                    cand.push_back(d);
+            }
+            std::sort(cand.begin(), cand.end());
+            cand.erase(std::unique(cand.begin(), cand.end()), cand.end());
+            for (int64_t d : cand)
+                if (d >= first && d <= last)
+                    addDay(d);
+        } else if (!months_.empty()) {
             for (int8_t m : months_) {
                 int64_t first = daysFromCivil(y, m, 1);
                 for (int d = 0; d < daysInMonth(int(y), m); ++d)

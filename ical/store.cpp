@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <filesystem>
 #include <set>
 
+#include "bigmem.h"
 #include "internal.h"
 
 namespace lfical {
@@ -37,24 +39,45 @@ KeyName classify(std::string_view n)
     }
 }
 
+// Views into the file's text, or into ScannedItem::folded for folded lines;
+// valid while the scan's callback runs.
 struct KeyProp {
     KeyName which;
     int line;
-    std::string params, value;
+    std::string_view params, value;
 };
 
 struct ScannedItem {
-    size_t begin, end;
-    int line;
+    size_t begin = 0, end = 0;
+    int line = 0;
     std::string name;
     std::vector<KeyProp> keys;  // VEVENT only
+    std::deque<std::string> folded;
 };
 
 struct ScanResult {
-    std::vector<ScannedItem> items;
+    size_t items = 0;
     size_t insertAt = std::string::npos;  // start of the last END:VCALENDAR line
     bool sawCalendar = false;
     bool truncated = false;
+};
+
+// A scanned event kept until the zones it names are known.
+struct HeldItem {
+    ScannedItem item;
+    explicit HeldItem(const ScannedItem& from)
+    {
+        item.begin = from.begin;
+        item.end = from.end;
+        item.line = from.line;
+        item.name = from.name;
+        for (const KeyProp& k : from.keys) {
+            item.folded.emplace_back(k.params);
+            std::string_view p = item.folded.back();
+            item.folded.emplace_back(k.value);
+            item.keys.push_back({k.which, k.line, p, item.folded.back()});
+        }
+    }
 };
 
 void report(std::vector<Problem>* out, const std::string& file, int line, std::string msg)
@@ -64,8 +87,9 @@ void report(std::vector<Problem>* out, const std::string& file, int line, std::s
 }
 
 // One pass over a file: finds every component directly inside a VCALENDAR
-// and, for events, the properties the index needs.
-ScanResult scanText(std::string_view text, const std::string& file, std::vector<Problem>* problems)
+// and, for events, the properties the index needs; hands each to onItem.
+template <class F>
+ScanResult scanText(std::string_view text, const std::string& file, std::vector<Problem>* problems, F&& onItem)
 {
     ScanResult res;
     size_t start = 0;
@@ -91,20 +115,19 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
             std::string name = toUpper(lp.value);
             if (stack.empty() && name != "VCALENDAR")
                 report(problems, file, lv.line, "BEGIN:" + name + " outside VCALENDAR; kept, not used");
-            if (stack.size() == 1 && stack[0].first == "VCALENDAR") {
-                inItem = true;
-                cur = ScannedItem();
-                cur.begin = lv.begin;
-                cur.line = lv.line;
-                cur.name = name;
-            } else if (inItem && name == cur.name && (name == "VEVENT" || name == "VTODO" || name == "VJOURNAL")) {
+            bool lostEnd = inItem && name == cur.name && (name == "VEVENT" || name == "VTODO" || name == "VJOURNAL");
+            if (lostEnd) {
                 // These never nest: the earlier one lost its END.
                 report(problems, file, cur.line, cur.name + " begun here has no END; left out");
                 stack.resize(1);
-                cur = ScannedItem();
+            }
+            if (lostEnd || (stack.size() == 1 && stack[0].first == "VCALENDAR")) {
+                inItem = true;
                 cur.begin = lv.begin;
                 cur.line = lv.line;
                 cur.name = name;
+                cur.keys.clear();
+                cur.folded.clear();
             }
             if (stack.size() < 200)
                 stack.push_back({std::move(name), lv.line});
@@ -125,7 +148,8 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
             if (inItem && depth <= 1) {
                 if (depth == 1 && k == 2 && stack.size() == 2) {
                     cur.end = lv.end;
-                    res.items.push_back(std::move(cur));
+                    ++res.items;
+                    onItem(cur);
                 } else {
                     report(problems, file, cur.line, cur.name + " begun here is broken; left out");
                 }
@@ -146,8 +170,17 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
         }
         if (inItem && stack.size() == 2 && cur.name == "VEVENT") {
             KeyName k = classify(lp.name);
-            if (k != kOther)
-                cur.keys.push_back({k, lv.line, std::string(lp.params), std::string(lp.value)});
+            if (k != kOther) {
+                if (lv.text.data() < text.data() || lv.text.data() >= text.data() + text.size()) {
+                    // A folded line lives in the reader's scratch buffer: keep a copy.
+                    cur.folded.emplace_back(lv.text);
+                    std::string_view t = cur.folded.back();
+                    size_t off = size_t(lp.params.data() - lv.text.data());
+                    lp.params = t.substr(off, lp.params.size());
+                    lp.value = t.substr(size_t(lp.value.data() - lv.text.data()));
+                }
+                cur.keys.push_back({k, lv.line, lp.params, lp.value});
+            }
         }
     }
     if (!stack.empty()) {
@@ -162,7 +195,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
 struct Item {
     size_t begin = 0, end = 0;  // bytes in Source::text
     int line = 0;
-    std::string name;
+    bool isEvent = false;
     std::string repl;           // current bytes once changed
     bool changed = false, deleted = false, added = false;
     bool pending = false;       // changed since the last save
@@ -171,8 +204,8 @@ struct Item {
 
 struct Source {
     std::string path;
-    std::string text;     // as read (or as last written)
-    std::vector<Item> items;
+    FileText text;        // as read (or as last written)
+    std::vector<Item, BigAllocator<Item>> items;
     size_t insertAt = std::string::npos;
     bool writable = true;
     bool exists = true;   // false: a file still to be created
@@ -234,7 +267,7 @@ std::string nowUtcStamp()
 
 struct StoreImpl {
     std::vector<Source> sources;
-    std::vector<Ev> evs;
+    std::vector<Ev, BigAllocator<Ev>> evs;
     std::vector<Zone> zones;
     std::map<std::string, int> zoneByText;
     std::map<std::string, int> zoneByName;
@@ -346,11 +379,9 @@ struct StoreImpl {
     }
 
     // ---- loading
-    void addZones(Source& s, std::string_view text, const ScanResult& r, std::vector<Problem>* problems)
+    void addZone(Source& s, std::string_view text, const ScannedItem& it, std::vector<Problem>* problems)
     {
-        for (const ScannedItem& it : r.items) {
-            if (it.name != "VTIMEZONE")
-                continue;
+        {
             std::string_view raw = text.substr(it.begin, it.end - it.begin);
             std::string key(raw);
             auto found = zoneByText.find(key);
@@ -364,7 +395,7 @@ struct StoreImpl {
                 std::string err;
                 if (!zoneFromVtimezone(c, z, err)) {
                     report(problems, s.path, it.line, err);
-                    continue;
+                    return;
                 }
                 z.vtimezone = key;
                 idx = int(zones.size());
@@ -433,7 +464,7 @@ struct StoreImpl {
             switch (kp.which) {
             case kUid:
                 if (e.uid.empty())
-                    e.uid = kp.value.find('\\') == std::string::npos ? kp.value : unescapeText(kp.value);
+                    e.uid = kp.value.find('\\') == std::string::npos ? std::string(kp.value) : unescapeText(kp.value);
                 break;
             case kDtstart:
                 if (!e.hasStart)
@@ -473,7 +504,7 @@ struct StoreImpl {
                 if (e.start.isDate())
                     e.dur.seconds = 0;
             } else {
-                report(problems, s.path, duration->line, "unreadable DURATION \"" + duration->value + "\"");
+                report(problems, s.path, duration->line, "unreadable DURATION \"" + std::string(duration->value) + "\"");
                 e.dur = Duration();
             }
         }
@@ -601,7 +632,8 @@ struct StoreImpl {
     {
         for (EventId id = from; id < evs.size(); ++id) {
             Ev& e = evs[id];
-            if (!e.live || e.hasRid || e.uid.empty())
+            // Only a series can have overrides, so only series are looked up by UID here.
+            if (!e.live || e.hasRid || e.uid.empty() || !e.series)
                 continue;
             auto ins = masters.emplace(e.uid, id);
             if (!ins.second && evs[ins.first->second].live && ins.first->second != id)
@@ -685,12 +717,47 @@ struct StoreImpl {
         e.master = kNoEvent;
     }
 
+    bool namesUnknownZone(const Source& s, const ScannedItem& it) const
+    {
+        for (const KeyProp& k : it.keys) {
+            std::string_view tz;
+            if (findParam(k.params, "TZID", tz) && lookupZone(s, tz) < 0)
+                return true;
+        }
+        return false;
+    }
+
     bool loadSource(Source src, std::vector<Problem>* problems)
     {
         uint32_t si = uint32_t(sources.size());
         sources.push_back(std::move(src));
         Source& s = sources[si];
-        ScanResult r = scanText(s.text, s.path, problems);
+        EventId first = EventId(evs.size());
+        // Untouched reserve costs no memory; growing by copies would.
+        s.items.reserve(s.text.size() / 256 + 4);
+        evs.reserve(evs.size() + s.text.size() / 256 + 4);
+        // Events come in as they are read; one naming a zone defined further
+        // down waits for the end of the file.
+        std::vector<std::pair<uint32_t, HeldItem>> held;
+        ScanResult r = scanText(s.text, s.path, problems, [&](const ScannedItem& it) {
+            uint32_t ii = uint32_t(s.items.size());
+            Item item;
+            item.begin = it.begin;
+            item.end = it.end;
+            item.line = it.line;
+            item.isEvent = it.name == "VEVENT";
+            s.items.push_back(std::move(item));
+            if (it.name == "VTIMEZONE")
+                addZone(s, s.text, it, problems);
+            else if (it.name == "VEVENT") {
+                if (namesUnknownZone(s, it))
+                    held.emplace_back(ii, HeldItem(it));
+                else
+                    buildEvent(si, ii, it, problems);
+            }
+        });
+        for (auto& h : held)
+            buildEvent(si, h.first, h.second.item, problems);
         bool ok = true;
         if (!r.sawCalendar && !s.text.empty()) {
             report(problems, s.path, 1, "no VCALENDAR: not an iCalendar file");
@@ -701,20 +768,6 @@ struct StoreImpl {
         if (!ok)
             s.writable = false;  // never write over what we could not read
         s.insertAt = r.insertAt;
-        addZones(s, s.text, r, problems);
-        EventId first = EventId(evs.size());
-        s.items.reserve(r.items.size());
-        for (size_t i = 0; i < r.items.size(); ++i) {
-            Item it;
-            it.begin = r.items[i].begin;
-            it.end = r.items[i].end;
-            it.line = r.items[i].line;
-            it.name = r.items[i].name;
-            s.items.push_back(std::move(it));
-        }
-        for (size_t i = 0; i < r.items.size(); ++i)
-            if (r.items[i].name == "VEVENT")
-                buildEvent(si, uint32_t(i), r.items[i], problems);
         link(first, problems, true);
         return ok;
     }
@@ -737,13 +790,13 @@ struct StoreImpl {
         std::stable_sort(order.begin(), order.end(), [](const Item* a, const Item* b) { return a->begin < b->begin; });
         for (const Item* it : order) {
             if (it->begin > pos)
-                out.append(s.text, pos, it->begin - pos);
+                out.append(s.text.view().substr(pos, it->begin - pos));
             pos = std::max(pos, it->begin);
             if (!it->deleted)
                 out += itemBytes(s, *it);
             pos = std::max(pos, it->end);
         }
-        out.append(s.text, pos, std::string::npos);
+        out.append(s.text.view().substr(std::min(pos, s.text.size())));
         return out;
     }
 
@@ -939,7 +992,6 @@ struct StoreImpl {
             // The file needs the zone's definition before an event can use it.
             Item it;
             it.begin = it.end = s.insertAt == std::string::npos ? s.text.size() : s.insertAt;
-            it.name = "VTIMEZONE";
             it.repl = z.vtimezone;
             it.added = it.pending = true;
             s.items.push_back(std::move(it));
@@ -1026,12 +1078,13 @@ struct StoreImpl {
         Source& s = sources[si];
         std::string bytes = itemBytes(s, s.items[ii]);
         std::string wrapped = "BEGIN:VCALENDAR\r\n" + bytes + "END:VCALENDAR\r\n";
-        ScanResult r = scanText(wrapped, s.path, nullptr);
-        ScannedItem si2;
-        for (auto& it : r.items)
-            if (it.name == "VEVENT")
-                si2 = std::move(it);
-        EventId id = buildEvent(si, ii, si2, nullptr);
+        EventId id = kNoEvent;
+        scanText(wrapped, s.path, nullptr, [&](const ScannedItem& it) {
+            if (it.name == "VEVENT" && id == kNoEvent)
+                id = buildEvent(si, ii, it, nullptr);
+        });
+        if (id == kNoEvent)
+            id = buildEvent(si, ii, ScannedItem(), nullptr);
         if (reuse != kNoEvent) {
             // Keep the caller's id: move the fresh record into it.
             evs[reuse] = std::move(evs[id]);
@@ -1048,7 +1101,7 @@ struct StoreImpl {
         Ev& e = evs[id];
         if (e.series)
             prepareSeries(e, nullptr);
-        if (!e.hasRid && !e.uid.empty())
+        if (!e.hasRid && !e.uid.empty() && e.series)
             masters[e.uid] = id;
         if (e.hasRid)
             attachOverride(id);
@@ -1093,11 +1146,12 @@ struct StoreImpl {
     {
         if (s.insertAt != std::string::npos)
             return;
-        if (!s.text.empty() && s.text.back() != '\n')
-            s.text += "\r\n";
-        s.text += "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Oakfinder//Lanternfields//EN\r\n";
-        s.insertAt = s.text.size();
-        s.text += "END:VCALENDAR\r\n";
+        std::string& t = s.text.edit();
+        if (!t.empty() && t.back() != '\n')
+            t += "\r\n";
+        t += "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Oakfinder//Lanternfields//EN\r\n";
+        s.insertAt = t.size();
+        t += "END:VCALENDAR\r\n";
         s.dirty = true;
     }
 
@@ -1110,18 +1164,18 @@ struct StoreImpl {
             if (!it.deleted)
                 order.push_back(&it);
         std::stable_sort(order.begin(), order.end(), [](const Item* a, const Item* b) { return a->begin < b->begin; });
-        ScanResult r = scanText(out, s.path, nullptr);
-        std::vector<Item> items;
-        if (r.items.size() == order.size()) {
-            for (size_t i = 0; i < order.size(); ++i) {
-                Item it;
-                it.begin = r.items[i].begin;
-                it.end = r.items[i].end;
-                it.line = r.items[i].line;
-                it.name = r.items[i].name;
-                it.event = order[i]->event;
-                items.push_back(std::move(it));
-            }
+        std::vector<Item, BigAllocator<Item>> items;
+        ScanResult r = scanText(out, s.path, nullptr, [&](const ScannedItem& si) {
+            Item it;
+            it.begin = si.begin;
+            it.end = si.end;
+            it.line = si.line;
+            it.isEvent = si.name == "VEVENT";
+            items.push_back(std::move(it));
+        });
+        if (items.size() == order.size()) {
+            for (size_t i = 0; i < order.size(); ++i)
+                items[i].event = order[i]->event;
             for (size_t i = 0; i < items.size(); ++i)
                 if (items[i].event != kNoEvent) {
                     evs[items[i].event].item = uint32_t(i);
@@ -1129,7 +1183,7 @@ struct StoreImpl {
                 }
         }
         s.items.swap(items);
-        s.text = std::move(out);
+        s.text.assign(std::move(out));
         s.insertAt = r.insertAt;
         s.dirty = false;
         s.exists = true;
@@ -1168,7 +1222,7 @@ struct StoreImpl {
         if (s.inDirectory) {
             bool any = false;
             for (const Item& i2 : s.items)
-                any = any || (!i2.deleted && i2.name == "VEVENT");
+                any = any || (!i2.deleted && i2.isEvent);
             s.removeFile = !any;
         }
     }
@@ -1203,7 +1257,7 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
             Source s;
             s.path = f;
             s.inDirectory = true;
-            if (!readWholeFile(f, s.text)) {
+            if (!s.text.read(f)) {
                 report(problems, f, 0, "cannot read the file");
                 ok = false;
                 continue;
@@ -1214,7 +1268,7 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
     }
     Source s;
     s.path = path;
-    if (!readWholeFile(path, s.text)) {
+    if (!s.text.read(path)) {
         report(problems, path, 0, "cannot read the file");
         return false;
     }
@@ -1227,7 +1281,7 @@ bool Store::loadText(std::string text, const std::string& name, std::vector<Prob
     d_->root = name;
     Source s;
     s.path = name;
-    s.text = std::move(text);
+    s.text.assign(std::move(text));
     return d_->loadSource(std::move(s), problems);
 }
 
@@ -1427,7 +1481,7 @@ EventId Store::add(const EventEdit& fields)
     d_->applyEdit(s, c, f, true);
     Item it;
     it.begin = it.end = s.insertAt;
-    it.name = "VEVENT";
+    it.isEvent = true;
     it.repl = writeComponent(c);
     it.added = it.pending = true;
     s.items.push_back(std::move(it));
@@ -1510,17 +1564,25 @@ namespace {
 std::string itemKey(std::string_view bytes)
 {
     std::string wrapped = "BEGIN:VCALENDAR\r\n" + std::string(bytes) + "END:VCALENDAR\r\n";
-    ScanResult r = scanText(wrapped, std::string(), nullptr);
-    if (r.items.empty())
-        return std::string();
-    std::string uid, rid;
-    for (const KeyProp& k : r.items[0].keys) {
-        if (k.which == kUid) uid = k.value;
-        if (k.which == kRecurrenceId) rid = k.value;
-    }
-    if (r.items[0].name != "VEVENT")
-        return r.items[0].name + "\n" + std::string(bytes);
-    return uid.empty() ? std::string() : uid + "\n" + rid;
+    std::string key;
+    bool first = true;
+    scanText(wrapped, std::string(), nullptr, [&](const ScannedItem& it) {
+        if (!first)
+            return;
+        first = false;
+        if (it.name != "VEVENT") {
+            key = it.name + "\n" + std::string(bytes);
+            return;
+        }
+        std::string_view uid, rid;
+        for (const KeyProp& k : it.keys) {
+            if (k.which == kUid) uid = k.value;
+            if (k.which == kRecurrenceId) rid = k.value;
+        }
+        if (!uid.empty())
+            key = std::string(uid) + "\n" + std::string(rid);
+    });
+    return key;
 }
 }  // namespace
 
@@ -1539,7 +1601,7 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
         std::string disk;
         bool onDisk = readWholeFile(s.path, disk);
         std::string ours = d_->sourceText(s);
-        bool externallyChanged = s.exists ? (!onDisk || disk != s.text) : onDisk;
+        bool externallyChanged = s.exists ? (!onDisk || std::string_view(disk) != s.text.view()) : onDisk;
         std::string out = ours;
         if (s.removeFile) {
             if (externallyChanged && onDisk) {
@@ -1558,11 +1620,18 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
         if (externallyChanged && onDisk) {
             // Merge by event: take the disk's file and apply our changed
             // components where the disk still has what we started from.
-            ScanResult dr = scanText(disk, s.path, nullptr);
+            struct Span {
+                size_t begin, end;
+                int line;
+            };
+            std::vector<Span> diskItems;
+            ScanResult dr = scanText(disk, s.path, nullptr, [&](const ScannedItem& it) {
+                diskItems.push_back({it.begin, it.end, it.line});
+            });
             std::map<std::string, std::string> base;
             for (const Item& it : s.items)
                 if (!it.added)
-                    base[itemKey(std::string_view(s.text).substr(it.begin, it.end - it.begin))] =
+                    base[itemKey(s.text.view().substr(it.begin, it.end - it.begin))] =
                         s.text.substr(it.begin, it.end - it.begin);
             std::map<std::string, const Item*> mine;
             std::vector<const Item*> added;
@@ -1573,11 +1642,11 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
                     added.push_back(&it);
                     continue;
                 }
-                mine[itemKey(std::string_view(s.text).substr(it.begin, it.end - it.begin))] = &it;
+                mine[itemKey(s.text.view().substr(it.begin, it.end - it.begin))] = &it;
             }
             std::string merged;
             size_t pos = 0;
-            for (const ScannedItem& di : dr.items) {
+            for (const Span& di : diskItems) {
                 std::string_view bytes = std::string_view(disk).substr(di.begin, di.end - di.begin);
                 std::string key = itemKey(bytes);
                 auto m = mine.find(key);
@@ -1619,7 +1688,7 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
             Source fresh;
             fresh.path = s.path;
             fresh.inDirectory = s.inDirectory;
-            fresh.text = out;
+            fresh.text.assign(out);
             std::vector<Problem> ignored;
             d_->loadSource(std::move(fresh), &ignored);
             d_->sources[idx] = std::move(d_->sources.back());
