@@ -223,3 +223,22 @@ TEST_F(MonthGrid, HitTest)
     ASSERT_TRUE(MonthHitTest(GRID_LEFT + 5, GRID_TOP + 5));
     EXPECT_EQ(g_app.selectedDate, (DWORD)(100 + 31 - s + 1)) << "the first shown day of July";
 }
+
+TEST_F(MonthGrid, ViewFontsFollowTheClearTypeSetting)
+{
+    for (DWORD cleartype : {0u, 1u}) {
+        g_app.settings.cleartype = cleartype;
+        for (int bold : {0, 1}) {
+            HFONT font = CreateViewFont(12, 1, bold);
+            LOGFONTW lf = {};
+            GetObjectW(font, sizeof(lf), &lf);
+            DeleteObject(font);
+            EXPECT_EQ(lf.lfQuality, cleartype ? CLEARTYPE_QUALITY : DEFAULT_QUALITY) << "cleartype " << cleartype;
+            EXPECT_EQ(lf.lfWeight, bold ? FW_BOLD : FW_NORMAL);
+            EXPECT_EQ(lf.lfHeight, 12);
+            EXPECT_TRUE(lf.lfStrikeOut);
+            EXPECT_STREQ(lf.lfFaceName, L"Tahoma");
+        }
+    }
+    g_app.settings.cleartype = 0;
+}
