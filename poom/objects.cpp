@@ -450,22 +450,27 @@ HRESULT Appointment::Save() {
         if (deleted_) return kNotFound;
         if (item_.isOccurrence) {
             if (SameFields(item_.f, saved_)) return S_OK;
-            // Changing one occurrence makes an exception of the series; the
-            // store cannot add one yet, so the change is refused rather than
-            // applied to the whole series.
-            return E_NOTIMPL;
+            // A changed occurrence is an exception of its series. A first
+            // change to an occurrence cannot be stored yet: it is refused
+            // rather than applied to the whole series.
+            std::string error, uid = store->UidOf(item_.oid);
+            bool unsupported = false;
+            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error, &unsupported))
+                return unsupported ? E_NOTIMPL : StoreFailure(*store, uid);
+            saved_ = item_.f;
+        } else {
+            oid = item_.oid;
+            std::string error;
+            std::string uid = store->UidOf(oid);
+            // On a conflict the watch picks up the version kept on disk and
+            // tells the logon window to show it.
+            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
+                return StoreFailure(*store, uid);
+            item_.oid = oid;
+            item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
+            hasPending_ = clearRecurrence_ = false;
+            saved_ = item_.f;
         }
-        oid = item_.oid;
-        std::string error;
-        std::string uid = store->UidOf(oid);
-        // On a conflict the watch picks up the version kept on disk and
-        // tells the logon window to show it.
-        if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
-            return StoreFailure(*store, uid);
-        item_.oid = oid;
-        item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
-        hasPending_ = clearRecurrence_ = false;
-        saved_ = item_.f;
     }
     app_->session().NoteOwnChange();
     return S_OK;

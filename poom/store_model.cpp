@@ -355,31 +355,10 @@ bool Store::Persist(const std::string& uid, std::string& error) {
     return true;
 }
 
-bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                     std::string& error) {
-    std::lock_guard<std::recursive_mutex> lock(mu_);
-    if (!ical_) {
-        error = "no store open";
-        return false;
-    }
-    lfical::EventId id = lfical::kNoEvent;
-    lfical::EventInfo old;
-    Fields was;
-    bool isNew = oid == 0;
-    if (!isNew) {
-        id = Find(oid);
-        if (id == lfical::kNoEvent) {
-            error = "the appointment is no longer in the store";
-            return false;
-        }
-        old = ical_->info(id);
-        FillFields(old, was);
-        was.start = ToLocal(old.start);
-        was.end = ToLocal(old.end);
-    }
+lfical::Time Store::BuildEdit(bool isNew, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                              lfical::EventEdit& e) const {
     // Only what changed is handed to the store, so everything else keeps
     // its bytes.
-    lfical::EventEdit e;
     if (isNew || f.subject != was.subject) e.summary = Utf8FromWide(f.subject);
     if (isNew || f.location != was.location) e.location = Utf8FromWide(f.location);
     if (isNew || f.body != was.body) e.description = Utf8FromWide(f.body);
@@ -413,6 +392,34 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
             e.end = FromLocal(end, endLike);
         }
     }
+    return startLike;
+}
+
+bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
+                     std::string& error) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (!ical_) {
+        error = "no store open";
+        return false;
+    }
+    lfical::EventId id = lfical::kNoEvent;
+    lfical::EventInfo old;
+    Fields was;
+    bool isNew = oid == 0;
+    if (!isNew) {
+        id = Find(oid);
+        if (id == lfical::kNoEvent) {
+            error = "the appointment is no longer in the store";
+            return false;
+        }
+        old = ical_->info(id);
+        FillFields(old, was);
+        was.start = ToLocal(old.start);
+        was.end = ToLocal(old.end);
+    }
+    lfical::EventEdit e;
+    lfical::Time startLike = BuildEdit(isNew, old, was, f, e);
+    LocalSecs start = f.start;
     if (clearRecurrence) {
         if (isNew || !old.rrule.empty()) e.rrule = std::string();
     } else if (pattern) {
@@ -451,6 +458,37 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     }
     oid = it->second;
     return true;
+}
+
+bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                           bool* unsupported) {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (unsupported) *unsupported = false;
+    lfical::EventId series = Find(oid);
+    if (series == lfical::kNoEvent) {
+        error = "the appointment is no longer in the store";
+        return false;
+    }
+    for (lfical::EventId ov : ical_->overridesOf(series)) {
+        lfical::EventInfo old = ical_->info(ov);
+        if (ToLocal(old.recurrenceId) != originalStart) continue;
+        Fields was;
+        FillFields(old, was);
+        was.start = ToLocal(old.start);
+        was.end = ToLocal(old.end);
+        lfical::EventEdit e;
+        BuildEdit(false, old, was, f, e);
+        if (!ical_->edit(ov, e)) {
+            error = "the occurrence could not be changed";
+            return false;
+        }
+        return Persist(old.uid, error);
+    }
+    // A first change to an occurrence needs a new exception component,
+    // which the engine cannot add yet.
+    error = "changing a single occurrence is not supported yet";
+    if (unsupported) *unsupported = true;
+    return false;
 }
 
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {

@@ -105,6 +105,12 @@ public:
     // clearRecurrence makes the appointment a one-off.
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
                   std::string& error);
+    // Saves a changed occurrence. An occurrence already changed once (an
+    // exception of the series) is changed again; a first change to an
+    // occurrence is refused (false, unsupported set) until the engine can
+    // add exceptions.
+    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                        bool* unsupported = nullptr);
     bool DeleteItem(std::uint32_t oid, std::string& error);
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
@@ -118,6 +124,11 @@ private:
     lfical::EventId Find(std::uint32_t oid) const;
     void AssignOids();
     bool Persist(const std::string& uid, std::string& error);
+    // The edit that turns `was` (read from `old`) into f: only changed
+    // fields are set, so everything else keeps its bytes. Returns the clock
+    // the start is written in.
+    lfical::Time BuildEdit(bool isNew, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                           lfical::EventEdit& e) const;
     ItemSnapshot SnapshotOf(lfical::EventId id) const;
     ItemSnapshot SnapshotOf(const lfical::Occurrence& o) const;
     LocalSecs ToLocal(const lfical::Time& t) const;
