@@ -442,6 +442,65 @@ TEST(Queries, RestrictCountAndItem) {
     EXPECT_EQ(november->Item(count + 1, &d), E_INVALIDARG);
 }
 
+TEST(Queries, ZonedAndUtcTimesShowInTheMachinesTime) {
+    const char ics[] =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Example//EN\r\n"
+        "BEGIN:VTIMEZONE\r\nTZID:America/New_York\r\n"
+        "BEGIN:DAYLIGHT\r\nTZOFFSETFROM:-0500\r\nTZOFFSETTO:-0400\r\nTZNAME:EDT\r\n"
+        "DTSTART:20070311T020000\r\nRRULE:FREQ=YEARLY;BYMONTH=3;BYDAY=2SU\r\nEND:DAYLIGHT\r\n"
+        "BEGIN:STANDARD\r\nTZOFFSETFROM:-0400\r\nTZOFFSETTO:-0500\r\nTZNAME:EST\r\n"
+        "DTSTART:20071104T020000\r\nRRULE:FREQ=YEARLY;BYMONTH=11;BYDAY=1SU\r\nEND:STANDARD\r\n"
+        "END:VTIMEZONE\r\n"
+        "BEGIN:VEVENT\r\nUID:ny@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART;TZID=America/New_York:20261105T100000\r\nDTEND;TZID=America/New_York:20261105T110000\r\n"
+        "SUMMARY:New York\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:utc@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART:20260701T120000Z\r\nDTEND:20260701T130000Z\r\nSUMMARY:Summer UTC\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:allday@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART;VALUE=DATE:20261105\r\nSUMMARY:All day\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    TempStore store(ics);
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    struct Case {
+        const char* name;
+        const wchar_t* subject;
+        SYSTEMTIME utcStart;
+    } cases[] = {
+        {"zoned", L"New York", {2026, 11, 0, 5, 15, 0, 0, 0}},     // 10:00 EST
+        {"utc in summer", L"Summer UTC", {2026, 7, 0, 1, 12, 0, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        SYSTEMTIME local = {};
+        ASSERT_TRUE(SystemTimeToTzSpecificLocalTime(nullptr, &c.utcStart, &local)) << c.name;
+        IDispatch* d = nullptr;
+        ASSERT_EQ(server.app->GetItemFromOid(OidOf(server.calendar.get(), c.subject), &d), S_OK) << c.name;
+        Ptr<IAppointment> appt;
+        AsAppointment(d, appt);
+        d->Release();
+        DATE start = 0;
+        appt->get_Start(&start);
+        EXPECT_DOUBLE_EQ(start, OleDate(server.app.get(), local.wYear, local.wMonth, local.wDay, local.wHour,
+                                        local.wMinute))
+            << c.name;
+        long duration = 0;
+        appt->get_Duration(&duration);
+        EXPECT_EQ(duration, 60) << c.name;
+    }
+    // An all-day event (a DATE without DTEND: one day) stays on its day.
+    auto day = OneDay(server.calendar.get(), 2026, 11, 5);
+    bool allDaySeen = false;
+    for (const auto& f : day) {
+        if (f.subject != L"All day") continue;
+        allDaySeen = true;
+        EXPECT_DOUBLE_EQ(f.start, OleDate(server.app.get(), 2026, 11, 5));
+        EXPECT_DOUBLE_EQ(f.end, OleDate(server.app.get(), 2026, 11, 6));
+    }
+    EXPECT_TRUE(allDaySeen);
+    EXPECT_TRUE(OneDay(server.calendar.get(), 2026, 11, 6).empty() ||
+                Joined(Subjects(OneDay(server.calendar.get(), 2026, 11, 6))).find("All day") == std::string::npos);
+}
+
 TEST(Items, OidsStayTheSameAcrossLogons) {
     TempStore store;
     long first = 0;
@@ -1094,7 +1153,10 @@ int main(int argc, char** argv) {
     }
     wchar_t picture[80] = {};
     GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_SSHORTDATE, picture, 80);
-    std::printf("short date picture of this locale: %s\n", Narrow(picture).c_str());
+    TIME_ZONE_INFORMATION tzi = {};
+    GetTimeZoneInformation(&tzi);
+    std::printf("short date picture of this locale: %s; time zone %s (bias %ld min)\n", Narrow(picture).c_str(),
+                Narrow(tzi.StandardName).c_str(), tzi.Bias);
     // The program's apartment: multithreaded, shared by its two threads.
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     int result = RUN_ALL_TESTS();
