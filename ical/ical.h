@@ -122,6 +122,7 @@ public:
 private:
     bool fill();
     bool dayMatches(int64_t day, int y, int m, int d) const;
+    void monthDays(int y, int m);
     int64_t periodStartCivil(int64_t p) const;
     const Recur& r_;
     int64_t dtstart_, until_;

@@ -41,13 +41,20 @@ struct LineView {
     size_t begin = 0, end = 0;  // raw bytes, continuation lines and line ends included
     int line = 0;               // first physical line, 1-based
     std::string_view text;      // unfolded, no line end
+    bool folded = false;
 };
 
 // Unfolds CRLF or bare LF lines; a continuation starts with a space or tab.
-// Text is a view into the buffer unless the line was folded.
+// Text is a view into the buffer unless the line was folded. A reader made
+// with unfold = false leaves folded lines as their first physical line
+// (text) and unfolds only when asked, which spares the copy for the many
+// long lines whose value the caller skips.
 class LineReader {
 public:
-    LineReader(std::string_view buf, size_t pos = 0, int line = 1) : buf_(buf), pos_(pos), line_(line) {}
+    LineReader(std::string_view buf, size_t pos = 0, int line = 1, bool unfold = true)
+        : buf_(buf), pos_(pos), line_(line), unfold_(unfold)
+    {
+    }
     bool next(LineView& out)
     {
         const size_t n = buf_.size();
@@ -60,23 +67,38 @@ public:
         size_t next = e < n ? e + 1 : n;
         size_t ce = (e > pos_ && base[e - 1] == '\r') ? e - 1 : e;
         ++line_;
-        if (next < n && (base[next] == ' ' || base[next] == '\t')) {
-            scratch_.assign(base + pos_, ce - pos_);
-            while (next < n && (base[next] == ' ' || base[next] == '\t')) {
-                size_t s = next + 1;
-                e = lineEnd(s);
-                ce = (e > s && base[e - 1] == '\r') ? e - 1 : e;
-                scratch_.append(base + s, ce - s);
-                next = e < n ? e + 1 : n;
-                ++line_;
-            }
-            out.text = scratch_;
-        } else {
-            out.text = std::string_view(base + pos_, ce - pos_);
+        out.text = std::string_view(base + pos_, ce - pos_);
+        out.folded = next < n && (base[next] == ' ' || base[next] == '\t');
+        while (next < n && (base[next] == ' ' || base[next] == '\t')) {
+            next = lineEnd(next);
+            next = next < n ? next + 1 : n;
+            ++line_;
         }
         out.end = next;
         pos_ = next;
+        if (out.folded && unfold_)
+            out.text = unfold(out);
         return true;
+    }
+    // The whole logical line of a folded LineView.
+    std::string_view unfold(const LineView& lv)
+    {
+        if (!lv.folded)
+            return lv.text;
+        scratch_.clear();
+        const char* base = buf_.data();
+        size_t p = lv.begin;
+        bool first = true;
+        while (p < lv.end) {
+            size_t e = lineEnd(p);
+            size_t ce = (e > p && base[e - 1] == '\r') ? e - 1 : e;
+            size_t s = first ? p : p + 1;
+            if (ce > s)
+                scratch_.append(base + s, ce - s);
+            first = false;
+            p = e < buf_.size() ? e + 1 : buf_.size();
+        }
+        return scratch_;
     }
     size_t pos() const { return pos_; }
     int line() const { return line_; }
@@ -90,6 +112,7 @@ private:
     std::string_view buf_;
     size_t pos_;
     int line_;
+    bool unfold_;
     std::string scratch_;
 };
 

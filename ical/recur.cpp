@@ -191,6 +191,34 @@ void RecurIter::seek(int64_t civil)
     }
 }
 
+// Appends the days of month m that pass the rule, looking only at the days
+// BYMONTHDAY or BYDAY can name.
+void RecurIter::monthDays(int y, int m)
+{
+    int64_t first = daysFromCivil(y, m, 1);
+    int len = daysInMonth(y, m);
+    size_t from = days_.size();
+    auto consider = [&](int d) {
+        --budget;
+        if (d >= 1 && d <= len && dayMatches(first + d - 1, y, m, d))
+            days_.push_back(first + d - 1);
+    };
+    if (!monthDays_.empty()) {
+        for (int16_t md : monthDays_)
+            consider(md > 0 ? md : len + md + 1);
+    } else if (!byDay_.empty()) {
+        int wdFirst = weekdayOfDay(first);
+        for (const ByDay& b : byDay_)
+            for (int d = 1 + (b.wd - wdFirst + 7) % 7; d <= len; d += 7)
+                consider(d);
+    } else {
+        for (int d = 1; d <= len; ++d)
+            consider(d);
+    }
+    std::sort(days_.begin() + long(from), days_.end());
+    days_.erase(std::unique(days_.begin() + long(from), days_.end()), days_.end());
+}
+
 // Builds the candidate days and times of period_. Returns false when the
 // period yields nothing (the caller moves on).
 bool RecurIter::fill()
@@ -244,11 +272,8 @@ bool RecurIter::fill()
                 if (d >= first && d <= last)
                     addDay(d);
         } else if (!months_.empty()) {
-            for (int8_t m : months_) {
-                int64_t first = daysFromCivil(y, m, 1);
-                for (int d = 0; d < daysInMonth(int(y), m); ++d)
-                    addDay(first + d);
-            }
+            for (int8_t m : months_)
+                monthDays(int(y), m);
         } else {
             int64_t first = daysFromCivil(y, 1, 1), last = daysFromCivil(y, 12, 31);
             for (int64_t d = first; d <= last; ++d)
@@ -268,9 +293,7 @@ bool RecurIter::fill()
             --budget;
             return false;
         }
-        int64_t first = daysFromCivil(y, m, 1);
-        for (int d = 0; d < daysInMonth(int(y), m); ++d)
-            addDay(first + d);
+        monthDays(int(y), m);
         break;
     }
     case Freq::Weekly: {

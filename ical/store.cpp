@@ -86,6 +86,20 @@ void report(std::vector<Problem>* out, const std::string& file, int line, std::s
         out->push_back({file, line, std::move(msg)});
 }
 
+// Component names met in a file, so the scan compares numbers.
+const int kCalendarName = 0, kEventName = 1;
+struct ComponentNames {
+    std::vector<std::string> list{"VCALENDAR", "VEVENT", "VTIMEZONE", "VALARM", "STANDARD", "DAYLIGHT", "VTODO"};
+    int id(std::string_view v)
+    {
+        for (size_t i = 0; i < list.size(); ++i)
+            if (eqUpper(v, list[i]))
+                return int(i);
+        list.push_back(toUpper(v));
+        return int(list.size() - 1);
+    }
+};
+
 // One pass over a file: finds every component directly inside a VCALENDAR
 // and, for events, the properties the index needs; hands each to onItem.
 template <class F>
@@ -95,15 +109,35 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
     size_t start = 0;
     if (text.size() >= 3 && memcmp(text.data(), "\xEF\xBB\xBF", 3) == 0)
         start = 3;
-    LineReader lr(text, start, 1);
+    LineReader lr(text, start, 1, false);
     LineView lv;
-    std::vector<std::pair<std::string, int>> stack;
+    std::vector<std::pair<int, int>> stack;  // component name id, line
+    ComponentNames names;
     bool inItem = false;
+    int curId = -1;
     ScannedItem cur;
     bool strayReported = false;
     while (lr.next(lv)) {
         if (lv.text.empty())
             continue;
+        // Only BEGIN, END and the properties the index needs are split; for
+        // the rest the name is enough (their bytes are kept as they are).
+        size_t ne = 0;
+        const std::string_view t0 = lv.text;
+        while (ne < t0.size() && t0[ne] != ';' && t0[ne] != ':')
+            ++ne;
+        std::string_view name0 = t0.substr(0, ne);
+        bool structural = (ne == 5 && eqUpper(name0, "BEGIN")) || (ne == 3 && eqUpper(name0, "END"));
+        bool key = !structural && inItem && stack.size() == 2 && classify(name0) != kOther;
+        if (!structural && !key && ne < t0.size()) {
+            if (stack.empty() && !strayReported) {
+                report(problems, file, lv.line, "content outside VCALENDAR; kept as it is");
+                strayReported = true;
+            }
+            continue;
+        }
+        if (lv.folded)
+            lv.text = lr.unfold(lv);
         LineParts lp;
         if (!splitLine(lv.text, lp)) {
             report(problems, file, lv.line, "not a content line; kept as it is");
@@ -112,38 +146,40 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
         bool isBegin = lp.name.size() == 5 && eqUpper(lp.name, "BEGIN");
         bool isEnd = !isBegin && lp.name.size() == 3 && eqUpper(lp.name, "END");
         if (isBegin) {
-            std::string name = toUpper(lp.value);
-            if (stack.empty() && name != "VCALENDAR")
+            int id = names.id(lp.value);
+            const std::string& name = names.list[size_t(id)];
+            if (stack.empty() && id != kCalendarName)
                 report(problems, file, lv.line, "BEGIN:" + name + " outside VCALENDAR; kept, not used");
-            bool lostEnd = inItem && name == cur.name && (name == "VEVENT" || name == "VTODO" || name == "VJOURNAL");
+            bool lostEnd = inItem && id == curId && (id == kEventName || name == "VTODO" || name == "VJOURNAL");
             if (lostEnd) {
                 // These never nest: the earlier one lost its END.
                 report(problems, file, cur.line, cur.name + " begun here has no END; left out");
                 stack.resize(1);
             }
-            if (lostEnd || (stack.size() == 1 && stack[0].first == "VCALENDAR")) {
+            if (lostEnd || (stack.size() == 1 && stack[0].first == kCalendarName)) {
                 inItem = true;
                 cur.begin = lv.begin;
                 cur.line = lv.line;
                 cur.name = name;
+                curId = id;
                 cur.keys.clear();
                 cur.folded.clear();
             }
             if (stack.size() < 200)
-                stack.push_back({std::move(name), lv.line});
+                stack.push_back({id, lv.line});
             continue;
         }
         if (isEnd) {
-            std::string name = toUpper(lp.value);
+            int id = names.id(lp.value);
             size_t k = stack.size();
-            while (k > 0 && stack[k - 1].first != name)
+            while (k > 0 && stack[k - 1].first != id)
                 --k;
             if (k == 0) {
-                report(problems, file, lv.line, "END:" + name + " without BEGIN; ignored");
+                report(problems, file, lv.line, "END:" + names.list[size_t(id)] + " without BEGIN; ignored");
                 continue;
             }
             for (size_t j = stack.size(); j-- > k;)
-                report(problems, file, stack[j].second, stack[j].first + " begun here has no END");
+                report(problems, file, stack[j].second, names.list[size_t(stack[j].first)] + " begun here has no END");
             size_t depth = k - 1;  // depth after popping
             if (inItem && depth <= 1) {
                 if (depth == 1 && k == 2 && stack.size() == 2) {
@@ -156,7 +192,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
                 inItem = false;
             }
             stack.resize(depth);
-            if (depth == 0 && name == "VCALENDAR") {
+            if (depth == 0 && id == kCalendarName) {
                 res.sawCalendar = true;
                 res.insertAt = lv.begin;
             }
@@ -168,7 +204,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
             strayReported = true;
             continue;
         }
-        if (inItem && stack.size() == 2 && cur.name == "VEVENT") {
+        if (inItem && stack.size() == 2 && curId == kEventName) {
             KeyName k = classify(lp.name);
             if (k != kOther) {
                 if (lv.text.data() < text.data() || lv.text.data() >= text.data() + text.size()) {
@@ -186,7 +222,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
     if (!stack.empty()) {
         res.truncated = true;
         report(problems, file, stack[0].second,
-               "the file ends inside " + stack.back().first + " (begun at line " +
+               "the file ends inside " + names.list[size_t(stack.back().first)] + " (begun at line " +
                    std::to_string(stack.back().second) + "): it is cut short");
     }
     return res;
@@ -233,7 +269,7 @@ struct Series {
 struct Ev {
     uint32_t source = 0, item = 0;
     int line = 0;
-    std::string uid;
+    uint32_t uidOff = 0, uidLen = 0;  // in StoreImpl::uidText
     Time start, end;
     bool hasStart = false;
     EndKind endKind = EndKind::None;
@@ -273,7 +309,12 @@ struct StoreImpl {
     std::map<std::string, int> zoneByName;
     std::set<std::string> unknownTzids;
     std::unordered_map<std::string, EventId> masters;
-    std::vector<std::vector<std::pair<int64_t, EventId>>> buckets = std::vector<std::vector<std::pair<int64_t, EventId>>>(48);
+    std::string uidText;
+    std::string_view uidOf(const Ev& e) const { return std::string_view(uidText).substr(e.uidOff, e.uidLen); }
+    using Bucket = std::vector<std::pair<int64_t, EventId>, BigAllocator<std::pair<int64_t, EventId>>>;
+    std::vector<Bucket> buckets = std::vector<Bucket>(48);
+    std::vector<size_t> bucketSorted = std::vector<size_t>(48, 0);
+    bool bulkLoading = false;
     std::vector<EventId> seriesList;
     bool directory = false;
     std::string root;
@@ -463,8 +504,15 @@ struct StoreImpl {
         for (const KeyProp& kp : it.keys) {
             switch (kp.which) {
             case kUid:
-                if (e.uid.empty())
-                    e.uid = kp.value.find('\\') == std::string::npos ? std::string(kp.value) : unescapeText(kp.value);
+                if (e.uidLen == 0) {
+                    // One text for all UIDs: a string each would cost an allocation per event.
+                    e.uidOff = uint32_t(uidText.size());
+                    if (kp.value.find('\\') == std::string::npos)
+                        uidText.append(kp.value);
+                    else
+                        uidText += unescapeText(kp.value);
+                    e.uidLen = uint32_t(uidText.size() - e.uidOff);
+                }
                 break;
             case kDtstart:
                 if (!e.hasStart)
@@ -479,7 +527,7 @@ struct StoreImpl {
             default: break;
             }
         }
-        if (e.uid.empty())
+        if (e.uidLen == 0)
             report(problems, s.path, it.line, "VEVENT without UID");
         if (!e.hasStart)
             report(problems, s.path, it.line, "VEVENT without a usable DTSTART: kept, not shown");
@@ -529,6 +577,17 @@ struct StoreImpl {
                 e.series = std::move(sr);
         }
         EventId id = EventId(evs.size());
+        if (bulkLoading && e.hasStart && !e.series) {
+            // The index key: UTC for zoned and UTC times, the wall clock
+            // otherwise; nominal days may stretch an hour across a change.
+            e.key = absolute(e.start);
+            int64_t len = e.endKind == EndKind::DtEnd     ? e.exact
+                          : e.endKind == EndKind::Duration ? e.dur.days * kDay + e.dur.seconds + (e.dur.days ? 3600 : 0)
+                          : e.start.isDate()                ? kDay
+                                                            : 0;
+            e.bucket = bucketFor(len);
+            buckets[size_t(e.bucket)].push_back({e.key, id});
+        }
         evs.push_back(std::move(e));
         s.items[ii].event = id;
         return id;
@@ -571,7 +630,7 @@ struct StoreImpl {
                 if (it.cut())
                     sr.countCut = true;
                 if (sr.countCut && rep)
-                    rep->cut.push_back(e.uid);
+                    rep->cut.push_back(std::string(uidOf(e)));
                 last = std::max(last, sr.counted.back());
             } else if (r.hasUntil) {
                 last = std::max(last, sr.until);
@@ -610,6 +669,7 @@ struct StoreImpl {
         e.bucket = bucketFor(en - s);
         auto& b = buckets[size_t(e.bucket)];
         b.insert(std::upper_bound(b.begin(), b.end(), std::make_pair(s, id)), {s, id});
+        ++bucketSorted[size_t(e.bucket)];
     }
 
     void unindex(EventId id)
@@ -620,8 +680,10 @@ struct StoreImpl {
         } else if (e.bucket >= 0) {
             auto& b = buckets[size_t(e.bucket)];
             auto it = std::lower_bound(b.begin(), b.end(), std::make_pair(e.key, id));
-            if (it != b.end() && it->second == id)
+            if (it != b.end() && it->second == id) {
                 b.erase(it);
+                --bucketSorted[size_t(e.bucket)];
+            }
         }
         e.bucket = -1;
     }
@@ -630,47 +692,50 @@ struct StoreImpl {
     // `from`.. in the index.
     void link(EventId from, std::vector<Problem>* problems, bool bulk)
     {
-        for (EventId id = from; id < evs.size(); ++id) {
+        // Series and overrides are few: find them once, then walk only them.
+        std::vector<EventId> special;
+        for (EventId id = from; id < evs.size(); ++id)
+            if (evs[id].series || evs[id].hasRid)
+                special.push_back(id);
+        for (EventId id : special) {
             Ev& e = evs[id];
             // Only a series can have overrides, so only series are looked up by UID here.
-            if (!e.live || e.hasRid || e.uid.empty() || !e.series)
+            if (!e.live || e.hasRid || e.uidLen == 0 || !e.series)
                 continue;
-            auto ins = masters.emplace(e.uid, id);
+            auto ins = masters.emplace(std::string(uidOf(e)), id);
             if (!ins.second && evs[ins.first->second].live && ins.first->second != id)
-                report(problems, sources[e.source].path, e.line, "UID " + e.uid + " is used by two events");
+                report(problems, sources[e.source].path, e.line, "UID " + std::string(uidOf(e)) + " is used by two events");
             else
                 ins.first->second = id;
         }
-        for (EventId id = from; id < evs.size(); ++id)
+        for (EventId id : special)
             attachOverride(id);
-        for (EventId id = from; id < evs.size(); ++id) {
+        for (EventId id : special) {
             Ev& e = evs[id];
             if (e.series && e.live)
                 prepareSeries(e, nullptr);
         }
         if (bulk) {
-            for (auto& b : buckets)
-                b.reserve(b.size());
-            for (EventId id = from; id < evs.size(); ++id) {
+            // Single events went into their buckets as they were read.
+            for (EventId id : special) {
                 Ev& e = evs[id];
-                if (!e.live || !e.hasStart)
-                    continue;
-                if (e.series) {
+                if (e.live && e.hasStart && e.series) {
                     seriesList.push_back(id);
                     e.bucket = 99;
-                    continue;
                 }
-                if (e.hasRid && e.ridFuture && e.master != kNoEvent)
-                    continue;
-                int64_t s, en;
-                static const Zone utc = Zone::utc();
-                place(e, e.start.civil, -1, utc, s, en);
-                e.key = s;
-                e.bucket = bucketFor(en - s);
-                buckets[size_t(e.bucket)].push_back({s, id});
             }
-            for (auto& b : buckets)
-                std::sort(b.begin(), b.end());
+            for (size_t b = 0; b < buckets.size(); ++b) {
+                Bucket& v = buckets[b];
+                size_t sorted = bucketSorted[b];
+                if (sorted == v.size())
+                    continue;
+                std::sort(v.begin() + long(sorted), v.end());
+                std::inplace_merge(v.begin(), v.begin() + long(sorted), v.end());
+                bucketSorted[b] = v.size();
+            }
+            for (EventId id : special)
+                if (evs[id].hasRid && evs[id].ridFuture && evs[id].master != kNoEvent)
+                    unindex(id);  // laid out by its series
         } else {
             for (EventId id = from; id < evs.size(); ++id)
                 index(id);
@@ -682,7 +747,7 @@ struct StoreImpl {
         Ev& e = evs[id];
         if (!e.live || !e.hasRid)
             return;
-        auto m = masters.find(e.uid);
+        auto m = masters.find(std::string(uidOf(e)));
         if (m == masters.end() || !evs[m->second].live || !evs[m->second].series) {
             e.master = kNoEvent;
             return;
@@ -727,15 +792,21 @@ struct StoreImpl {
         return false;
     }
 
-    bool loadSource(Source src, std::vector<Problem>* problems)
+    bool loadSource(Source src, std::vector<Problem>* problems, bool doLink = true)
     {
         uint32_t si = uint32_t(sources.size());
         sources.push_back(std::move(src));
         Source& s = sources[si];
         EventId first = EventId(evs.size());
-        // Untouched reserve costs no memory; growing by copies would.
+        // Untouched reserve costs no memory; growing by copies would. Many
+        // small files (a directory store) grow geometrically instead.
         s.items.reserve(s.text.size() / 256 + 4);
-        evs.reserve(evs.size() + s.text.size() / 256 + 4);
+        size_t need = evs.size() + s.text.size() / 256 + 4;
+        if (evs.capacity() < need)
+            evs.reserve(std::max(need, evs.capacity() * 2));
+        if (uidText.capacity() < uidText.size() + s.text.size() / 8)
+            uidText.reserve(std::max(uidText.size() + s.text.size() / 8, uidText.capacity() * 2));
+        bulkLoading = true;
         // Events come in as they are read; one naming a zone defined further
         // down waits for the end of the file.
         std::vector<std::pair<uint32_t, HeldItem>> held;
@@ -758,6 +829,7 @@ struct StoreImpl {
         });
         for (auto& h : held)
             buildEvent(si, h.first, h.second.item, problems);
+        bulkLoading = false;
         bool ok = true;
         if (!r.sawCalendar && !s.text.empty()) {
             report(problems, s.path, 1, "no VCALENDAR: not an iCalendar file");
@@ -768,7 +840,8 @@ struct StoreImpl {
         if (!ok)
             s.writable = false;  // never write over what we could not read
         s.insertAt = r.insertAt;
-        link(first, problems, true);
+        if (doLink)
+            link(first, problems, true);
         return ok;
     }
 
@@ -856,7 +929,7 @@ struct StoreImpl {
         if (rep) {
             rep->instancesExamined += starts.size();
             if (cut)
-                rep->cut.push_back(e.uid);
+                rep->cut.push_back(std::string(uidOf(e)));
         }
         for (int64_t c : starts) {
             if (std::binary_search(sr.exdates.begin(), sr.exdates.end(), c))
@@ -1101,13 +1174,13 @@ struct StoreImpl {
         Ev& e = evs[id];
         if (e.series)
             prepareSeries(e, nullptr);
-        if (!e.hasRid && !e.uid.empty() && e.series)
-            masters[e.uid] = id;
+        if (!e.hasRid && e.uidLen && e.series)
+            masters[std::string(uidOf(e))] = id;
         if (e.hasRid)
             attachOverride(id);
         else if (e.series)
             for (EventId o = 0; o < evs.size(); ++o)
-                if (evs[o].live && evs[o].hasRid && evs[o].uid == e.uid)
+                if (evs[o].live && evs[o].hasRid && uidOf(evs[o]) == uidOf(e))
                     attachOverride(o);
         index(id);
     }
@@ -1199,7 +1272,7 @@ struct StoreImpl {
             unindex(ev);
             detachOverride(ev);
             evs[ev].live = false;
-            auto m = masters.find(evs[ev].uid);
+            auto m = masters.find(std::string(uidOf(evs[ev])));
             if (m != masters.end() && m->second == ev)
                 masters.erase(m);
         }
@@ -1216,7 +1289,7 @@ struct StoreImpl {
         unindex(id);
         detachOverride(id);
         e.live = false;
-        auto m = masters.find(e.uid);
+        auto m = masters.find(std::string(uidOf(e)));
         if (m != masters.end() && m->second == id)
             masters.erase(m);
         if (s.inDirectory) {
@@ -1262,8 +1335,9 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
                 ok = false;
                 continue;
             }
-            ok = d_->loadSource(std::move(s), problems) && ok;
+            ok = d_->loadSource(std::move(s), problems, false) && ok;
         }
+        d_->link(0, problems, true);
         return ok;
     }
     Source s;
@@ -1312,7 +1386,10 @@ size_t Store::eventCount() const
 
 bool Store::valid(EventId id) const { return id < d_->evs.size() && d_->evs[id].live; }
 
-std::string Store::uid(EventId id) const { return valid(id) ? d_->evs[id].uid : std::string(); }
+std::string Store::uid(EventId id) const
+{
+    return id < d_->evs.size() ? std::string(d_->uidOf(d_->evs[id])) : std::string();
+}
 
 std::string Store::bytes(EventId id) const
 {
@@ -1329,7 +1406,7 @@ EventId Store::findUid(std::string_view uid) const
     if (it != d_->masters.end() && d_->evs[it->second].live)
         return it->second;
     for (EventId i = 0; i < d_->evs.size(); ++i)
-        if (d_->evs[i].live && d_->evs[i].uid == uid)
+        if (d_->evs[i].live && d_->uidOf(d_->evs[i]) == uid)
             return i;
     return kNoEvent;
 }
@@ -1366,7 +1443,7 @@ EventInfo Store::info(EventId id) const
         const Property* p = c.find(n);
         return p ? unescapeText(p->value) : std::string();
     };
-    in.uid = e.uid;
+    in.uid = std::string(d_->uidOf(e));
     in.summary = text("SUMMARY");
     in.location = text("LOCATION");
     in.description = text("DESCRIPTION");
