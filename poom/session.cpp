@@ -82,6 +82,20 @@ bool MakeDirectories(const std::wstring& dir) {
     return CreateDirectoryW(dir.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
+bool WriteEmptyCalendar(const std::wstring& path) {
+    static const char kEmpty[] =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//Calendar server//EN\r\nEND:VCALENDAR\r\n";
+    // CREATE_NEW: never overwrite a store another program made meanwhile.
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_EXISTS;
+    DWORD written = 0;
+    bool ok = WriteFile(h, kEmpty, sizeof(kEmpty) - 1, &written, nullptr) && written == sizeof(kEmpty) - 1 &&
+              FlushFileBuffers(h);
+    CloseHandle(h);
+    if (!ok) DeleteFileW(path.c_str());
+    return ok;
+}
+
 }  // namespace
 
 std::wstring StorePath() {
@@ -105,7 +119,6 @@ HRESULT Session::Logon(HWND hwnd) {
     if (path.empty()) return E_FAIL;
     while (path.size() > 3 && (path.back() == L'\\' || path.back() == L'/')) path.pop_back();
 
-    bool create = false;
     DWORD attrs = GetFileAttributesW(path.c_str());
     if (attrs == INVALID_FILE_ATTRIBUTES) {
         DWORD err = GetLastError();
@@ -114,13 +127,15 @@ HRESULT Session::Logon(HWND hwnd) {
         // now so the first save has somewhere to go.
         size_t slash = path.find_last_of(L"\\/");
         if (slash != std::wstring::npos && !MakeDirectories(path.substr(0, slash))) return E_FAIL;
-        create = true;
+        // The new store is an empty calendar on disk from the first logon,
+        // so other programs (and the user) find it where it is expected.
+        if (!WriteEmptyCalendar(path)) return E_FAIL;
     }
 
     picture_ = DatePicture(ShortDatePicture());
     auto store = std::make_shared<Store>(MachineZone());
     std::string error;
-    if (!store->Open(NarrowPath(path), create, error)) {
+    if (!store->Open(NarrowPath(path), false, error)) {
         // Nothing is written to a store we could not read.
         return E_FAIL;
     }

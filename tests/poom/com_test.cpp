@@ -4,6 +4,7 @@
 //
 // Usage: poom_com_test PATH-TO-lfpoom.dll [gtest flags]
 #include <windows.h>
+#include <shlobj.h>
 
 #include <gtest/gtest.h>
 
@@ -388,6 +389,34 @@ TEST(Queries, SameThroughADirectoryStore) {
         auto found = QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[q.kind], q.first, q.second);
         EXPECT_EQ(Joined(Subjects(found)), Joined(q.subjects)) << q.name;
     }
+    // Changes go to the event's own file, new events to a file of their own.
+    std::string dentist = ReadBytes(store.path() + L"\\dentist.ics");
+    Ptr<IAppointment> occ;
+    ASSERT_EQ(OccurrenceOn(server.app.get(), OidOf(server.calendar.get(), L"Standup"), 2026, 11, 24, occ), S_OK);
+    ASSERT_EQ(occ->Delete(), S_OK);
+    EXPECT_NE(ReadBytes(store.path() + L"\\standup.ics").find("EXDATE"), std::string::npos);
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
+    Ptr<IAppointment> added;
+    AsAppointment(d, added);
+    d->Release();
+    added->put_Subject(Bstr(L"Added"));
+    added->put_Start(OleDate(server.app.get(), 2026, 11, 24, 12));
+    added->put_End(OleDate(server.app.get(), 2026, 11, 24, 13));
+    ASSERT_EQ(added->Save(), S_OK);
+    EXPECT_EQ(ReadBytes(store.path() + L"\\dentist.ics"), dentist);
+    int files = 0;
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW((store.path() + L"\\*.ics").c_str(), &fd);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    do {
+        ++files;
+    } while (FindNextFileW(h, &fd));
+    FindClose(h);
+    EXPECT_EQ(files, 7);
+    Server again;
+    ASSERT_EQ(again.logon, S_OK);
+    EXPECT_EQ(Joined(Subjects(OneDay(again.calendar.get(), 2026, 11, 24))), "[Added]");
 }
 
 TEST(Queries, MalformedRestrictionsAreRefused) {
@@ -780,6 +809,34 @@ TEST(Items, NewItemsAndEveryProperty) {
     EXPECT_DOUBLE_EQ(december[2].start, OleDate(again.app.get(), 2026, 12, 7, 13, 30));
     d = nullptr;
     EXPECT_EQ(again.app->CreateItem(olContactItem, &d), E_INVALIDARG);
+}
+
+TEST(Store, DefaultStoreIsMadeOnFirstLogon) {
+    wchar_t appdata[MAX_PATH] = {};
+    ASSERT_EQ(SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, 0, appdata), S_OK);
+    std::wstring dir = std::wstring(appdata) + L"\\Lanternfields";
+    std::wstring path = dir + L"\\calendar.ics";
+    DeleteFileW(path.c_str());
+    RemoveDirectoryW(dir.c_str());
+    SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", nullptr);
+    {
+        Server server;
+        ASSERT_EQ(server.logon, S_OK);
+        std::string empty = ReadBytes(path);
+        EXPECT_EQ(empty.rfind("BEGIN:VCALENDAR\r\n", 0), 0u);
+        EXPECT_NE(empty.find("END:VCALENDAR"), std::string::npos);
+        EXPECT_TRUE(AllSubjects(server.calendar.get()).empty());
+        IDispatch* d = nullptr;
+        ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
+        Ptr<IAppointment> appt;
+        AsAppointment(d, appt);
+        d->Release();
+        appt->put_Subject(Bstr(L"First"));
+        ASSERT_EQ(appt->Save(), S_OK);
+        EXPECT_NE(ReadBytes(path).find("SUMMARY:First"), std::string::npos);
+    }
+    DeleteFileW(path.c_str());
+    RemoveDirectoryW(dir.c_str());
 }
 
 TEST(Store, RoundTripLeavesTheFileAsItWas) {
