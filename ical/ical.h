@@ -127,7 +127,7 @@ private:
     const Recur& r_;
     int64_t dtstart_, until_;
     bool dateOnly_;
-    int y0_, m0_, d0_;
+    int y0_, m0_, d0_, mi0_ = 0, s0_ = 0;
     int64_t day0_, week0_, t0_, unit_ = 0;
     std::vector<int16_t> monthDays_;
     std::vector<ByDay> byDay_;

@@ -39,6 +39,8 @@ RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t 
     int64_t sod = dtstart - day * kDay;
     civilFromDays(day, y0_, m0_, d0_);
     day0_ = day;
+    mi0_ = int(sod / 60 % 60);
+    s0_ = int(sod % 60);
     week0_ = weekStart(day, r_.wkst);
     if (dateOnly_ && r_.freq < Freq::Daily) {
         // Hours, minutes and seconds make no sense for a date: nothing repeats.
@@ -345,29 +347,26 @@ bool RecurIter::fill()
         }
         days_.clear();
         days_.push_back(day);
+        // Minutes and seconds the rule leaves open come from DTSTART.
         if (r_.freq == Freq::Hourly) {
-            for (int32_t x : times_)
-                if (x / 3600 == h)
-                    ptimes_.push_back(x);
-            if (ptimes_.empty()) {
-                // BYMINUTE/BYSECOND absent: the period's own minute and second
-                std::vector<int> ms, ss;
-                for (auto v : r_.byMinute) ms.push_back(v);
-                for (auto v : r_.bySecond) ss.push_back(v);
-                if (ms.empty()) ms.push_back(mi);
-                if (ss.empty()) ss.push_back(s);
-                for (int a : ms)
-                    for (int b : ss)
-                        ptimes_.push_back(h * 3600 + a * 60 + b);
-                std::sort(ptimes_.begin(), ptimes_.end());
-            }
+            std::vector<int> ms, ss;
+            for (auto v : r_.byMinute) ms.push_back(v);
+            for (auto v : r_.bySecond) ss.push_back(v);
+            if (ms.empty()) ms.push_back(mi0_);
+            if (ss.empty()) ss.push_back(s0_);
+            for (int a : ms)
+                for (int b : ss)
+                    ptimes_.push_back(h * 3600 + a * 60 + b);
+            std::sort(ptimes_.begin(), ptimes_.end());
+            ptimes_.erase(std::unique(ptimes_.begin(), ptimes_.end()), ptimes_.end());
         } else if (r_.freq == Freq::Minutely) {
             if (r_.bySecond.empty()) {
-                ptimes_.push_back(h * 3600 + mi * 60 + s);
+                ptimes_.push_back(h * 3600 + mi * 60 + s0_);
             } else {
                 for (auto v : r_.bySecond)
                     ptimes_.push_back(h * 3600 + mi * 60 + v);
                 std::sort(ptimes_.begin(), ptimes_.end());
+                ptimes_.erase(std::unique(ptimes_.begin(), ptimes_.end()), ptimes_.end());
             }
         } else {
             ptimes_.push_back(int32_t(sod));
