@@ -359,6 +359,27 @@ TEST(Activation, RegisteredAndCreatedThroughCom) {
     EXPECT_FALSE(folder);
 }
 
+TEST(Activation, UnregisteredServerCannotBeCreated) {
+    HMODULE dll = GetModuleHandleW(g_dllPath.c_str());
+    ASSERT_NE(dll, nullptr);
+    auto call = [dll](const char* name) {
+        auto f = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(dll, name)));
+        return f ? f() : E_FAIL;
+    };
+    ASSERT_EQ(call("DllUnregisterServer"), S_OK);
+    HKEY key = nullptr;
+    EXPECT_NE(RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{05058F23-20BE-11D2-8F18-0000F87A4335}", 0, KEY_READ, &key),
+              ERROR_SUCCESS);
+    Ptr<IPOutlookApp> app;
+    EXPECT_TRUE(FAILED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                                        reinterpret_cast<void**>(&app))));
+    EXPECT_EQ(call("DllUnregisterServer"), S_OK);  // twice is fine
+    ASSERT_EQ(call("DllRegisterServer"), S_OK);
+    EXPECT_EQ(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                               reinterpret_cast<void**>(&app)),
+              S_OK);
+}
+
 TEST(Queries, MonthAndDayInThisLocale) {
     TempStore store;
     Server server;
@@ -469,6 +490,12 @@ TEST(Queries, RestrictCountAndItem) {
     d = nullptr;
     EXPECT_EQ(november->Item(0, &d), E_INVALIDARG);
     EXPECT_EQ(november->Item(count + 1, &d), E_INVALIDARG);
+    // Remove deletes the item from the store.
+    ASSERT_EQ(november->Remove(1), S_OK);
+    ASSERT_EQ(november->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 5);
+    EXPECT_EQ(ReadBytes(store.path()).find("late@"), std::string::npos);
+    EXPECT_EQ(november->Remove(99), E_INVALIDARG);
 }
 
 TEST(Queries, ZonedAndUtcTimesShowInTheMachinesTime) {
@@ -528,6 +555,38 @@ TEST(Queries, ZonedAndUtcTimesShowInTheMachinesTime) {
     EXPECT_TRUE(allDaySeen);
     EXPECT_TRUE(OneDay(server.calendar.get(), 2026, 11, 6).empty() ||
                 Joined(Subjects(OneDay(server.calendar.get(), 2026, 11, 6))).find("All day") == std::string::npos);
+}
+
+TEST(Items, RulesThePatternCannotSayStillExpand) {
+    const char ics[] =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Example//EN\r\n"
+        "BEGIN:VEVENT\r\nUID:twice@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART:20261001T080000\r\nDTEND:20261001T083000\r\n"
+        "RRULE:FREQ=MONTHLY;BYMONTHDAY=1,15\r\nSUMMARY:Rent\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    TempStore store(ics);
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    auto month = QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[1], {2026, 11, 1}, {2026, 11, 30});
+    ASSERT_EQ(month.size(), 2u);
+    EXPECT_DOUBLE_EQ(month[0].start, OleDate(server.app.get(), 2026, 11, 1, 8));
+    EXPECT_DOUBLE_EQ(month[1].start, OleDate(server.app.get(), 2026, 11, 15, 8));
+    IDispatch* d = nullptr;
+    ASSERT_EQ(server.app->GetItemFromOid(month[0].oid, &d), S_OK);
+    Ptr<IAppointment> series;
+    AsAppointment(d, series);
+    d->Release();
+    Ptr<IRecurrencePattern> pattern;
+    ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
+    long type = -1;
+    ASSERT_EQ(pattern->get_RecurrenceType(&type), S_OK);
+    EXPECT_EQ(type, olRecursMonthly);  // the closest the object model has
+    // Saving the series unchanged keeps its rule as written.
+    ASSERT_EQ(series->put_Location(Bstr(L"Bank")), S_OK);
+    ASSERT_EQ(series->Save(), S_OK);
+    EXPECT_NE(ReadBytes(store.path()).find("RRULE:FREQ=MONTHLY;BYMONTHDAY=1,15\r\n"), std::string::npos);
+    Ptr<IAppointment> occ;
+    EXPECT_EQ(OccurrenceOn(server.app.get(), month[0].oid, 2026, 11, 15, occ), S_OK);
 }
 
 TEST(Items, OidsStayTheSameAcrossLogons) {
@@ -1128,7 +1187,11 @@ TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
     });
     // The UI thread: add and delete appointments meanwhile.
     int added = 0;
-    DWORD until = GetTickCount() + 4000;
+    // A few seconds by default; POOM_STRESS_SECONDS=60 for the minute-long run.
+    wchar_t seconds[16] = {};
+    DWORD stressMs = 4000;
+    if (GetEnvironmentVariableW(L"POOM_STRESS_SECONDS", seconds, 16) > 0) stressMs = 1000 * _wtoi(seconds);
+    DWORD until = GetTickCount() + stressMs;
     while (GetTickCount() < until) {
         IDispatch* d = nullptr;
         ASSERT_EQ(app->CreateItem(olAppointmentItem, &d), S_OK);
