@@ -120,6 +120,7 @@ HRESULT Session::Logon(HWND hwnd) {
     while (path.size() > 3 && (path.back() == L'\\' || path.back() == L'/')) path.pop_back();
 
     DWORD attrs = GetFileAttributesW(path.c_str());
+    bool isDirectory = attrs != INVALID_FILE_ATTRIBUTES && (attrs & FILE_ATTRIBUTE_DIRECTORY);
     if (attrs == INVALID_FILE_ATTRIBUTES) {
         DWORD err = GetLastError();
         if (err != ERROR_FILE_NOT_FOUND && err != ERROR_PATH_NOT_FOUND) return E_FAIL;
@@ -135,7 +136,7 @@ HRESULT Session::Logon(HWND hwnd) {
     picture_ = DatePicture(ShortDatePicture());
     auto store = std::make_shared<Store>(MachineZone());
     std::string error;
-    if (!store->Open(NarrowPath(path), false, error)) {
+    if (!store->Open(NarrowPath(path), false, error, isDirectory)) {
         // Nothing is written to a store we could not read.
         return E_FAIL;
     }

@@ -77,14 +77,17 @@ RestrictRecord RecordOf(const ItemSnapshot& s) {
 
 Store::Store(lfical::Zone local) : local_(std::move(local)) {}
 
-bool Store::Open(const std::string& path, bool createIfMissing, std::string& error) {
+bool Store::Open(const std::string& path, bool createIfMissing, std::string& error, bool directory) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     auto fresh = std::make_unique<lfical::Store>();
     if (createIfMissing) {
         fresh->create(path);
     } else {
         std::vector<lfical::Problem> problems;
-        if (!fresh->load(path, &problems)) {
+        // In a directory store, a file that is not a calendar is kept as it
+        // is and the rest is served; the engine never writes such a file.
+        bool served = fresh->load(path, &problems) || (directory && fresh->eventCount() > 0);
+        if (!served) {
             error = "the store cannot be read";
             if (!problems.empty()) {
                 const auto& p = problems.front();
@@ -95,6 +98,7 @@ bool Store::Open(const std::string& path, bool createIfMissing, std::string& err
     }
     ical_ = std::move(fresh);
     path_ = path;
+    directory_ = directory;
     AssignOids();
     return true;
 }
@@ -107,7 +111,7 @@ bool Store::Reload(std::string& error) {
     }
     auto fresh = std::make_unique<lfical::Store>();
     std::vector<lfical::Problem> problems;
-    if (!fresh->load(path_, &problems)) {
+    if (!fresh->load(path_, &problems) && !(directory_ && fresh->eventCount() > 0)) {
         // Keep serving what we had; the next change on disk tries again.
         error = "the store cannot be read";
         return false;

@@ -83,10 +83,11 @@ public:
     // local: the machine's zone; zoned and UTC times are shown in it.
     explicit Store(lfical::Zone local);
 
-    // Opens a .ics file or a vdir directory. A missing single file is made
-    // empty (written on first save); an unreadable one is an error and the
-    // file is left untouched.
-    bool Open(const std::string& path, bool createIfMissing, std::string& error);
+    // Opens a .ics file or (directory) a vdir. createIfMissing starts an
+    // empty single-file store (written on first save). A file that cannot be
+    // read is an error and is left untouched; in a directory, files that are
+    // not calendars are left untouched and the rest is served.
+    bool Open(const std::string& path, bool createIfMissing, std::string& error, bool directory = false);
     // Re-reads the store after another program changed it.
     bool Reload(std::string& error);
     const std::string& Path() const { return path_; }
@@ -139,6 +140,7 @@ private:
     lfical::Zone local_;
     std::unique_ptr<lfical::Store> ical_;
     std::string path_;
+    bool directory_ = false;
     std::map<std::uint32_t, std::string> oidToUid_;
     std::map<std::string, std::uint32_t> uidToOid_;
     std::vector<std::string> conflicts_;

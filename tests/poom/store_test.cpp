@@ -386,3 +386,30 @@ TEST(Store, MonthQueriesStayFastOnALargeStore) {
         EXPECT_LT(ms.count(), 1000) << c.name;
     }
 }
+
+TEST(Store, DirectoryStoreWithOneBadFileServesTheRest) {
+    TempDir dir;
+    fs::path vdir = dir / "vdir";
+    fs::create_directories(vdir);
+    WriteFile(vdir / "good.ics",
+              "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\nBEGIN:VEVENT\r\nUID:good@x\r\n"
+              "DTSTAMP:20261001T120000Z\r\nDTSTART:20261105T100000\r\nDTEND:20261105T110000\r\n"
+              "SUMMARY:Good\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n");
+    WriteFile(vdir / "bad.ics", "this is not a calendar\r\n");
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(vdir.string(), false, error, true)) << error;
+    EXPECT_EQ(Ask(store, L"[End] >= 11/5/2026 AND [Start] <= 11/5/2026").size(), 1u);
+    // A change saves the good file and leaves the other as it was.
+    std::uint32_t oid = OidOf(store, L"Good");
+    ItemSnapshot s;
+    ASSERT_TRUE(store.Get(oid, s));
+    s.f.subject = L"Better";
+    ASSERT_TRUE(store.SaveItem(oid, s.f, nullptr, false, error)) << error;
+    EXPECT_NE(ReadFile(vdir / "good.ics").find("SUMMARY:Better"), std::string::npos);
+    EXPECT_EQ(ReadFile(vdir / "bad.ics"), "this is not a calendar\r\n");
+    // A directory with nothing readable is refused.
+    fs::remove(vdir / "good.ics");
+    Store none(lfical::Zone::utc());
+    EXPECT_FALSE(none.Open(vdir.string(), false, error, true));
+}
