@@ -62,9 +62,12 @@ struct ScanResult {
     bool truncated = false;
 };
 
-// A scanned event kept until the zones it names are known.
+// A scanned event kept until the zones it names are known. Its views point
+// into its own strings, so it never moves or copies.
 struct HeldItem {
     ScannedItem item;
+    HeldItem(const HeldItem&) = delete;
+    HeldItem& operator=(const HeldItem&) = delete;
     explicit HeldItem(const ScannedItem& from)
     {
         item.begin = from.begin;
@@ -809,7 +812,7 @@ struct StoreImpl {
         bulkLoading = true;
         // Events come in as they are read; one naming a zone defined further
         // down waits for the end of the file.
-        std::vector<std::pair<uint32_t, HeldItem>> held;
+        std::vector<std::pair<uint32_t, std::unique_ptr<HeldItem>>> held;
         ScanResult r = scanText(s.text, s.path, problems, [&](const ScannedItem& it) {
             uint32_t ii = uint32_t(s.items.size());
             Item item;
@@ -822,13 +825,13 @@ struct StoreImpl {
                 addZone(s, s.text, it, problems);
             else if (it.name == "VEVENT") {
                 if (namesUnknownZone(s, it))
-                    held.emplace_back(ii, HeldItem(it));
+                    held.emplace_back(ii, std::make_unique<HeldItem>(it));
                 else
                     buildEvent(si, ii, it, problems);
             }
         });
         for (auto& h : held)
-            buildEvent(si, h.first, h.second.item, problems);
+            buildEvent(si, h.first, h.second->item, problems);
         bulkLoading = false;
         bool ok = true;
         if (!r.sawCalendar && !s.text.empty()) {

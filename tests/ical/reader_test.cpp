@@ -137,6 +137,25 @@ TEST(Reader, BrokenPartsAreReportedWithLinesAndSpareTheRest)
     }
 }
 
+TEST(Reader, ZonesDefinedAfterTheirEvents)
+{
+    // Events wait for a VTIMEZONE further down; enough of them that the
+    // waiting list grows (it once lost their text when it did).
+    std::string body;
+    for (int i = 0; i < 40; ++i)
+        body += "BEGIN:VEVENT\nUID:" + std::to_string(i) + "\nDTSTART;TZID=America/New_York:20240505T1000" +
+                (i < 10 ? "0" : "") + std::to_string(i % 60) + "\nEND:VEVENT\n";
+    std::string text = lftest::calendar(body, false);
+    text.insert(text.find("END:VCALENDAR"), lftest::kNewYork);
+    Store s;
+    std::vector<Problem> ps;
+    ASSERT_TRUE(s.loadText(text, "late", &ps));
+    EXPECT_TRUE(ps.empty()) << ps[0].message;
+    auto occ = s.query(Zone::utc(), at("20240505T140000"), at("20240505T150000"), Range::HalfOpen);
+    EXPECT_EQ(40u, occ.size());
+    EXPECT_EQ(TimeKind::Zoned, s.info(s.findUid("39")).start.kind);
+}
+
 TEST(Reader, UnknownZoneIsFloatingAndReportedOnce)
 {
     Store s;
