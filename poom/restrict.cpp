@@ -69,7 +69,9 @@ bool ParseTime(const std::wstring& text, size_t pos, LocalSecs& secs) {
 
 }  // namespace
 
-DatePicture::DatePicture(const std::wstring& picture) {
+DatePicture::DatePicture(const std::wstring& picture, std::vector<std::wstring> monthNames)
+    : monthNames_(std::move(monthNames)) {
+    for (auto& n : monthNames_) n = Upper(n);
     for (size_t i = 0; i < picture.size();) {
         wchar_t c = picture[i];
         size_t j = i;
@@ -87,11 +89,13 @@ DatePicture::DatePicture(const std::wstring& picture) {
             while (k < picture.size() && picture[k] != L'\'') lit += picture[k++];
             if (!lit.empty()) pieces_.push_back({Field::Literal, lit});
             j = k < picture.size() ? k + 1 : k;
-        } else if (c == L'd' || c == L'M' || c == L'g') {
-            // Day and month names and eras never appear in a numeric short
-            // date that the program writes; such a picture reads as the
-            // numeric fields alone.
-            if (c == L'M') pieces_.push_back({Field::Month, L""});
+        } else if (c == L'M') {
+            // MMM and MMMM: the month by name (or, without names, by number).
+            pieces_.push_back({monthNames_.empty() ? Field::Month : Field::MonthName, L""});
+        } else if (c == L'd' || c == L'g') {
+            // Day names and eras say nothing the numbers do not; they are
+            // skipped as text.
+            pieces_.push_back({Field::Literal, L"*"});
         } else {
             pieces_.push_back({Field::Literal, picture.substr(i, j - i)});
         }
@@ -100,7 +104,7 @@ DatePicture::DatePicture(const std::wstring& picture) {
     bool hasDay = false, hasMonth = false, hasYear = false;
     for (auto& p : pieces_) {
         hasDay |= p.field == Field::Day;
-        hasMonth |= p.field == Field::Month;
+        hasMonth |= p.field == Field::Month || p.field == Field::MonthName;
         hasYear |= p.field == Field::Year;
     }
     if (!hasDay || !hasMonth || !hasYear) {
@@ -119,6 +123,28 @@ bool DatePicture::Parse(const std::wstring& raw, LocalSecs& out, bool& hasTime) 
     int day = -1, month = -1, year = -1;
     for (size_t i = 0; i < pieces_.size(); ++i) {
         const Piece& p = pieces_[i];
+        if (p.field == Field::Literal && p.literal == L"*") {
+            // A day name or era: skip the letters.
+            while (pos < text.size() && IsSpace(text[pos])) ++pos;
+            while (pos < text.size() && !IsDigit(text[pos]) && !IsSpace(text[pos]) && text[pos] != L',') ++pos;
+            continue;
+        }
+        if (p.field == Field::MonthName) {
+            while (pos < text.size() && IsSpace(text[pos])) ++pos;
+            // The longest name that matches wins ("JUNE" before "JUN").
+            size_t best = 0;
+            for (size_t k = 0; k < monthNames_.size(); ++k) {
+                const std::wstring& n = monthNames_[k];
+                if (n.empty() || n.size() <= best) continue;
+                if (Upper(text.substr(pos, n.size())) == n) {
+                    best = n.size();
+                    month = static_cast<int>(k % 12) + 1;
+                }
+            }
+            if (best == 0) return false;
+            pos += best;
+            continue;
+        }
         if (p.field == Field::Literal) {
             // Separators: the picture's own text, compared loosely so that
             // "1.11.2026" and "1.11.2026" with a trailing space both read.

@@ -21,17 +21,22 @@ namespace poom {
 // The short-date picture of a locale, e.g. L"M/d/yyyy" or L"dd.MM.yyyy".
 class DatePicture {
 public:
-    explicit DatePicture(const std::wstring& picture = L"M/d/yyyy");
+    // monthNames: the locale's month names, abbreviated and full (any
+    // number of each, January first in every group of twelve), for pictures
+    // that spell the month ("dd-MMM-yy").
+    explicit DatePicture(const std::wstring& picture = L"M/d/yyyy",
+                         std::vector<std::wstring> monthNames = std::vector<std::wstring>());
     // Reads a date (and an optional time after it) from the whole of text.
     bool Parse(const std::wstring& text, LocalSecs& out, bool& hasTime) const;
 
 private:
-    enum class Field { Day, Month, Year, Literal };
+    enum class Field { Day, Month, MonthName, Year, Literal };
     struct Piece {
         Field field;
         std::wstring literal;
     };
     std::vector<Piece> pieces_;
+    std::vector<std::wstring> monthNames_;
 };
 
 // The properties an appointment offers to restrictions.

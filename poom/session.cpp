@@ -73,6 +73,19 @@ std::wstring ShortDatePicture() {
     return L"M/d/yyyy";
 }
 
+// Abbreviated then full month names, for short dates that spell the month.
+std::vector<std::wstring> MonthNames() {
+    std::vector<std::wstring> names;
+    for (LCTYPE first : {LOCALE_SABBREVMONTHNAME1, LOCALE_SMONTHNAME1}) {
+        for (LCTYPE k = 0; k < 12; ++k) {
+            wchar_t buf[80] = {};
+            GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, first + k, buf, 80);
+            names.push_back(buf);
+        }
+    }
+    return names;
+}
+
 bool MakeDirectories(const std::wstring& dir) {
     if (dir.empty()) return false;
     DWORD a = GetFileAttributesW(dir.c_str());
@@ -133,7 +146,7 @@ HRESULT Session::Logon(HWND hwnd) {
         if (!WriteEmptyCalendar(path)) return E_FAIL;
     }
 
-    picture_ = DatePicture(ShortDatePicture());
+    picture_ = DatePicture(ShortDatePicture(), MonthNames());
     auto store = std::make_shared<Store>(MachineZone());
     std::string error;
     if (!store->Open(NarrowPath(path), false, error, isDirectory)) {

@@ -98,6 +98,35 @@ TEST(DatePicture, ReadsEachLocalesShortDate) {
     }
 }
 
+TEST(DatePicture, SpelledMonthsAndDayNames) {
+    std::vector<std::wstring> names = {L"Jan", L"Feb", L"Mar", L"Apr", L"May", L"Jun", L"Jul", L"Aug", L"Sep",
+                                       L"Oct", L"Nov", L"Dec", L"January", L"February", L"March", L"April",
+                                       L"May", L"June", L"July", L"August", L"September", L"October",
+                                       L"November", L"December"};
+    struct Case {
+        const char* name;
+        const wchar_t* picture;
+        const wchar_t* text;
+        bool ok;
+        LocalSecs expect;
+    } cases[] = {
+        {"abbreviated", L"dd-MMM-yy", L"05-Nov-26", true, At(2026, 11, 5)},
+        {"any case", L"dd-MMM-yy", L"05-NOV-26", true, At(2026, 11, 5)},
+        {"full name", L"d MMMM yyyy", L"5 June 2026", true, At(2026, 6, 5)},
+        {"day name", L"dddd, MMMM d, yyyy", L"Thursday, November 5, 2026", true, At(2026, 11, 5)},
+        {"unknown month", L"dd-MMM-yy", L"05-Nox-26", false, 0},
+    };
+    for (const auto& c : cases) {
+        DatePicture p(c.picture, names);
+        LocalSecs got = 0;
+        bool hasTime = false;
+        EXPECT_EQ(p.Parse(c.text, got, hasTime), c.ok) << c.name;
+        if (c.ok) {
+            EXPECT_EQ(got, c.expect) << c.name;
+        }
+    }
+}
+
 TEST(Restriction, WholeDayRuleForDateLiterals) {
     // The program's one-day query and its three month templates, against
     // appointments at the edges of days.
