@@ -253,6 +253,31 @@ TEST(Restriction, RefusesMalformedText) {
     }
 }
 
+TEST(Restriction, MangledTextNeverCrashes) {
+    // Every prefix of the program's restrictions, and random damage to them,
+    // either parses or is refused; nothing else happens.
+    const std::wstring base = L"([End] >= 11/1/2026 AND [Start] <  \"11/30/2026 10:00 PM\") OR [Subject] <> 'a''b'";
+    DatePicture us(L"M/d/yyyy");
+    RestrictRecord r = Appt(At(2026, 11, 5, 10), At(2026, 11, 5, 11), L"x");
+    for (size_t n = 0; n <= base.size(); ++n) {
+        Restriction x;
+        if (x.Parse(base.substr(0, n), us)) x.Matches(r);
+    }
+    const wchar_t alphabet[] = L"[]()\"' <>=ANDORStartEnd0123456789/.:";
+    unsigned seed = 12345;
+    for (int i = 0; i < 20000; ++i) {
+        std::wstring t = base;
+        for (int k = 0; k < 3; ++k) {
+            seed = seed * 1103515245u + 12345u;
+            size_t at = (seed >> 8) % t.size();
+            seed = seed * 1103515245u + 12345u;
+            t[at] = alphabet[(seed >> 8) % (sizeof(alphabet) / sizeof(wchar_t) - 1)];
+        }
+        Restriction x;
+        if (x.Parse(t, us)) x.Matches(r);
+    }
+}
+
 TEST(Restriction, GermanShortDates) {
     DatePicture de(L"dd.MM.yyyy");
     Restriction r;
