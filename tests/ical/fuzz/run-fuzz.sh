@@ -10,7 +10,7 @@ root=$(cd "$here/../../.." && pwd)
 build=${2:-${TMPDIR:-/tmp}/lanternfields-fuzz}
 mkdir -p "$build"
 srcs=("$root"/ical/values.cpp "$root"/ical/recur.cpp "$root"/ical/zone.cpp "$root"/ical/content.cpp
-      "$root"/ical/store.cpp "$root"/ical/bigmem.cpp)
+      "$root"/ical/store.cpp "$root"/ical/store_edit.cpp "$root"/ical/bigmem.cpp)
 flags=(-std=c++17 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined -I"$root/ical")
 status=0
 for target in reader recur; do

@@ -1,0 +1,542 @@
+// The store, changing half: edits that rewrite one component, new events,
+// EXDATEs and overrides, and saving (atomic, merging by UID).
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+
+#include "storeimpl.h"
+
+namespace lfical {
+
+namespace {
+std::string nowUtcStamp()
+{
+    time_t t = time(nullptr);
+    return formatCivil(int64_t(t), false) + "Z";
+}}  // namespace
+
+// ---- changes
+Component StoreImpl::parsed(EventId id) const
+{
+    const Ev& e = evs[id];
+    const Source& s = sources[e.source];
+    Component c;
+    parseComponent(itemBytes(s, s.items[e.item]), c, nullptr, 1, s.path);
+    return c;
+}
+
+std::string StoreImpl::timeValue(Source& s, const Time& t, std::string& params)
+{
+    params.clear();
+    switch (t.kind) {
+    case TimeKind::Date: params = ";VALUE=DATE"; return formatCivil(t.civil, true);
+    case TimeKind::Utc: return formatCivil(t.civil, false) + "Z";
+    case TimeKind::Floating: return formatCivil(t.civil, false);
+    case TimeKind::Zoned: break;
+    }
+    if (t.zone < 0 || size_t(t.zone) >= zones.size())
+        return formatCivil(t.civil, false);
+    const Zone& z = zones[size_t(t.zone)];
+    auto have = s.tzids.find(z.name);
+    if (have == s.tzids.end() || have->second != t.zone) {
+        if (z.vtimezone.empty() || have != s.tzids.end())
+            return formatCivil(z.toUtc(t.civil), false) + "Z";
+        // The file needs the zone's definition before an event can use it.
+        Item it;
+        it.begin = it.end = s.insertAt == std::string::npos ? s.text.size() : s.insertAt;
+        it.repl = z.vtimezone;
+        it.added = it.pending = true;
+        s.items.push_back(std::move(it));
+        s.tzids[z.name] = t.zone;
+        s.dirty = true;
+    }
+    std::string name = z.name;
+    bool quote = name.find_first_of(";:,") != std::string::npos;
+    params = ";TZID=" + (quote ? "\"" + name + "\"" : name);
+    return formatCivil(t.civil, false);
+}
+
+void StoreImpl::setTime(Source& s, Component& c, const char* name, const Time& t)
+{
+    std::string params;
+    std::string v = timeValue(s, t, params);
+    Property& p = c.set(name, v);
+    p.params = params;
+}
+
+void StoreImpl::applyEdit(Source& s, Component& c, const EventEdit& f, bool fresh)
+{
+    if (f.summary) c.set("SUMMARY", escapeText(*f.summary));
+    if (f.location) c.set("LOCATION", escapeText(*f.location));
+    if (f.description) c.set("DESCRIPTION", escapeText(*f.description));
+    if (f.cls) c.set("CLASS", *f.cls);
+    if (f.categories) {
+        c.remove("CATEGORIES");
+        if (!f.categories->empty()) {
+            std::string v;
+            for (const std::string& cat : *f.categories)
+                v += (v.empty() ? "" : ",") + escapeText(cat);
+            c.set("CATEGORIES", v);
+        }
+    }
+    if (f.start)
+        setTime(s, c, "DTSTART", *f.start);
+    if (f.end) {
+        c.remove("DURATION");
+        setTime(s, c, "DTEND", *f.end);
+    }
+    if (f.busy) {
+        static const char* cdo[] = {"FREE", "TENTATIVE", "BUSY", "OOF"};
+        c.set("TRANSP", *f.busy == Busy::Free ? "TRANSPARENT" : "OPAQUE");
+        if (*f.busy == Busy::Tentative || *f.busy == Busy::OutOfOffice || c.find("X-MICROSOFT-CDO-BUSYSTATUS"))
+            c.set("X-MICROSOFT-CDO-BUSYSTATUS", cdo[int(*f.busy)]);
+    }
+    if (f.rrule) {
+        if (f.rrule->empty())
+            c.remove("RRULE");
+        else
+            c.set("RRULE", *f.rrule);
+    }
+    if (f.alarmMinutes) {
+        for (size_t i = c.subs.size(); i-- > 0;)
+            if (c.subs[i].name == "VALARM") {
+                c.subs.erase(c.subs.begin() + long(i));
+                c.subAt.erase(c.subAt.begin() + long(i));
+            }
+        if (*f.alarmMinutes >= 0) {
+            Component a;
+            a.name = "VALARM";
+            a.set("ACTION", "DISPLAY");
+            a.set("DESCRIPTION", "Reminder");
+            a.set("TRIGGER", "-" + formatDuration(Duration{0, int64_t(*f.alarmMinutes) * 60}));
+            c.subAt.push_back(c.props.size());
+            c.subs.push_back(std::move(a));
+        }
+    }
+    std::string stamp = nowUtcStamp();
+    c.set("DTSTAMP", stamp);
+    if (!fresh) {
+        c.set("LAST-MODIFIED", stamp);
+        int64_t seq = 0;
+        if (const Property* p = c.find("SEQUENCE"))
+            seq = atoll(p->value.c_str());
+        c.set("SEQUENCE", std::to_string(seq + 1));
+    }
+}
+
+// Rebuilds the index entry of one event from its current bytes.
+EventId StoreImpl::reread(uint32_t si, uint32_t ii, EventId reuse)
+{
+    Source& s = sources[si];
+    std::string bytes = itemBytes(s, s.items[ii]);
+    std::string wrapped = "BEGIN:VCALENDAR\r\n" + bytes + "END:VCALENDAR\r\n";
+    EventId id = kNoEvent;
+    scanText(wrapped, s.path, nullptr, [&](const ScannedItem& it) {
+        if (it.name == "VEVENT" && id == kNoEvent)
+            id = buildEvent(si, ii, it, nullptr);
+    });
+    if (id == kNoEvent)
+        id = buildEvent(si, ii, ScannedItem(), nullptr);
+    if (reuse != kNoEvent) {
+        // Keep the caller's id: move the fresh record into it.
+        evs[reuse] = std::move(evs[id]);
+        evs.pop_back();
+        id = reuse;
+        s.items[ii].event = id;
+    }
+    evs[id].line = s.items[ii].line;
+    return id;
+}
+
+void StoreImpl::relink(EventId id)
+{
+    Ev& e = evs[id];
+    if (e.series)
+        prepareSeries(e, nullptr);
+    if (!e.hasRid && e.uidLen && e.series)
+        masters[std::string(uidOf(e))] = id;
+    if (e.hasRid)
+        attachOverride(id);
+    else if (e.series)
+        for (EventId o = 0; o < evs.size(); ++o)
+            if (evs[o].live && evs[o].hasRid && uidOf(evs[o]) == uidOf(e))
+                attachOverride(o);
+    index(id);
+}
+
+bool StoreImpl::replaceItem(EventId id, std::string bytes)
+{
+    Ev& e = evs[id];
+    Source& s = sources[e.source];
+    Item& it = s.items[e.item];
+    it.repl = std::move(bytes);
+    it.changed = it.pending = true;
+    s.dirty = true;
+    unindex(id);
+    detachOverride(id);
+    uint32_t si = e.source, ii = e.item;
+    reread(si, ii, id);
+    relink(id);
+    return true;
+}
+
+uint32_t StoreImpl::sourceForNew()
+{
+    if (!directory) {
+        if (sources.empty()) {
+            Source s;
+            s.path = root;
+            s.exists = false;
+            sources.push_back(std::move(s));
+        }
+        return 0;
+    }
+    return uint32_t(-1);
+}
+
+void StoreImpl::ensureCalendar(Source& s)
+{
+    if (s.insertAt != std::string::npos)
+        return;
+    std::string& t = s.text.edit();
+    if (!t.empty() && t.back() != '\n')
+        t += "\r\n";
+    t += "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Oakfinder//Lanternfields//EN\r\n";
+    s.insertAt = t.size();
+    t += "END:VCALENDAR\r\n";
+    s.dirty = true;
+}
+
+// After a write: the written bytes become the file's text, and every
+// item points into them again, keeping its event id.
+void StoreImpl::relayout(Source& s, std::string out)
+{
+    std::vector<Item*> order;
+    for (Item& it : s.items)
+        if (!it.deleted)
+            order.push_back(&it);
+    std::stable_sort(order.begin(), order.end(), [](const Item* a, const Item* b) { return a->begin < b->begin; });
+    std::vector<Item, BigAllocator<Item>> items;
+    ScanResult r = scanText(out, s.path, nullptr, [&](const ScannedItem& si) {
+        Item it;
+        it.begin = si.begin;
+        it.end = si.end;
+        it.line = si.line;
+        it.isEvent = si.name == "VEVENT";
+        items.push_back(std::move(it));
+    });
+    if (items.size() == order.size()) {
+        for (size_t i = 0; i < order.size(); ++i)
+            items[i].event = order[i]->event;
+        for (size_t i = 0; i < items.size(); ++i)
+            if (items[i].event != kNoEvent) {
+                evs[items[i].event].item = uint32_t(i);
+                evs[items[i].event].line = items[i].line;
+            }
+    }
+    s.items.swap(items);
+    s.text.assign(std::move(out));
+    s.insertAt = r.insertAt;
+    s.dirty = false;
+    s.exists = true;
+}
+
+void StoreImpl::dropSource(size_t idx)
+{
+    Source& s = sources[idx];
+    for (Item& it : s.items) {
+        EventId ev = it.event;
+        if (ev == kNoEvent || !evs[ev].live)
+            continue;
+        unindex(ev);
+        detachOverride(ev);
+        evs[ev].live = false;
+        auto m = masters.find(std::string(uidOf(evs[ev])));
+        if (m != masters.end() && m->second == ev)
+            masters.erase(m);
+    }
+    s.items.clear();
+}
+
+void StoreImpl::removeEvent(EventId id)
+{
+    Ev& e = evs[id];
+    Source& s = sources[e.source];
+    Item& it = s.items[e.item];
+    it.deleted = it.pending = true;
+    s.dirty = true;
+    unindex(id);
+    detachOverride(id);
+    e.live = false;
+    auto m = masters.find(std::string(uidOf(e)));
+    if (m != masters.end() && m->second == id)
+        masters.erase(m);
+    if (s.inDirectory) {
+        bool any = false;
+        for (const Item& i2 : s.items)
+            any = any || (!i2.deleted && i2.isEvent);
+        s.removeFile = !any;
+    }
+}
+
+EventId Store::add(const EventEdit& fields)
+{
+    if (!fields.start)
+        return kNoEvent;
+    uint32_t si = d_->sourceForNew();
+    std::string uidText = newUid();
+    if (si == uint32_t(-1)) {
+        Source s;
+        std::string safe;
+        for (char ch : uidText)
+            safe += (isalnum(static_cast<unsigned char>(ch)) || ch == '-') ? ch : '_';
+        s.path = (std::filesystem::path(d_->root) / (safe + ".ics")).string();
+        s.exists = false;
+        s.inDirectory = true;
+        si = uint32_t(d_->sources.size());
+        d_->sources.push_back(std::move(s));
+    }
+    Source& s = d_->sources[si];
+    if (!s.writable)
+        return kNoEvent;
+    d_->ensureCalendar(s);
+    Component c;
+    c.name = "VEVENT";
+    c.set("UID", uidText);
+    c.set("DTSTAMP", nowUtcStamp());
+    c.set("CREATED", nowUtcStamp());
+    c.set("SEQUENCE", "0");
+    EventEdit f = fields;
+    if (!f.end) {
+        Time end = *f.start;
+        if (end.isDate())
+            end.civil += kDay;
+        f.end = end;
+    }
+    d_->applyEdit(s, c, f, true);
+    Item it;
+    it.begin = it.end = s.insertAt;
+    it.isEvent = true;
+    it.repl = writeComponent(c);
+    it.added = it.pending = true;
+    s.items.push_back(std::move(it));
+    s.dirty = true;
+    uint32_t ii = uint32_t(s.items.size() - 1);
+    EventId id = d_->reread(si, ii, kNoEvent);
+    d_->relink(id);
+    return id;
+}
+
+bool Store::edit(EventId id, const EventEdit& fields)
+{
+    if (!valid(id) || !d_->sources[d_->evs[id].source].writable)
+        return false;
+    Component c = d_->parsed(id);
+    d_->applyEdit(d_->sources[d_->evs[id].source], c, fields, false);
+    return d_->replaceItem(id, writeComponent(c));
+}
+
+bool Store::remove(EventId id)
+{
+    if (!valid(id) || !d_->sources[d_->evs[id].source].writable)
+        return false;
+    if (d_->evs[id].series)
+        for (EventId o : overridesOf(id))
+            d_->removeEvent(o);
+    d_->removeEvent(id);
+    return true;
+}
+
+bool Store::addExdate(EventId series, const Time& occurrenceStart)
+{
+    if (!valid(series) || !d_->evs[series].series || !d_->sources[d_->evs[series].source].writable)
+        return false;
+    Ev& e = d_->evs[series];
+    int64_t c = d_->inClock(e.start, occurrenceStart);
+    for (EventId o : overridesOf(series))
+        if (!d_->evs[o].ridFuture && d_->inClock(e.start, d_->evs[o].rid) == c)
+            d_->removeEvent(o);
+    Time t = e.start;
+    t.civil = c;
+    Component comp = d_->parsed(series);
+    std::string params;
+    std::string v = d_->timeValue(d_->sources[e.source], t, params);
+    Property p;
+    p.name = "EXDATE";
+    p.params = params;
+    p.value = v;
+    comp.props.push_back(std::move(p));
+    d_->applyEdit(d_->sources[e.source], comp, EventEdit(), false);
+    return d_->replaceItem(series, writeComponent(comp));
+}
+
+bool Store::removeOverride(EventId overrideId)
+{
+    if (!valid(overrideId) || !d_->evs[overrideId].hasRid)
+        return false;
+    return remove(overrideId);
+}
+
+bool Store::dirty() const
+{
+    for (const Source& s : d_->sources)
+        if (s.dirty)
+            return true;
+    return false;
+}
+
+std::vector<std::pair<std::string, std::string>> Store::texts() const
+{
+    std::vector<std::pair<std::string, std::string>> out;
+    for (const Source& s : d_->sources)
+        if (!s.removeFile)
+            out.push_back({s.path, d_->sourceText(s)});
+    return out;
+}
+
+namespace {
+// (UID, RECURRENCE-ID as written) names one component across versions of a file.
+std::string itemKey(std::string_view bytes)
+{
+    std::string wrapped = "BEGIN:VCALENDAR\r\n" + std::string(bytes) + "END:VCALENDAR\r\n";
+    std::string key;
+    bool first = true;
+    scanText(wrapped, std::string(), nullptr, [&](const ScannedItem& it) {
+        if (!first)
+            return;
+        first = false;
+        if (it.name != "VEVENT") {
+            key = it.name + "\n" + std::string(bytes);
+            return;
+        }
+        std::string_view uid, rid;
+        for (const KeyProp& k : it.keys) {
+            if (k.which == kUid) uid = k.value;
+            if (k.which == kRecurrenceId) rid = k.value;
+        }
+        if (!uid.empty())
+            key = std::string(uid) + "\n" + std::string(rid);
+    });
+    return key;
+}
+}  // namespace
+
+bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* conflicts)
+{
+    namespace fs = std::filesystem;
+    bool ok = true;
+    for (Source& s : d_->sources) {
+        if (!s.dirty)
+            continue;
+        if (!s.writable) {
+            report(problems, s.path, 0, "not saved: the file could not be read completely");
+            ok = false;
+            continue;
+        }
+        std::string disk;
+        bool onDisk = readWholeFile(s.path, disk);
+        std::string ours = d_->sourceText(s);
+        bool externallyChanged = s.exists ? (!onDisk || std::string_view(disk) != s.text.view()) : onDisk;
+        std::string out = ours;
+        if (s.removeFile) {
+            if (externallyChanged && onDisk) {
+                report(problems, s.path, 0, "kept: another program changed it");
+                if (conflicts)
+                    conflicts->push_back(s.path);
+            } else if (onDisk && std::remove(s.path.c_str()) != 0) {
+                report(problems, s.path, 0, "cannot delete the file");
+                ok = false;
+                continue;
+            }
+            s.dirty = false;
+            s.exists = false;
+            continue;
+        }
+        if (externallyChanged && onDisk) {
+            // Merge by event: take the disk's file and apply our changed
+            // components where the disk still has what we started from.
+            struct Span {
+                size_t begin, end;
+                int line;
+            };
+            std::vector<Span> diskItems;
+            ScanResult dr = scanText(disk, s.path, nullptr, [&](const ScannedItem& it) {
+                diskItems.push_back({it.begin, it.end, it.line});
+            });
+            std::map<std::string, std::string> base;
+            for (const Item& it : s.items)
+                if (!it.added)
+                    base[itemKey(s.text.view().substr(it.begin, it.end - it.begin))] =
+                        s.text.substr(it.begin, it.end - it.begin);
+            std::map<std::string, const Item*> mine;
+            std::vector<const Item*> added;
+            for (const Item& it : s.items) {
+                if (!it.pending)
+                    continue;
+                if (it.added) {
+                    added.push_back(&it);
+                    continue;
+                }
+                mine[itemKey(s.text.view().substr(it.begin, it.end - it.begin))] = &it;
+            }
+            std::string merged;
+            size_t pos = 0;
+            for (const Span& di : diskItems) {
+                std::string_view bytes = std::string_view(disk).substr(di.begin, di.end - di.begin);
+                std::string key = itemKey(bytes);
+                auto m = mine.find(key);
+                merged.append(disk, pos, di.begin - pos);
+                pos = di.end;
+                if (m != mine.end() && !key.empty()) {
+                    if (base[key] == bytes) {
+                        if (!m->second->deleted)
+                            merged += m->second->repl;
+                    } else {
+                        merged.append(bytes.data(), bytes.size());
+                        report(problems, s.path, di.line, "another program changed this event too; its version kept");
+                        if (conflicts)
+                            conflicts->push_back(key.substr(0, key.find('\n')));
+                    }
+                    mine.erase(m);
+                } else {
+                    merged.append(bytes.data(), bytes.size());
+                }
+            }
+            size_t at = dr.insertAt == std::string::npos ? disk.size() : dr.insertAt;
+            merged.append(disk, pos, at - pos);
+            for (const Item* a : added)
+                merged += a->repl;
+            merged.append(disk, at, std::string::npos);
+            out = merged;
+        }
+        std::string err;
+        if (!writeFileAtomic(s.path, out, err)) {
+            report(problems, s.path, 0, err);
+            ok = false;
+            continue;
+        }
+        if (externallyChanged && onDisk) {
+            // Re-read this file so the store shows the merged result; its
+            // events get new ids (their UIDs, and so their OIDs, stay).
+            size_t idx = size_t(&s - &d_->sources[0]);
+            d_->dropSource(idx);
+            Source fresh;
+            fresh.path = s.path;
+            fresh.inDirectory = s.inDirectory;
+            fresh.text.assign(out);
+            std::vector<Problem> ignored;
+            d_->loadSource(std::move(fresh), &ignored);
+            d_->sources[idx] = std::move(d_->sources.back());
+            d_->sources.pop_back();
+            for (Item& it : d_->sources[idx].items)
+                if (it.event != kNoEvent)
+                    d_->evs[it.event].source = uint32_t(idx);
+            return save(problems, conflicts) && ok;  // the other files, if any
+        }
+        d_->relayout(s, std::move(out));
+    }
+    return ok;
+}
+
+}  // namespace lfical

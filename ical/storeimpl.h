@@ -1,0 +1,361 @@
+// The store's own types, shared by its reading half (store.cpp) and its
+// changing and saving half (store_edit.cpp).
+#pragma once
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "bigmem.h"
+#include "internal.h"
+
+namespace lfical {
+namespace store {
+// Wall clocks of different zones differ by at most this much.
+inline const int64_t kZoneSlack = 2 * kDay;
+const size_t kMaxCounted = 200000;
+const size_t kMaxPerSeriesQuery = 100000;
+const int64_t kNoEnd = INT64_MAX / 4;
+
+enum KeyName : uint8_t { kUid, kDtstart, kDtend, kDuration, kRrule, kRdate, kExdate, kRecurrenceId, kOther };
+
+inline KeyName classify(std::string_view n)
+{
+    switch (n.size()) {
+    case 3: return eqUpper(n, "UID") ? kUid : kOther;
+    case 5:
+        if (eqUpper(n, "DTEND")) return kDtend;
+        if (eqUpper(n, "RRULE")) return kRrule;
+        if (eqUpper(n, "RDATE")) return kRdate;
+        return kOther;
+    case 6: return eqUpper(n, "EXDATE") ? kExdate : kOther;
+    case 7: return eqUpper(n, "DTSTART") ? kDtstart : kOther;
+    case 8: return eqUpper(n, "DURATION") ? kDuration : kOther;
+    case 13: return eqUpper(n, "RECURRENCE-ID") ? kRecurrenceId : kOther;
+    default: return kOther;
+    }
+}
+
+// Views into the file's text, or into ScannedItem::folded for folded lines;
+// valid while the scan's callback runs.
+struct KeyProp {
+    KeyName which;
+    int line;
+    std::string_view params, value;
+};
+
+struct ScannedItem {
+    size_t begin = 0, end = 0;
+    int line = 0;
+    std::string name;
+    std::vector<KeyProp> keys;  // VEVENT only
+    std::deque<std::string> folded;
+};
+
+struct ScanResult {
+    size_t items = 0;
+    size_t insertAt = std::string::npos;  // start of the last END:VCALENDAR line
+    bool sawCalendar = false;
+    bool truncated = false;
+};
+
+// A scanned event kept until the zones it names are known. Its views point
+// into its own strings, so it never moves or copies.
+struct HeldItem {
+    ScannedItem item;
+    HeldItem(const HeldItem&) = delete;
+    HeldItem& operator=(const HeldItem&) = delete;
+    explicit HeldItem(const ScannedItem& from)
+    {
+        item.begin = from.begin;
+        item.end = from.end;
+        item.line = from.line;
+        item.name = from.name;
+        for (const KeyProp& k : from.keys) {
+            item.folded.emplace_back(k.params);
+            std::string_view p = item.folded.back();
+            item.folded.emplace_back(k.value);
+            item.keys.push_back({k.which, k.line, p, item.folded.back()});
+        }
+    }
+};
+
+inline void report(std::vector<Problem>* out, const std::string& file, int line, std::string msg)
+{
+    if (out)
+        out->push_back({file, line, std::move(msg)});
+}
+
+// Component names met in a file, so the scan compares numbers.
+const int kCalendarName = 0, kEventName = 1;
+struct ComponentNames {
+    std::vector<std::string> list{"VCALENDAR", "VEVENT", "VTIMEZONE", "VALARM", "STANDARD", "DAYLIGHT", "VTODO"};
+    int id(std::string_view v)
+    {
+        for (size_t i = 0; i < list.size(); ++i)
+            if (eqUpper(v, list[i]))
+                return int(i);
+        list.push_back(toUpper(v));
+        return int(list.size() - 1);
+    }
+};
+
+// One pass over a file: finds every component directly inside a VCALENDAR
+// and, for events, the properties the index needs; hands each to onItem.
+template <class F>
+ScanResult scanText(std::string_view text, const std::string& file, std::vector<Problem>* problems, F&& onItem)
+{
+    ScanResult res;
+    size_t start = 0;
+    if (text.size() >= 3 && memcmp(text.data(), "\xEF\xBB\xBF", 3) == 0)
+        start = 3;
+    LineReader lr(text, start, 1, false);
+    LineView lv;
+    std::vector<std::pair<int, int>> stack;  // component name id, line
+    ComponentNames names;
+    bool inItem = false;
+    int curId = -1;
+    ScannedItem cur;
+    bool strayReported = false;
+    while (lr.next(lv)) {
+        if (lv.text.empty())
+            continue;
+        // Only BEGIN, END and the properties the index needs are split; for
+        // the rest the name is enough (their bytes are kept as they are).
+        size_t ne = 0;
+        const std::string_view t0 = lv.text;
+        while (ne < t0.size() && t0[ne] != ';' && t0[ne] != ':')
+            ++ne;
+        std::string_view name0 = t0.substr(0, ne);
+        bool structural = (ne == 5 && eqUpper(name0, "BEGIN")) || (ne == 3 && eqUpper(name0, "END"));
+        bool key = !structural && inItem && stack.size() == 2 && classify(name0) != kOther;
+        if (!structural && !key && ne < t0.size()) {
+            if (stack.empty() && !strayReported) {
+                report(problems, file, lv.line, "content outside VCALENDAR; kept as it is");
+                strayReported = true;
+            }
+            continue;
+        }
+        if (lv.folded)
+            lv.text = lr.unfold(lv);
+        LineParts lp;
+        if (!splitLine(lv.text, lp)) {
+            report(problems, file, lv.line, "not a content line; kept as it is");
+            continue;
+        }
+        bool isBegin = lp.name.size() == 5 && eqUpper(lp.name, "BEGIN");
+        bool isEnd = !isBegin && lp.name.size() == 3 && eqUpper(lp.name, "END");
+        if (isBegin) {
+            int id = names.id(lp.value);
+            const std::string& name = names.list[size_t(id)];
+            if (stack.empty() && id != kCalendarName)
+                report(problems, file, lv.line, "BEGIN:" + name + " outside VCALENDAR; kept, not used");
+            bool lostEnd = inItem && id == curId && (id == kEventName || name == "VTODO" || name == "VJOURNAL");
+            if (lostEnd) {
+                // These never nest: the earlier one lost its END.
+                report(problems, file, cur.line, cur.name + " begun here has no END; left out");
+                stack.resize(1);
+            }
+            if (lostEnd || (stack.size() == 1 && stack[0].first == kCalendarName)) {
+                inItem = true;
+                cur.begin = lv.begin;
+                cur.line = lv.line;
+                cur.name = name;
+                curId = id;
+                cur.keys.clear();
+                cur.folded.clear();
+            }
+            if (stack.size() < 200)
+                stack.push_back({id, lv.line});
+            continue;
+        }
+        if (isEnd) {
+            int id = names.id(lp.value);
+            size_t k = stack.size();
+            while (k > 0 && stack[k - 1].first != id)
+                --k;
+            if (k == 0) {
+                report(problems, file, lv.line, "END:" + names.list[size_t(id)] + " without BEGIN; ignored");
+                continue;
+            }
+            for (size_t j = stack.size(); j-- > k;)
+                report(problems, file, stack[j].second, names.list[size_t(stack[j].first)] + " begun here has no END");
+            size_t depth = k - 1;  // depth after popping
+            if (inItem && depth <= 1) {
+                if (depth == 1 && k == 2 && stack.size() == 2) {
+                    cur.end = lv.end;
+                    ++res.items;
+                    onItem(cur);
+                } else {
+                    report(problems, file, cur.line, cur.name + " begun here is broken; left out");
+                }
+                inItem = false;
+            }
+            stack.resize(depth);
+            if (depth == 0 && id == kCalendarName) {
+                res.sawCalendar = true;
+                res.insertAt = lv.begin;
+            }
+            continue;
+        }
+        if (stack.empty()) {
+            if (!strayReported)
+                report(problems, file, lv.line, "content outside VCALENDAR; kept as it is");
+            strayReported = true;
+            continue;
+        }
+        if (inItem && stack.size() == 2 && curId == kEventName) {
+            KeyName k = classify(lp.name);
+            if (k != kOther) {
+                if (lv.text.data() < text.data() || lv.text.data() >= text.data() + text.size()) {
+                    // A folded line lives in the reader's scratch buffer: keep a copy.
+                    cur.folded.emplace_back(lv.text);
+                    std::string_view t = cur.folded.back();
+                    size_t off = size_t(lp.params.data() - lv.text.data());
+                    lp.params = t.substr(off, lp.params.size());
+                    lp.value = t.substr(size_t(lp.value.data() - lv.text.data()));
+                }
+                cur.keys.push_back({k, lv.line, lp.params, lp.value});
+            }
+        }
+    }
+    if (!stack.empty()) {
+        res.truncated = true;
+        report(problems, file, stack[0].second,
+               "the file ends inside " + names.list[size_t(stack.back().first)] + " (begun at line " +
+                   std::to_string(stack.back().second) + "): it is cut short");
+    }
+    return res;
+}
+
+struct Item {
+    size_t begin = 0, end = 0;  // bytes in Source::text
+    int line = 0;
+    bool isEvent = false;
+    std::string repl;           // current bytes once changed
+    bool changed = false, deleted = false, added = false;
+    bool pending = false;       // changed since the last save
+    EventId event = kNoEvent;
+};
+
+struct Source {
+    std::string path;
+    FileText text;        // as read (or as last written)
+    std::vector<Item, BigAllocator<Item>> items;
+    size_t insertAt = std::string::npos;
+    bool writable = true;
+    bool exists = true;   // false: a file still to be created
+    bool inDirectory = false;
+    bool dirty = false;
+    bool removeFile = false;
+    std::map<std::string, int> tzids;
+};
+
+struct Series {
+    Recur rule;
+    bool hasRule = false;
+    int64_t until = INT64_MAX;
+    std::vector<std::pair<int64_t, int64_t>> rdates;  // (series clock, exact length or -1)
+    std::vector<int64_t> exdates, exdays;
+    std::vector<int64_t> counted;
+    bool countCut = false;
+    std::vector<std::pair<int64_t, EventId>> overrides;
+    EventId future = kNoEvent;
+    int64_t futureRid = 0;
+    int64_t last = kNoEnd;   // last instance start, series clock
+    int64_t maxLen = 0;      // longest instance, seconds
+};
+
+struct Ev {
+    uint32_t source = 0, item = 0;
+    int line = 0;
+    uint32_t uidOff = 0, uidLen = 0;  // in StoreImpl::uidText
+    Time start, end;
+    bool hasStart = false;
+    EndKind endKind = EndKind::None;
+    Duration dur;
+    int64_t exact = 0;  // DTEND - DTSTART in seconds
+    bool hasRid = false, ridFuture = false;
+    Time rid;
+    bool live = true;
+    EventId master = kNoEvent;
+    std::unique_ptr<Series> series;
+    int bucket = -1;
+    int64_t key = 0;
+};
+
+inline int bucketFor(int64_t len)
+{
+    int b = 0;
+    while (len > 0 && b < 47) {
+        len >>= 1;
+        ++b;
+    }
+    return b;
+}
+
+}  // namespace store
+
+using namespace store;
+
+struct StoreImpl {
+    std::vector<Source> sources;
+    std::vector<Ev, BigAllocator<Ev>> evs;
+    std::vector<Zone> zones;
+    std::map<std::string, int> zoneByText;
+    std::map<std::string, int> zoneByName;
+    std::set<std::string> unknownTzids;
+    std::unordered_map<std::string, EventId> masters;
+    std::string uidText;
+    std::string_view uidOf(const Ev& e) const { return std::string_view(uidText).substr(e.uidOff, e.uidLen); }
+    using Bucket = std::vector<std::pair<int64_t, EventId>, BigAllocator<std::pair<int64_t, EventId>>>;
+    std::vector<Bucket> buckets = std::vector<Bucket>(48);
+    std::vector<size_t> bucketSorted = std::vector<size_t>(48, 0);
+    bool bulkLoading = false;
+    std::vector<EventId> seriesList;
+    bool directory = false;
+    std::string root;
+
+    bool parseTime(Source& s, std::string_view params, std::string_view value, Time& t, int line,
+                   std::vector<Problem>* problems);
+    int lookupZone(const Source& s, std::string_view tzid) const;
+    int64_t absolute(const Time& t) const;
+    int64_t inClock(const Time& clock, const Time& t) const;
+    int64_t toTarget(const Time& clock, int64_t civil, const Zone& target) const;
+    void place(const Ev& e, int64_t c, int64_t exactLen, const Zone& target, int64_t& s, int64_t& en) const;
+    void addZone(Source& s, std::string_view text, const ScannedItem& it, std::vector<Problem>* problems);
+    void parseTimeList(Source& s, const KeyProp& kp, const Ev& e, Series& sr, bool isRdate,
+                       std::vector<Problem>* problems);
+    EventId buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, std::vector<Problem>* problems);
+    void prepareSeries(Ev& e, QueryReport* rep);
+    void index(EventId id);
+    void unindex(EventId id);
+    void link(EventId from, std::vector<Problem>* problems, bool bulk);
+    void attachOverride(EventId id);
+    void detachOverride(EventId id);
+    bool namesUnknownZone(const Source& s, const ScannedItem& it) const;
+    bool loadSource(Source src, std::vector<Problem>* problems, bool doLink = true);
+    std::string itemBytes(const Source& s, const Item& it) const;
+    std::string sourceText(const Source& s) const;
+    static bool overlaps(int64_t s, int64_t e, int64_t from, int64_t to, Range range);
+    void expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
+                std::vector<Occurrence>& out, QueryReport* rep) const;
+    static int64_t jump(const Zone& z, int64_t utc);
+    int64_t inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const;
+    std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const;
+    Component parsed(EventId id) const;
+    std::string timeValue(Source& s, const Time& t, std::string& params);
+    void setTime(Source& s, Component& c, const char* name, const Time& t);
+    void applyEdit(Source& s, Component& c, const EventEdit& f, bool fresh);
+    EventId reread(uint32_t si, uint32_t ii, EventId reuse);
+    void relink(EventId id);
+    bool replaceItem(EventId id, std::string bytes);
+    uint32_t sourceForNew();
+    void ensureCalendar(Source& s);
+    void relayout(Source& s, std::string out);
+    void dropSource(size_t idx);
+    void removeEvent(EventId id);
+};
+
+}  // namespace lfical
