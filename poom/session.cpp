@@ -194,30 +194,37 @@ void Session::NoteOwnChange() {
     ++generation_;
 }
 
-std::wstring Session::Signature() const {
+std::uint64_t Session::Signature() const {
     // What changes when another program writes the store: the file's time
-    // and size, or for a directory store every .ics file's name, time and size.
-    std::wstring sig;
-    WIN32_FILE_ATTRIBUTE_DATA fad;
-    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &fad)) return L"missing";
-    auto add = [&sig](const wchar_t* name, const FILETIME& t, DWORD hi, DWORD lo) {
-        wchar_t buf[96];
-        swprintf(buf, 96, L"|%08lx%08lx:%08lx%08lx", t.dwHighDateTime, t.dwLowDateTime, hi, lo);
-        sig += name;
-        sig += buf;
+    // and size, or for a directory store every .ics file's name, time and
+    // size, folded into one hash so a large directory costs no memory.
+    std::uint64_t h = 1469598103934665603ull;
+    auto mix = [&h](const void* data, size_t n) {
+        const unsigned char* p = static_cast<const unsigned char*>(data);
+        for (size_t i = 0; i < n; ++i) {
+            h ^= p[i];
+            h *= 1099511628211ull;
+        }
     };
+    WIN32_FILE_ATTRIBUTE_DATA fad;
+    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &fad)) return 0;  // missing
     if (!(fad.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        add(L"", fad.ftLastWriteTime, fad.nFileSizeHigh, fad.nFileSizeLow);
-        return sig;
+        mix(&fad.ftLastWriteTime, sizeof fad.ftLastWriteTime);
+        mix(&fad.nFileSizeHigh, sizeof fad.nFileSizeHigh);
+        mix(&fad.nFileSizeLow, sizeof fad.nFileSizeLow);
+        return h;
     }
     WIN32_FIND_DATAW fd;
-    HANDLE h = FindFirstFileW((path_ + L"\\*.ics").c_str(), &fd);
-    if (h == INVALID_HANDLE_VALUE) return L"empty";
+    HANDLE f = FindFirstFileW((path_ + L"\\*.ics").c_str(), &fd);
+    if (f == INVALID_HANDLE_VALUE) return 1;  // no calendars in it
     do {
-        add(fd.cFileName, fd.ftLastWriteTime, fd.nFileSizeHigh, fd.nFileSizeLow);
-    } while (FindNextFileW(h, &fd));
-    FindClose(h);
-    return sig;
+        mix(fd.cFileName, wcslen(fd.cFileName) * sizeof(wchar_t));
+        mix(&fd.ftLastWriteTime, sizeof fd.ftLastWriteTime);
+        mix(&fd.nFileSizeHigh, sizeof fd.nFileSizeHigh);
+        mix(&fd.nFileSizeLow, sizeof fd.nFileSizeLow);
+    } while (FindNextFileW(f, &fd));
+    FindClose(f);
+    return h;
 }
 
 DWORD WINAPI Session::WatchThread(void* self) {
@@ -236,7 +243,7 @@ void Session::Watch() {
         {
             std::lock_guard<std::mutex> lock(mu_);
             if (!store_) continue;
-            std::wstring sig = Signature();
+            std::uint64_t sig = Signature();
             if (sig == lastSignature_) continue;
             std::string error;
             // A store caught half-written by a careless program fails to

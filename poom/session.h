@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -41,12 +42,12 @@ public:
 private:
     static DWORD WINAPI WatchThread(void* self);
     void Watch();
-    std::wstring Signature() const;
+    std::uint64_t Signature() const;
 
     mutable std::mutex mu_;
     std::shared_ptr<Store> store_;
     std::wstring path_;
-    std::wstring lastSignature_;
+    std::uint64_t lastSignature_ = 0;
     HWND hwnd_ = nullptr;
     HANDLE thread_ = nullptr;
     HANDLE stop_ = nullptr;
