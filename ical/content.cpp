@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <random>
 
 #include "internal.h"
@@ -298,6 +299,9 @@ uint32_t oidForUid(std::string_view uid)
 
 std::string newUid()
 {
+    // The server calls in from more than one thread.
+    static std::mutex lock;
+    std::lock_guard<std::mutex> hold(lock);
     static std::mt19937_64 gen = [] {
         std::random_device rd;
         std::seed_seq seq{rd(), rd(), rd(), rd(),
