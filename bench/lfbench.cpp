@@ -8,10 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <functional>
 #include <vector>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "generator.h"
@@ -84,36 +82,29 @@ size_t libicalQuery(icalcomponent* cal, const lfical::Zone& berlin, const Window
     return c.n;
 }
 
-// Runs f in a fresh child process and returns its time and the growth of
-// the child's resident memory: a cold load, as when a program starts.
+// A cold load: this program started afresh (not forked, so no pages are
+// shared with a parent that has already loaded other files) loads one file
+// and reports its time and the growth of its resident memory.
 struct Cold {
-    double seconds;
-    long rssKb;
+    double seconds = -1;
+    long rssKb = 0;
 };
 
-Cold coldRun(const std::function<bool()>& f)
+Cold coldRun(const char* engine, const std::string& path)
 {
-    int fds[2];
-    if (pipe(fds) != 0)
-        return {-1, 0};
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        long r0 = rssKb();
-        double t0 = now();
-        bool ok = f();
-        Cold c{ok ? now() - t0 : -1, rssKb() - r0};
-        if (write(fds[1], &c, sizeof c) != sizeof c)
-            _exit(1);
-        _exit(0);
-    }
-    close(fds[1]);
-    Cold c{-1, 0};
-    if (read(fds[0], &c, sizeof c) != sizeof c)
+    char self[4096];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0)
+        return Cold();
+    self[n] = 0;
+    std::string cmd = std::string(self) + " --cold " + engine + " '" + path + "'";
+    FILE* p = popen(cmd.c_str(), "r");
+    Cold c;
+    if (!p)
+        return c;
+    if (fscanf(p, "%lf %ld", &c.seconds, &c.rssKb) != 2)
         c.seconds = -1;
-    close(fds[0]);
-    int status;
-    waitpid(pid, &status, 0);
+    pclose(p);
     return c;
 }
 
@@ -132,8 +123,27 @@ bool readAll(const std::string& path, std::string& out)
 
 }  // namespace
 
+int coldMain(const std::string& engine, const std::string& path)
+{
+    long r0 = rssKb();
+    double t0 = now();
+    bool ok;
+    if (engine == "ours") {
+        auto* s = new lfical::Store;  // kept, so its memory is counted
+        ok = s->load(path, nullptr);
+    } else {
+        std::string text;
+        ok = readAll(path, text) && icalparser_parse_string(text.c_str()) != nullptr;
+    }
+    double t = now() - t0;
+    printf("%.6f %ld\n", ok ? t : -1.0, rssKb() - r0);
+    return ok ? 0 : 1;
+}
+
 int main(int argc, char** argv)
 {
+    if (argc == 4 && !strcmp(argv[1], "--cold"))
+        return coldMain(argv[2], argv[3]);
     std::vector<std::string> sizes = {"small", "medium", "large"};
     std::string dir = "/tmp";
     int libicalDays = -1;
@@ -183,24 +193,14 @@ int main(int argc, char** argv)
         double oursLoad = 1e9, libLoad = 1e9;
         long oursRss = 0;
         for (int rep = 0; rep < 3; ++rep) {
-            Cold c = coldRun([&] {
-                // Left alive so the memory it holds is counted; the child exits.
-                auto* s = new lfical::Store;
-                return s->load(path, nullptr);
-            });
+            Cold c = coldRun("ours", path);
             if (c.seconds < 0) {
                 fprintf(stderr, "lfbench: our load of %s failed\n", path.c_str());
                 return 1;
             }
             oursLoad = std::min(oursLoad, c.seconds);
             oursRss = std::max(oursRss, c.rssKb);
-            c = coldRun([&] {
-                std::string text;
-                if (!readAll(path, text))
-                    return false;
-                icalcomponent* parsed = icalparser_parse_string(text.c_str());
-                return parsed != nullptr;
-            });
+            c = coldRun("libical", path);
             libLoad = std::min(libLoad, c.seconds);
         }
         auto* store = new lfical::Store;

@@ -186,7 +186,9 @@ void StoreImpl::parseTimeList(Source& s, const KeyProp& kp, const Ev& e, Series&
 EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, std::vector<Problem>* problems)
 {
     Source& s = sources[si];
-    Ev e;
+    // Built in place: writing the record once matters at a hundred thousand events.
+    EventId id = EventId(evs.size());
+    Ev& e = evs.emplace_back();
     e.source = si;
     e.item = ii;
     e.line = it.line;
@@ -268,7 +270,6 @@ EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, s
         if (sr->hasRule || !sr->rdates.empty())
             e.series = std::move(sr);
     }
-    EventId id = EventId(evs.size());
     if (bulkLoading && e.hasStart && !e.series) {
         // The index key: UTC for zoned and UTC times, the wall clock
         // otherwise; nominal days may stretch an hour across a change.
@@ -278,9 +279,8 @@ EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, s
                       : e.start.isDate()                ? kDay
                                                         : 0;
         e.bucket = bucketFor(len);
-        buckets[size_t(e.bucket)].push_back({e.key, id});
+        placed.push_back({e.key, id, e.bucket});
     }
-    evs.push_back(std::move(e));
     s.items[ii].event = id;
     return id;
 }
@@ -408,7 +408,17 @@ void StoreImpl::link(EventId from, std::vector<Problem>* problems, bool bulk)
             prepareSeries(e, nullptr);
     }
     if (bulk) {
-        // Single events went into their buckets as they were read.
+        // Single events were placed as they were read; each bucket grows once.
+        std::vector<size_t> counts(buckets.size(), 0);
+        for (const Placed& p : placed)
+            ++counts[size_t(p.bucket)];
+        for (size_t b = 0; b < buckets.size(); ++b)
+            if (counts[b])
+                buckets[b].reserve(buckets[b].size() + counts[b]);
+        for (const Placed& p : placed)
+            buckets[size_t(p.bucket)].push_back({p.key, p.id});
+        placed.clear();
+        placed.shrink_to_fit();
         for (EventId id : special) {
             Ev& e = evs[id];
             if (e.live && e.hasStart && e.series) {
@@ -498,6 +508,8 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
         evs.reserve(std::max(need, evs.capacity() * 2));
     if (uidText.capacity() < uidText.size() + s.text.size() / 8)
         uidText.reserve(std::max(uidText.size() + s.text.size() / 8, uidText.capacity() * 2));
+    if (placed.capacity() < placed.size() + s.text.size() / 256)
+        placed.reserve(std::max(placed.size() + s.text.size() / 256, placed.capacity() * 2));
     bulkLoading = true;
     // Events come in as they are read; one naming a zone defined further
     // down waits for the end of the file.

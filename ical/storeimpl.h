@@ -307,11 +307,17 @@ struct StoreImpl {
     std::map<std::string, int> zoneByName;
     std::set<std::string> unknownTzids;
     std::unordered_map<std::string, EventId> masters;
-    std::string uidText;
+    std::basic_string<char, std::char_traits<char>, BigAllocator<char>> uidText;
     std::string_view uidOf(const Ev& e) const { return std::string_view(uidText).substr(e.uidOff, e.uidLen); }
     using Bucket = std::vector<std::pair<int64_t, EventId>, BigAllocator<std::pair<int64_t, EventId>>>;
     std::vector<Bucket> buckets = std::vector<Bucket>(48);
     std::vector<size_t> bucketSorted = std::vector<size_t>(48, 0);
+    struct Placed {
+        int64_t key;
+        EventId id;
+        int bucket;
+    };
+    std::vector<Placed, BigAllocator<Placed>> placed;  // single events read, not yet in buckets
     bool bulkLoading = false;
     std::vector<EventId> seriesList;
     bool directory = false;
