@@ -231,7 +231,6 @@ EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, s
             if (t.isDate() != e.start.isDate()) {
                 report(problems, s.path, dtend->line, "DTEND and DTSTART differ in value type; DTEND ignored");
             } else {
-                e.end = t;
                 e.endKind = EndKind::DtEnd;
                 e.exact = absolute(t) - absolute(e.start);
                 if (e.exact < 0) {
@@ -896,7 +895,9 @@ EventInfo Store::info(EventId id) const
     in.endKind = e.endKind;
     in.duration = e.dur;
     if (e.endKind == EndKind::DtEnd) {
-        in.end = e.end;
+        in.end = e.start;
+        if (const Property* p = c.find("DTEND"))
+            d_->parseTime(s, p->params, p->value, in.end, p->line, nullptr);
     } else {
         in.end = e.start;
         if (e.endKind == EndKind::Duration)

@@ -271,7 +271,7 @@ struct Ev {
     uint32_t source = 0, item = 0;
     int line = 0;
     uint32_t uidOff = 0, uidLen = 0;  // in StoreImpl::uidText
-    Time start, end;
+    Time start;  // DTEND's own value is read back from the text when asked
     bool hasStart = false;
     EndKind endKind = EndKind::None;
     Duration dur;
