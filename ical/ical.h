@@ -338,6 +338,9 @@ public:
     bool removeOverride(EventId overrideId);
 
     bool dirty() const;
+    // Whether another program changed, added or removed a file of the store
+    // since it was read or last saved (size or modification time differ).
+    bool changedOnDisk() const;
     // The current text of each file of the store (path, bytes).
     std::vector<std::pair<std::string, std::string>> texts() const;
     // Writes changed files atomically. When a file changed on disk since it

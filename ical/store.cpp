@@ -769,6 +769,7 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
             Source s;
             s.path = f;
             s.inDirectory = true;
+            StoreImpl::stamp(s);
             if (!s.text.read(f)) {
                 report(problems, f, 0, "cannot read the file");
                 ok = false;
@@ -781,6 +782,7 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
     }
     Source s;
     s.path = path;
+    StoreImpl::stamp(s);
     if (!s.text.read(path)) {
         report(problems, path, 0, "cannot read the file");
         return false;

@@ -238,6 +238,7 @@ void StoreImpl::relayout(Source& s, std::string out)
     s.items.swap(items);
     s.text.assign(std::move(out));
     s.insertAt = r.insertAt;
+    stamp(s);
     s.dirty = false;
     s.exists = true;
 }
@@ -376,6 +377,40 @@ bool Store::removeOverride(EventId overrideId)
     if (!valid(overrideId) || !d_->evs[overrideId].hasRid)
         return false;
     return remove(overrideId);
+}
+
+void StoreImpl::stamp(Source& s)
+{
+    std::error_code ec;
+    auto size = std::filesystem::file_size(s.path, ec);
+    s.diskSize = ec ? -1 : int64_t(size);
+    auto time = std::filesystem::last_write_time(s.path, ec);
+    s.diskTime = ec ? 0 : int64_t(time.time_since_epoch().count());
+}
+
+bool Store::changedOnDisk() const
+{
+    namespace fs = std::filesystem;
+    std::set<std::string> known;
+    for (const Source& s : d_->sources) {
+        if (!s.exists)
+            continue;
+        Source now;
+        now.path = s.path;
+        StoreImpl::stamp(now);
+        if (now.diskSize != s.diskSize || now.diskTime != s.diskTime)
+            return true;
+        known.insert(s.path);
+    }
+    if (!d_->directory)
+        return false;
+    std::error_code ec;
+    for (const auto& ent : fs::directory_iterator(d_->root, ec)) {
+        std::string name = ent.path().filename().string();
+        if (name.size() > 4 && eqUpper(name.substr(name.size() - 4), ".ICS") && !known.count(ent.path().string()))
+            return true;
+    }
+    return false;
 }
 
 bool Store::dirty() const
@@ -525,6 +560,7 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
             fresh.path = s.path;
             fresh.inDirectory = s.inDirectory;
             fresh.text.assign(out);
+            StoreImpl::stamp(fresh);
             std::vector<Problem> ignored;
             d_->loadSource(std::move(fresh), &ignored);
             d_->sources[idx] = std::move(d_->sources.back());

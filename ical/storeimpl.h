@@ -250,6 +250,9 @@ struct Source {
     bool dirty = false;
     bool removeFile = false;
     std::map<std::string, int> tzids;
+    // Size and modification time when last read or written, to notice
+    // another program's changes.
+    int64_t diskSize = -1, diskTime = 0;
 };
 
 struct Series {
@@ -362,6 +365,7 @@ struct StoreImpl {
     void relayout(Source& s, std::string out);
     void dropSource(size_t idx);
     void removeEvent(EventId id);
+    static void stamp(Source& s);
 };
 
 }  // namespace lfical

@@ -226,6 +226,9 @@ TEST(Values, DurationsOffsetsAndRules)
             EXPECT_EQ(d.secs, out.seconds) << d.text;
         }
     }
+    // OIDs must not change between runs or versions: the server hands them out.
+    EXPECT_EQ(0x1A47E90Bu, oidForUid("abc"));
+    EXPECT_NE(oidForUid("abc@x"), oidForUid("abd@x"));
     int32_t off;
     EXPECT_TRUE(parseUtcOffset("-0430", off));
     EXPECT_EQ(-16200, off);

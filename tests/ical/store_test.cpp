@@ -263,7 +263,9 @@ TEST(Saving, AtomicSaveAndMergeWithAnotherProgramsChanges)
     e.summary = std::string("A2");
     ASSERT_TRUE(s.edit(s.findUid("a"), e));
     std::vector<Problem> ps;
+    EXPECT_FALSE(s.changedOnDisk());
     ASSERT_TRUE(s.save(&ps));
+    EXPECT_FALSE(s.changedOnDisk()) << "our own save is not another program's change";
     std::string saved = readFile(file);
     EXPECT_NE(std::string::npos, saved.find("SUMMARY:A2\r\n"));
     EXPECT_EQ(original.substr(original.find("BEGIN:VEVENT\r\nUID:b")), saved.substr(saved.find("BEGIN:VEVENT\r\nUID:b")));
@@ -273,6 +275,7 @@ TEST(Saving, AtomicSaveAndMergeWithAnotherProgramsChanges)
     theirs.replace(theirs.find("SUMMARY:B"), 9, "SUMMARY:B-theirs");
     theirs.replace(theirs.find("SUMMARY:C"), 9, "SUMMARY:C-theirs");
     writeFile(file, theirs);
+    EXPECT_TRUE(s.changedOnDisk());
     EventEdit mine;
     mine.summary = std::string("B-mine");
     ASSERT_TRUE(s.edit(s.findUid("b"), mine));
@@ -287,6 +290,7 @@ TEST(Saving, AtomicSaveAndMergeWithAnotherProgramsChanges)
     EXPECT_EQ(std::string::npos, merged.find("UID:a\r\n"));
     EXPECT_EQ(2u, s.eventCount());
     EXPECT_EQ("C-theirs", s.info(s.findUid("c")).summary);
+    EXPECT_FALSE(s.changedOnDisk());
     fs::remove_all(dir);
 }
 
@@ -326,9 +330,12 @@ TEST(Saving, DirectoryStoreHasOneFilePerEvent)
     ASSERT_TRUE(s.remove(s.findUid("2")));
     ASSERT_TRUE(s.save(nullptr));
     EXPECT_FALSE(fs::exists(dir / "two.ICS"));
+    EXPECT_FALSE(s.changedOnDisk());
+    writeFile(dir / "three.ics", lftest::calendar("BEGIN:VEVENT\nUID:3\nDTSTART:20240508\nEND:VEVENT\n", false));
+    EXPECT_TRUE(s.changedOnDisk()) << "a file another program added";
     Store again;
     ASSERT_TRUE(again.load(dir.string(), nullptr));
-    EXPECT_EQ(2u, again.eventCount());
+    EXPECT_EQ(3u, again.eventCount());
     EventId copy = again.findUid(s.uid(id));
     ASSERT_NE(kNoEvent, copy);
     // The new file carries its own VTIMEZONE, so the zone survives.
