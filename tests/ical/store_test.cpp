@@ -294,6 +294,30 @@ TEST(Saving, AtomicSaveAndMergeWithAnotherProgramsChanges)
     fs::remove_all(dir);
 }
 
+TEST(Saving, NewEmptyStoreIsWrittenOnFirstSave)
+{
+    fs::path dir = scratchDir("new");
+    fs::path file = dir / "calendar.ics";
+    Store s;
+    s.create(file.string());
+    EventEdit e;
+    e.start = Time{at("20240505T100000"), TimeKind::Utc, -1};
+    e.end = Time{at("20240505T110000"), TimeKind::Utc, -1};
+    e.summary = std::string("first");
+    ASSERT_NE(kNoEvent, s.add(e));
+    ASSERT_TRUE(s.save(nullptr));
+    Store again;
+    std::vector<Problem> ps;
+    ASSERT_TRUE(again.load(file.string(), &ps));
+    EXPECT_TRUE(ps.empty()) << ps[0].message;
+    ASSERT_EQ(1u, again.eventCount());
+    EXPECT_EQ("first", again.info(again.events()[0]).summary);
+    std::string text = readFile(file);
+    EXPECT_EQ(0u, text.find("BEGIN:VCALENDAR\r\nVERSION:2.0\r\n"));
+    EXPECT_NE(std::string::npos, text.find("DTSTART:20240505T100000Z\r\n"));
+    fs::remove_all(dir);
+}
+
 TEST(Saving, UnreadableFilesAreNeverOverwritten)
 {
     fs::path dir = scratchDir("trunc");
