@@ -40,6 +40,33 @@ TEST(Zones, VtimezoneGapMovesForwardAndOverlapTakesTheFirst)
     EXPECT_EQ(at("20071104T013000"), ny.fromUtc(at("20071104T063000")));  // second 01:30, in EST
 }
 
+TEST(Zones, ObservancesByRdateAndSingleOnset)
+{
+    // A zone described by explicit change dates, and one by a single onset
+    // (a fixed offset since 1970), as some exporters write them.
+    Store s;
+    ASSERT_TRUE(s.loadText(lftest::calendar(
+                               "BEGIN:VTIMEZONE\nTZID:Listed\n"
+                               "BEGIN:STANDARD\nDTSTART:20231029T030000\nRDATE:20241027T030000\n"
+                               "TZOFFSETFROM:+0200\nTZOFFSETTO:+0100\nEND:STANDARD\n"
+                               "BEGIN:DAYLIGHT\nDTSTART:20240331T020000\nRDATE:20250330T020000\n"
+                               "TZOFFSETFROM:+0100\nTZOFFSETTO:+0200\nEND:DAYLIGHT\nEND:VTIMEZONE\n"
+                               "BEGIN:VTIMEZONE\nTZID:Fixed\nBEGIN:STANDARD\nDTSTART:19700101T000000\n"
+                               "TZOFFSETFROM:+0530\nTZOFFSETTO:+0530\nEND:STANDARD\nEND:VTIMEZONE\n",
+                               false),
+                           "z", nullptr));
+    const Zone& listed = s.zone(s.zoneIndex("Listed"));
+    checkToUtc(listed, {
+                           {"winter", "20240115T120000", "20240115T110000"},
+                           {"summer", "20240715T120000", "20240715T100000"},
+                           {"in the gap", "20240331T023000", "20240331T013000"},
+                           {"overlap is the first", "20241027T023000", "20241027T003000"},
+                           {"summer 2025", "20250715T120000", "20250715T100000"},
+                       });
+    const Zone& fixed = s.zone(s.zoneIndex("Fixed"));
+    checkToUtc(fixed, {{"any day", "20240715T120000", "20240715T063000"}});
+}
+
 TEST(Zones, ZoneinfoPosixAndWindowsRulesAgree)
 {
     Zone berlin;
