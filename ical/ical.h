@@ -136,6 +136,7 @@ private:
     std::vector<int32_t> times_;
     std::vector<int64_t> days_;
     std::vector<int32_t> ptimes_;
+    const std::vector<int32_t>* tp_ = &times_;  // the current period's times
     std::vector<int64_t> sel_;
     bool useSel_ = false;
     size_t idx_ = 0, n_ = 0;

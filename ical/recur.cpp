@@ -377,9 +377,8 @@ bool RecurIter::fill()
     }
     if (days_.empty())
         return false;
-    if (times != &ptimes_)
-        ptimes_ = *times;
-    n_ = days_.size() * ptimes_.size();
+    tp_ = times;
+    n_ = days_.size() * tp_->size();
     if (!r_.bySetPos.empty()) {
         sel_.clear();
         for (int32_t sp : r_.bySetPos) {
@@ -418,7 +417,8 @@ bool RecurIter::next(int64_t& out, int64_t stopAfter)
         while (idx_ < n_) {
             int64_t k = useSel_ ? sel_[idx_] : int64_t(idx_);
             ++idx_;
-            int64_t t = days_[size_t(k) / ptimes_.size()] * kDay + ptimes_[size_t(k) % ptimes_.size()];
+            const std::vector<int32_t>& tv = *tp_;
+            int64_t t = days_[size_t(k) / tv.size()] * kDay + tv[size_t(k) % tv.size()];
             if (t < dtstart_)
                 continue;
             if (t > until_) {
