@@ -19,6 +19,11 @@
 //   store.addExdate(seriesId, occurrenceStart);  store.removeOverride(overrideId);
 //   store.save(&problems);   // atomic per file; merges by UID when the file
 //                            // changed on disk since it was read
+//   store.changedOnDisk();   // another program changed the store: reload
+//   lfical::oidForUid(uid);  // the event's 32-bit OID, the same in every run
+//
+// Range::WholeDays gives the restriction language's whole-day comparison:
+// every occurrence touching a day from day(from) to day(to).
 //
 // Times are "civil seconds": seconds since 1970-01-01T00:00:00 of a wall clock,
 // with no zone attached; Time says which clock (DATE, floating, UTC, or a
