@@ -210,7 +210,7 @@ void StoreImpl::ensureCalendar(Source& s)
 
 // After a write: the written bytes become the file's text, and every
 // item points into them again, keeping its event id.
-void StoreImpl::relayout(Source& s, std::string out)
+bool StoreImpl::relayout(Source& s, std::string out)
 {
     std::vector<Item*> order;
     for (Item& it : s.items)
@@ -226,21 +226,45 @@ void StoreImpl::relayout(Source& s, std::string out)
         it.isEvent = si.name == "VEVENT";
         items.push_back(std::move(it));
     });
-    if (items.size() == order.size()) {
-        for (size_t i = 0; i < order.size(); ++i)
-            items[i].event = order[i]->event;
-        for (size_t i = 0; i < items.size(); ++i)
-            if (items[i].event != kNoEvent) {
-                evs[items[i].event].item = uint32_t(i);
-                evs[items[i].event].line = items[i].line;
-            }
+    if (items.size() != order.size()) {
+        // The written text does not split as the store expected: read it afresh.
+        reloadSource(size_t(&s - &sources[0]), std::move(out));
+        return false;
     }
+    for (size_t i = 0; i < order.size(); ++i)
+        items[i].event = order[i]->event;
+    for (size_t i = 0; i < items.size(); ++i)
+        if (items[i].event != kNoEvent) {
+            evs[items[i].event].item = uint32_t(i);
+            evs[items[i].event].line = items[i].line;
+        }
     s.items.swap(items);
     s.text.assign(std::move(out));
     s.insertAt = r.insertAt;
     stamp(s);
     s.dirty = false;
     s.exists = true;
+    return true;
+}
+
+// Reads a file's new text as if loading it: its events get new ids (their
+// UIDs, and so their OIDs, stay). Other sources' references stay valid only
+// by index: callers iterating sources start over.
+void StoreImpl::reloadSource(size_t idx, std::string text)
+{
+    dropSource(idx);
+    Source fresh;
+    fresh.path = sources[idx].path;
+    fresh.inDirectory = sources[idx].inDirectory;
+    fresh.text.assign(std::move(text));
+    stamp(fresh);
+    std::vector<Problem> ignored;
+    loadSource(std::move(fresh), &ignored);
+    sources[idx] = std::move(sources.back());
+    sources.pop_back();
+    for (Item& it : sources[idx].items)
+        if (it.event != kNoEvent)
+            evs[it.event].source = uint32_t(idx);
 }
 
 void StoreImpl::dropSource(size_t idx)
@@ -552,25 +576,12 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
             continue;
         }
         if (externallyChanged && onDisk) {
-            // Re-read this file so the store shows the merged result; its
-            // events get new ids (their UIDs, and so their OIDs, stay).
-            size_t idx = size_t(&s - &d_->sources[0]);
-            d_->dropSource(idx);
-            Source fresh;
-            fresh.path = s.path;
-            fresh.inDirectory = s.inDirectory;
-            fresh.text.assign(out);
-            StoreImpl::stamp(fresh);
-            std::vector<Problem> ignored;
-            d_->loadSource(std::move(fresh), &ignored);
-            d_->sources[idx] = std::move(d_->sources.back());
-            d_->sources.pop_back();
-            for (Item& it : d_->sources[idx].items)
-                if (it.event != kNoEvent)
-                    d_->evs[it.event].source = uint32_t(idx);
+            // Re-read this file so the store shows the merged result.
+            d_->reloadSource(size_t(&s - &d_->sources[0]), std::move(out));
             return save(problems, conflicts) && ok;  // the other files, if any
         }
-        d_->relayout(s, std::move(out));
+        if (!d_->relayout(s, std::move(out)))
+            return save(problems, conflicts) && ok;
     }
     return ok;
 }

@@ -362,7 +362,8 @@ struct StoreImpl {
     bool replaceItem(EventId id, std::string bytes);
     uint32_t sourceForNew();
     void ensureCalendar(Source& s);
-    void relayout(Source& s, std::string out);
+    bool relayout(Source& s, std::string out);
+    void reloadSource(size_t idx, std::string text);
     void dropSource(size_t idx);
     void removeEvent(EventId id);
     static void stamp(Source& s);
