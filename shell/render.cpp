@@ -30,15 +30,20 @@ void DestroyBackBuffer()
     g_app.backOldBitmap = nullptr;
 }
 
-// Draws through its own device context: a blit during a pass may show a
-// half-drawn frame, which the invalidate at the pass's end corrects.
+// Draws through its own device context. The back buffer's context is
+// never used by both threads at once: Wine refuses GDI calls on a context
+// that another thread is using, so a blit during a pass made the pass's
+// own calls fail at random (text missing, fonts left selected and never
+// freed). A blit that finds a pass drawing is skipped; the pass
+// invalidates the window when it is done, and that paint copies it.
 void BlitBackBuffer(HWND hwnd)
 {
-    if (!g_app.backDC)
+    if (!g_app.backDC || !TryEnterCriticalSection(&g_app.renderLock))
         return;
     HDC dc = GetDC(hwnd);
     BitBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, g_app.backDC, 0, 0, SRCCOPY);
     ReleaseDC(hwnd, dc);
+    LeaveCriticalSection(&g_app.renderLock);
 }
 
 // Never waits: requests that arrive during a pass set the auto-reset event

@@ -66,6 +66,21 @@ int CountGdiObjects()
     return count;
 }
 
+std::string GdiObjectSummary()
+{
+    int counts[16] = {};
+    for (ULONG_PTR i = 1; i < 0x10000; i++) {
+        DWORD type = GetObjectType((HGDIOBJ)i);
+        if (type && type < 16)
+            counts[type]++;
+    }
+    std::string out;
+    for (int t = 1; t < 16; t++)
+        if (counts[t])
+            out += std::to_string(t) + ":" + std::to_string(counts[t]) + " ";
+    return out;
+}
+
 COLORREF BackPixel(int x, int y)
 {
     return GetPixel(g_app.backDC, x, y);

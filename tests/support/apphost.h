@@ -4,6 +4,7 @@
 #pragma once
 
 #include <windows.h>
+#include <string>
 
 // Starts the program once per test process; later calls return at once.
 HWND StartProgram();
@@ -14,6 +15,8 @@ bool RedrawAndWait();
 void PumpMessages(DWORD ms);
 // The process's live GDI objects (see the .cpp for how under Wine).
 int CountGdiObjects();
+// The live objects by type ("type:count ..."), for a failure message.
+std::string GdiObjectSummary();
 COLORREF BackPixel(int x, int y);
 // Writes the back buffer as a 24-bit .bmp, for looking at a failed case.
 bool SaveBackBuffer(const wchar_t *path);
