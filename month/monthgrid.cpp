@@ -43,6 +43,28 @@ static void DrawInFont(HDC dc, int height, int bold, COLORREF colour, const WCHA
     DeleteObject(font);
 }
 
+// The date a grid cell shows: a day of the previous month before the 1st,
+// the shown month's days, then the next month's; s1 is the column of the
+// 1st. True for the shown month.
+static bool CellDate(int index, int month, int year, int s1, int *dm, int *dd, int *dy)
+{
+    int length = MonthLength(month, year);
+    if (index < s1) {
+        *dm = month == 1 ? 12 : month - 1;
+        *dy = month == 1 ? year - 1 : year;
+        *dd = MonthLength(*dm, *dy) - s1 + index + 1;
+        return false;
+    }
+    if (index - s1 < length) {
+        *dm = month, *dd = index - s1 + 1, *dy = year;
+        return true;
+    }
+    *dm = month == 12 ? 1 : month + 1;
+    *dy = month == 12 ? year + 1 : year;
+    *dd = index - s1 - length + 1;
+    return false;
+}
+
 static bool IsToday(int month, int day, int year, const SYSTEMTIME &now)
 {
     return day == now.wDay && month == now.wMonth && year == now.wYear;
@@ -85,10 +107,6 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
     const AppSettings &s = g_app.settings;
     if (month < 1 || month > 12)
         return 0;
-    int prevMonth = month == 1 ? 12 : month - 1;
-    int prevYear = month == 1 ? year - 1 : year;
-    int nextMonth = month == 12 ? 1 : month + 1;
-    int nextYear = month == 12 ? year + 1 : year;
     SYSTEMTIME now;
     GetLocalTime(&now);
 
@@ -101,8 +119,6 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
     int mondayFirst = LocaleMondayFirst();
     int s1 = WeekdayColumn(month, 1, year);
     int length = MonthLength(month, year);
-    int prevLength = MonthLength(prevMonth, prevYear);
-    int nextDay = 1;
 
     for (int r = 0; r < GRID_ROWS; r++) {
         int y = GRID_TOP + GRID_PITCH * r;
@@ -124,15 +140,7 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
 
             WCHAR text[8];
             int dm, dd, dy;
-            bool inMonth = false;
-            if (index < s1) {
-                dm = prevMonth, dd = prevLength - s1 + c + 1, dy = prevYear;
-            } else if (index - s1 < length) {
-                dm = month, dd = index - s1 + 1, dy = year;
-                inMonth = true;
-            } else {
-                dm = nextMonth, dd = nextDay++, dy = nextYear;
-            }
+            bool inMonth = CellDate(index, month, year, s1, &dm, &dd, &dy);
             bool shown = inMonth || s.showdays == 1;
             if (shown && IsToday(dm, dd, dy, now))
                 DrawCellRect(dc, x, y, x + GRID_CELL, y + GRID_CELL, kBorder, s.todaycolor);
@@ -167,20 +175,12 @@ BOOL MonthHitTest(int x, int y)
     int r = (y - GRID_TOP) / GRID_PITCH;
     if (c >= GRID_COLS || r >= GRID_ROWS)
         return FALSE;
+    int dm, dd, dy;
     int month = g_app.viewMonth, year = g_app.viewYear;
-    int s1 = WeekdayColumn(month, 1, year);
-    int length = MonthLength(month, year);
-    int index = r * GRID_COLS + c;
-    DWORD date;
-    if (index >= s1 && index - s1 < length)
-        date = (DWORD)(index - s1 + 1);
-    else if (g_app.settings.showdays == 1) {
-        int prevMonth = month == 1 ? 12 : month - 1;
-        int prevYear = month == 1 ? year - 1 : year;
-        date = index < s1 ? (DWORD)(100 + MonthLength(prevMonth, prevYear) - s1 + c + 1)
-                          : (DWORD)(100 + index - s1 - length + 1);
-    } else
+    bool inMonth = CellDate(r * GRID_COLS + c, month, year, WeekdayColumn(month, 1, year), &dm, &dd, &dy);
+    if (!inMonth && g_app.settings.showdays != 1)
         return FALSE;
+    DWORD date = inMonth ? (DWORD)dd : (DWORD)(100 + dd);
     g_app.tapCellX = GRID_LEFT + GRID_PITCH * c;
     g_app.tapCellY = GRID_TOP + GRID_PITCH * r;
     g_app.selectedDate = date;

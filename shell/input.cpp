@@ -144,6 +144,24 @@ LRESULT MinuteTick(HWND hwnd, const SYSTEMTIME &now)
     return 1;
 }
 
+// After the new and edit commands open the calendar's appointment form,
+// its "Appointment" child is told to show the appointment page (command
+// 105). Any other window, or none, is left alone.
+void PokeAppointmentForm()
+{
+    HWND calendar = FindWindowW(L"Dialog", L"Calendar");
+    if (!calendar)
+        return;
+    for (HWND child = GetWindow(calendar, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+        WCHAR text[81] = L"";
+        GetWindowTextW(child, text, 81);
+        if (lstrcmpW(text, L"Appointment") == 0) {
+            SendMessageW(child, WM_COMMAND, 105, 0);
+            return;
+        }
+    }
+}
+
 LRESULT OnTimer(HWND hwnd, UINT, WPARAM wp, LPARAM)
 {
     switch (wp) {
@@ -156,7 +174,8 @@ LRESULT OnTimer(HWND hwnd, UINT, WPARAM wp, LPARAM)
         KillTimer(hwnd, TIMER_HOLD);
         return 1;
     case TIMER_FORMPOKE:
-        KillTimer(hwnd, TIMER_FORMPOKE);
+        KillTimer(g_app.hwndMain, TIMER_FORMPOKE);
+        PokeAppointmentForm();
         return 1;
     }
     return 0;

@@ -10,3 +10,4 @@ LRESULT OnStylusMove(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp);
 LRESULT OnKeyDown(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp);
 // The minute tick: moves the today marking when the date has changed.
 LRESULT MinuteTick(HWND hwnd, const SYSTEMTIME &now);
+void PokeAppointmentForm();

@@ -94,7 +94,7 @@ void DrawBitmapTransparent(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy, 
     TransparentImage(dc, dx, dy, w, h, bmp, sx, sy, w, h, transparent);
 }
 
-void DrawMonthStrip(HDC dc)
+static void DrawMonthStrip(HDC dc)
 {
     HFONT font = CreateViewFont(11, 0, 0);
     HGDIOBJ oldFont = SelectObject(dc, font);
@@ -136,7 +136,8 @@ static void DrawYearTitle(HDC dc)
     DeleteObject(font);
 }
 
-int RenderPass()
+// One drawing pass as the thread runs it when woken; 1 when it was shown.
+static int RenderPass()
 {
     EnterCriticalSection(&g_app.renderLock);
     InterlockedIncrement(&g_app.renderPasses);

@@ -13,7 +13,3 @@ void DrawBitmapAt(HDC dc, HBITMAP bmp, int x, int y);
 void DrawBitmapTransparent(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy, int w, int h,
                            COLORREF transparent);
 DWORD WINAPI RenderThreadProc(LPVOID);
-// One drawing pass as the thread runs it when woken; returns the pass's
-// result (1 = shown).
-int RenderPass();
-void DrawMonthStrip(HDC dc);

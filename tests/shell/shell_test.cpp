@@ -254,3 +254,43 @@ TEST_F(Shell, MinuteTickMovesTodayAtMidnight)
 
     EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, 99, 0), 0) << "unknown timers answer 0";
 }
+
+// The form poke finds the calendar's "Appointment" child by its text and
+// sends it command 105; with no calendar window it does nothing.
+static int g_pokedCommand;
+static HWND g_pokedWindow;
+static LRESULT CALLBACK FormChildProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp)
+{
+    if (msg == WM_COMMAND) {
+        g_pokedCommand = LOWORD(wp);
+        g_pokedWindow = hwnd;
+    }
+    return DefWindowProcW(hwnd, msg, wp, lp);
+}
+
+TEST_F(Shell, FormPokeFindsTheAppointmentChild)
+{
+    g_pokedCommand = 0;
+    SetTimer(hwnd, TIMER_FORMPOKE, 500, nullptr);
+    EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, TIMER_FORMPOKE, 0), 1) << "no calendar window: nothing happens";
+
+    WNDCLASSW wc = {};
+    wc.lpfnWndProc = DefWindowProcW;
+    wc.hInstance = GetModuleHandleW(nullptr);
+    wc.lpszClassName = L"Dialog";
+    RegisterClassW(&wc);
+    wc.lpfnWndProc = FormChildProc;
+    wc.lpszClassName = L"FormChild";
+    RegisterClassW(&wc);
+    HWND calendar = CreateWindowW(L"Dialog", L"Calendar", WS_OVERLAPPEDWINDOW, 0, 0, 200, 200, nullptr, nullptr,
+                                  wc.hInstance, nullptr);
+    HWND other = CreateWindowW(L"FormChild", L"Appointments", WS_CHILD, 0, 0, 10, 10, calendar, nullptr,
+                               wc.hInstance, nullptr);
+    HWND target = CreateWindowW(L"FormChild", L"Appointment", WS_CHILD, 0, 0, 10, 10, calendar, nullptr,
+                                wc.hInstance, nullptr);
+    ASSERT_TRUE(calendar && other && target);
+    EXPECT_EQ(SendMessageW(hwnd, WM_TIMER, TIMER_FORMPOKE, 0), 1);
+    EXPECT_EQ(g_pokedCommand, 105);
+    EXPECT_EQ(g_pokedWindow, target) << "only the child titled exactly \"Appointment\"";
+    DestroyWindow(calendar);
+}
