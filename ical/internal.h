@@ -7,6 +7,20 @@
 
 namespace lfical {
 
+// Calls f for each item of a comma-separated list value (RDATE, EXDATE,
+// CATEGORIES and the like), empty items included.
+template <class F>
+inline void forEachListItem(std::string_view v, F f)
+{
+    size_t st = 0;
+    for (size_t i = 0; i <= v.size(); ++i) {
+        if (i != v.size() && v[i] != ',')
+            continue;
+        f(v.substr(st, i - st));
+        st = i + 1;
+    }
+}
+
 bool readWholeFile(const std::string& path, std::string& out);
 // Writes a temporary beside path, flushes it to disk, then replaces path.
 bool writeFileAtomic(const std::string& path, std::string_view bytes, std::string& error);

@@ -146,19 +146,14 @@ void StoreImpl::parseTimeList(Source& s, const KeyProp& kp, const Ev& e, Series&
     std::string_view v = kp.value;
     std::string_view type;
     findParam(kp.params, "VALUE", type);
-    size_t st = 0;
-    for (size_t i = 0; i <= v.size(); ++i) {
-        if (i != v.size() && v[i] != ',')
-            continue;
-        std::string_view item = v.substr(st, i - st);
-        st = i + 1;
+    forEachListItem(v, [&](std::string_view item) {
         if (item.empty())
-            continue;
+            return;
         int64_t len = -1;
         size_t slash = item.find('/');
         Time t;
         if (!parseTime(s, kp.params, item.substr(0, slash), t, kp.line, problems))
-            continue;
+            return;
         if (slash != std::string_view::npos && isRdate) {
             std::string_view rest = item.substr(slash + 1);
             Duration d;
@@ -180,7 +175,7 @@ void StoreImpl::parseTimeList(Source& s, const KeyProp& kp, const Ev& e, Series&
         } else {
             sr.exdates.push_back(c);
         }
-    }
+    });
 }
 
 EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, std::vector<Problem>* problems)
@@ -931,18 +926,12 @@ EventInfo Store::info(EventId id) const
         in.rrule = p->value;
     for (const char* n : {"RDATE", "EXDATE"}) {
         for (const Property* p : c.findAll(n)) {
-            std::string_view v = p->value;
-            size_t st = 0;
-            for (size_t i = 0; i <= v.size(); ++i) {
-                if (i != v.size() && v[i] != ',')
-                    continue;
-                std::string_view item = v.substr(st, i - st);
-                st = i + 1;
+            forEachListItem(p->value, [&](std::string_view item) {
                 item = item.substr(0, item.find('/'));
                 Time t;
                 if (!item.empty() && d_->parseTime(s, p->params, item, t, p->line, nullptr))
                     (n[0] == 'R' ? in.rdates : in.exdates).push_back(t);
-            }
+            });
         }
     }
     in.hasRecurrenceId = e.hasRid;

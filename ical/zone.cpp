@@ -428,13 +428,7 @@ bool zoneFromVtimezone(const Component& vtz, Zone& out, std::string& error)
         }
         onsets.push_back({start - from, from, to, dst});
         for (const Property* rd : obs.findAll("RDATE")) {
-            size_t st = 0;
-            const std::string& v = rd->value;
-            for (size_t i = 0; i <= v.size(); ++i) {
-                if (i != v.size() && v[i] != ',')
-                    continue;
-                std::string_view item(v.data() + st, i - st);
-                st = i + 1;
+            forEachListItem(rd->value, [&](std::string_view item) {
                 bool utc = !item.empty() && (item.back() == 'Z' || item.back() == 'z');
                 if (utc)
                     item.remove_suffix(1);
@@ -445,7 +439,7 @@ bool zoneFromVtimezone(const Component& vtz, Zone& out, std::string& error)
                 bool d2;
                 if (parseCivil(item, t, d2))
                     onsets.push_back({utc ? t : t - from, from, to, dst});
-            }
+            });
         }
         if (const Property* rr = obs.find("RRULE")) {
             Recur r;

@@ -569,7 +569,7 @@ public:
         if (v != olRecursDaily && v != olRecursWeekly && v != olRecursMonthly && v != olRecursMonthNth &&
             v != olRecursYearly && v != olRecursYearNth)
             return E_INVALIDARG;
-        return Put(&Pattern::type, v);
+        return Put(&Pattern::type, v, olRecursDaily, olRecursYearNth);
     }
     HRESULT STDMETHODCALLTYPE put_StartTime(DATE st) override {
         LocalSecs t = 0;
@@ -616,26 +616,11 @@ public:
         appt_->SetPattern(p);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE put_Interval(long v) override {
-        if (v < 1 || v > 999) return E_INVALIDARG;
-        return Put(&Pattern::interval, v);
-    }
-    HRESULT STDMETHODCALLTYPE put_DayOfWeekMask(long v) override {
-        if (v < 1 || v > 127) return E_INVALIDARG;
-        return Put(&Pattern::dayOfWeekMask, v);
-    }
-    HRESULT STDMETHODCALLTYPE put_DayOfMonth(long v) override {
-        if (v < 1 || v > 31) return E_INVALIDARG;
-        return Put(&Pattern::dayOfMonth, v);
-    }
-    HRESULT STDMETHODCALLTYPE put_Instance(long v) override {
-        if (v < 1 || v > 5) return E_INVALIDARG;
-        return Put(&Pattern::instance, v);
-    }
-    HRESULT STDMETHODCALLTYPE put_MonthOfYear(long v) override {
-        if (v < 1 || v > 12) return E_INVALIDARG;
-        return Put(&Pattern::monthOfYear, v);
-    }
+    HRESULT STDMETHODCALLTYPE put_Interval(long v) override { return Put(&Pattern::interval, v, 1, 999); }
+    HRESULT STDMETHODCALLTYPE put_DayOfWeekMask(long v) override { return Put(&Pattern::dayOfWeekMask, v, 1, 127); }
+    HRESULT STDMETHODCALLTYPE put_DayOfMonth(long v) override { return Put(&Pattern::dayOfMonth, v, 1, 31); }
+    HRESULT STDMETHODCALLTYPE put_Instance(long v) override { return Put(&Pattern::instance, v, 1, 5); }
+    HRESULT STDMETHODCALLTYPE put_MonthOfYear(long v) override { return Put(&Pattern::monthOfYear, v, 1, 12); }
     HRESULT STDMETHODCALLTYPE put_NoEndDate(VARIANT_BOOL v) override {
         Pattern p = appt_->GetPattern();
         if (v != VARIANT_FALSE) {
@@ -658,7 +643,9 @@ private:
         *p = appt_->GetPattern().*m;
         return S_OK;
     }
-    HRESULT Put(long Pattern::*m, long v) {
+    // Sets one field of the pattern, refusing a value outside [lo, hi].
+    HRESULT Put(long Pattern::*m, long v, long lo, long hi) {
+        if (v < lo || v > hi) return E_INVALIDARG;
         Pattern p = appt_->GetPattern();
         p.*m = v;
         appt_->SetPattern(p);
