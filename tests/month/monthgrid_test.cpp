@@ -268,7 +268,14 @@ TEST_F(MonthGrid, ViewFontsFollowTheClearTypeSetting)
             HFONT font = CreateViewFont(12, 1, bold);
             LOGFONTW lf = {};
             GetObjectW(font, sizeof(lf), &lf);
+            HDC dc = CreateCompatibleDC(nullptr);
+            HGDIOBJ old = SelectObject(dc, font);
+            WCHAR face[LF_FACESIZE] = L"";
+            GetTextFaceW(dc, LF_FACESIZE, face);
+            SelectObject(dc, old);
+            DeleteDC(dc);
             DeleteObject(font);
+            EXPECT_STREQ(face, L"Tahoma") << "the face the system actually chose";
             EXPECT_EQ(lf.lfQuality, cleartype ? CLEARTYPE_QUALITY : DEFAULT_QUALITY) << "cleartype " << cleartype;
             EXPECT_EQ(lf.lfWeight, bold ? FW_BOLD : FW_NORMAL);
             EXPECT_EQ(lf.lfHeight, 12);
