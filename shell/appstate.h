@@ -84,6 +84,9 @@ struct AppState {
     int iconCount;
     int todayYear, todayMonth, todayDay;
     int shownYear, shownMonth, shownDay;
+
+    // Day view (dayview/).
+    HWND dayList;           // its list control; each row's item data is an OID
 };
 
 extern AppState g_app;

@@ -5,6 +5,7 @@
 #include "render.h"
 #include "input.h"
 #include "appstate.h"
+#include "store/store.h"
 #include "platform/aygshell.h"
 #include "resource.h"
 #include "settings/settings.h"
@@ -113,6 +114,9 @@ static LRESULT OnDestroy(HWND, UINT, WPARAM, LPARAM)
     EnterCriticalSection(&g_app.renderLock);
     FreeSettingsBitmaps();
     DestroyBackBuffer();
+    // A pass may be walking the store's folder; it is let go between passes.
+    if (g_app.storeLoggedOn == 1)
+        CloseStore();
     LeaveCriticalSection(&g_app.renderLock);
     DestroyWindow(g_app.hwndMenuBar);
     g_app.hwndMenuBar = nullptr;

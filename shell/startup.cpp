@@ -5,6 +5,7 @@
 #include "platform/aygshell.h"
 #include "calendar/dates.h"
 #include "settings/settings.h"
+#include "store/store.h"
 
 BOOL RegisterMainClass(HINSTANCE inst)
 {
@@ -55,6 +56,9 @@ BOOL AppStartup(HINSTANCE inst, int showCmd)
 
     WaitCursorOn();
     g_app.hwndMain = hwnd;
+    // Without a store the program still runs, on an empty calendar; the
+    // failure has been shown.
+    OpenStore(hwnd);
 
     // The handheld's menu bar is a window below the main window, which is
     // shrunk to make room; on the desktop the bar lies inside the client

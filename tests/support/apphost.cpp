@@ -5,10 +5,33 @@
 
 #include <vector>
 
+std::wstring UseTempStore(const std::string &ics, const wchar_t *name)
+{
+    static int counter = 0;
+    wchar_t tmp[MAX_PATH];
+    GetTempPathW(MAX_PATH, tmp);
+    std::wstring dir = std::wstring(tmp) + L"lftest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                       std::to_wstring(++counter);
+    CreateDirectoryW(dir.c_str(), nullptr);
+    std::wstring path = dir + L"\\" + name;
+    if (!ics.empty()) {
+        HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        DWORD done = 0;
+        if (f != INVALID_HANDLE_VALUE) {
+            WriteFile(f, ics.data(), (DWORD)ics.size(), &done, nullptr);
+            CloseHandle(f);
+        }
+    }
+    SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", path.c_str());
+    return path;
+}
+
 HWND StartProgram()
 {
     if (g_app.hwndMain && IsWindow(g_app.hwndMain))
         return g_app.hwndMain;
+    if (!GetEnvironmentVariableW(L"LANTERNFIELDS_STORE", nullptr, 0))
+        UseTempStore("");
     HINSTANCE inst = GetModuleHandleW(nullptr);
     RegisterMainClass(inst);
     if (!AppStartup(inst, SW_SHOWNORMAL))

@@ -7,7 +7,12 @@
 #include <string>
 
 // Starts the program once per test process; later calls return at once.
+// Unless a test chose a store first, the program gets an empty store of
+// its own in a temporary folder, never the user's.
 HWND StartProgram();
+// Makes a store in a fresh temporary folder holding `ics` (nothing when
+// empty) and points the calendar server at it; returns its path.
+std::wstring UseTempStore(const std::string &ics, const wchar_t *name = L"calendar.ics");
 // Pumps messages until the last requested pass has been shown (or failed).
 bool WaitForPass(DWORD timeoutMs = 10000);
 // Requests a pass and waits for it.

@@ -1,0 +1,109 @@
+// The date-range queries: every view asks the store which appointments
+// (each occurrence of a series on its own) touch a span of days, in order of
+// start, through this one walk.
+#include "store.h"
+#include "shell/appstate.h"
+
+const WCHAR RestrictOverlapClosed[] = L"[End] >= %s AND [Start] <= %s";
+const WCHAR RestrictOverlapBeforeSecond[] = L"[End] >= %s AND [Start] <  %s";
+const WCHAR RestrictOverlapAfterFirst[] = L"[End] >  %s AND [Start] <= %s";
+
+void ShortDateText(const SYSTEMTIME &day, WCHAR *text, int length)
+{
+    // Only the date counts; a caller may have set the hour to 24 to mean
+    // the end of the day, which the date picture never prints.
+    SYSTEMTIME d = {};
+    d.wYear = day.wYear;
+    d.wMonth = day.wMonth;
+    d.wDay = day.wDay;
+    if (!GetDateFormatW(LOCALE_SYSTEM_DEFAULT, DATE_SHORTDATE, &d, nullptr, text, length))
+        text[0] = 0;
+}
+
+void BuildRestriction(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
+                      WCHAR *text)
+{
+    WCHAR first[DATE_TEXT_LEN], second[DATE_TEXT_LEN];
+    ShortDateText(firstDay, first, DATE_TEXT_LEN);
+    ShortDateText(secondDay, second, DATE_TEXT_LEN);
+    wsprintfW(text, tmpl, first, second);
+}
+
+// A redraw request from the UI thread abandons a rendering pass's walk.
+static bool StopRequested(int thread)
+{
+    return thread == QUERY_RENDERING && g_app.renderState == RENDER_REQUESTED;
+}
+
+// The next found item as an appointment (the object model hands out
+// IDispatch); null at the end of the walk.
+static IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
+{
+    if (FAILED(hr) || !found)
+        return nullptr;
+    IAppointment *item = nullptr;
+    if (FAILED(found->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item))))
+        item = nullptr;
+    found->Release();
+    return item;
+}
+
+int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
+                      AppointmentVisitor visit, void *context, int thread)
+{
+    // A failed open leaves an empty calendar rather than a broken view.
+    if (!g_app.calendarFolder)
+        return 1;
+
+    WCHAR restriction[RESTRICTION_LEN];
+    BuildRestriction(firstDay, secondDay, tmpl, restriction);
+
+    IPOutlookItemCollection *items = nullptr;
+    if (FAILED(g_app.calendarFolder->get_Items(&items)) || !items)
+        return 1;
+
+    BSTR sortKey = SysAllocString(L"[Start]");
+    BSTR text = SysAllocString(restriction);
+    items->Sort(sortKey, VARIANT_FALSE);
+    items->put_IncludeRecurrences(VARIANT_TRUE);
+
+    int result = 1;
+    IDispatch *found = nullptr;
+    IAppointment *item = AsAppointment(items->Find(text, &found), found);
+    while (item) {
+        if (StopRequested(thread) || !visit(item, context)) {
+            item->Release();
+            result = 0;
+            break;
+        }
+        item->Release();
+        found = nullptr;
+        item = AsAppointment(items->FindNext(&found), found);
+    }
+    items->Release();
+    SysFreeString(text);
+    SysFreeString(sortKey);
+    return result;
+}
+
+BOOL ReadAppointmentTimes(IAppointment *item, AppointmentTimes *out)
+{
+    VARIANT_BOOL allDay = VARIANT_FALSE;
+    out->busyStatus = olBusy;
+    if (FAILED(item->get_Start(&out->start)) || FAILED(item->get_End(&out->end)))
+        return FALSE;
+    item->get_AllDayEvent(&allDay);
+    item->get_BusyStatus(&out->busyStatus);
+    out->allDay = (allDay & 0xFFFF) != 0;
+    return TRUE;
+}
+
+void FreeStoreString(BSTR text)
+{
+    if (!text)
+        return;
+    if (g_app.outlookApp)
+        g_app.outlookApp->SysFreeString(text);
+    else
+        SysFreeString(text);
+}
