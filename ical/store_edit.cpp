@@ -466,7 +466,7 @@ std::string itemKey(std::string_view bytes)
             return;
         first = false;
         if (it.name != "VEVENT") {
-            key = it.name + "\n" + std::string(bytes);
+            key = std::string(it.name) + "\n" + std::string(bytes);
             return;
         }
         std::string_view uid, rid;

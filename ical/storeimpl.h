@@ -48,7 +48,7 @@ struct KeyProp {
 struct ScannedItem {
     size_t begin = 0, end = 0;
     int line = 0;
-    std::string name;
+    std::string_view name;      // upper case; valid while the scan's callback runs
     std::vector<KeyProp> keys;  // VEVENT only
     std::deque<std::string> folded;
 };
@@ -64,14 +64,15 @@ struct ScanResult {
 // into its own strings, so it never moves or copies.
 struct HeldItem {
     ScannedItem item;
+    std::string name;
     HeldItem(const HeldItem&) = delete;
     HeldItem& operator=(const HeldItem&) = delete;
-    explicit HeldItem(const ScannedItem& from)
+    explicit HeldItem(const ScannedItem& from) : name(from.name)
     {
         item.begin = from.begin;
         item.end = from.end;
         item.line = from.line;
-        item.name = from.name;
+        item.name = name;
         for (const KeyProp& k : from.keys) {
             item.folded.emplace_back(k.params);
             std::string_view p = item.folded.back();
@@ -87,10 +88,11 @@ inline void report(std::vector<Problem>* out, const std::string& file, int line,
         out->push_back({file, line, std::move(msg)});
 }
 
-// Component names met in a file, so the scan compares numbers.
+// Component names met in a file, so the scan compares numbers. A deque,
+// so the names handed out stay where they are while new ones are added.
 const int kCalendarName = 0, kEventName = 1;
 struct ComponentNames {
-    std::vector<std::string> list{"VCALENDAR", "VEVENT", "VTIMEZONE", "VALARM", "STANDARD", "DAYLIGHT", "VTODO"};
+    std::deque<std::string> list{"VCALENDAR", "VEVENT", "VTIMEZONE", "VALARM", "STANDARD", "DAYLIGHT", "VTODO"};
     int id(std::string_view v)
     {
         for (size_t i = 0; i < list.size(); ++i)
@@ -100,6 +102,40 @@ struct ComponentNames {
         return int(list.size() - 1);
     }
 };
+
+// Where a content line's name ends: at its first ';' or ':', else at len.
+// `avail` is how many bytes may be read from p (at least len).
+inline size_t nameEnd(const char* p, size_t len, size_t avail)
+{
+    size_t i = 0;
+#if defined(__SSE2__) && defined(__GNUC__)
+    if (avail >= 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        unsigned m = unsigned(_mm_movemask_epi8(
+            _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(';')), _mm_cmpeq_epi8(v, _mm_set1_epi8(':')))));
+        if (m) {
+            i = size_t(__builtin_ctz(m));
+            return i < len ? i : len;
+        }
+        if (len <= 16)
+            return len;
+        i = 16;
+    }
+#else
+    (void)avail;
+#endif
+    while (i < len && p[i] != ';' && p[i] != ':')
+        ++i;
+    return i;
+}
+
+// Whether a line whose name starts with c may be BEGIN, END or one of the
+// properties the index needs; most lines are none of these.
+inline bool mayMatter(char c)
+{
+    unsigned char u = static_cast<unsigned char>(c) & 0xDF;
+    return u == 'B' || u == 'E' || u == 'U' || u == 'D' || u == 'R';
+}
 
 // One pass over a file: finds every component directly inside a VCALENDAR
 // and, for events, the properties the index needs; hands each to onItem.
@@ -113,39 +149,52 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
     LineReader lr(text, start, 1, false);
     LineView lv;
     std::vector<std::pair<int, int>> stack;  // component name id, line
+    stack.reserve(16);
     ComponentNames names;
     bool inItem = false;
     int curId = -1;
     ScannedItem cur;
     bool strayReported = false;
+    const char* const textEnd = text.data() + text.size();
     while (lr.next(lv)) {
         if (lv.text.empty())
             continue;
         // Only BEGIN, END and the properties the index needs are split; for
         // the rest the name is enough (their bytes are kept as they are).
-        size_t ne = 0;
+        // A name that ends on the first physical line is classified here
+        // once; one broken by folding is found after unfolding.
         const std::string_view t0 = lv.text;
-        while (ne < t0.size() && t0[ne] != ';' && t0[ne] != ':')
-            ++ne;
-        std::string_view name0 = t0.substr(0, ne);
-        bool structural = (ne == 5 && eqUpper(name0, "BEGIN")) || (ne == 3 && eqUpper(name0, "END"));
-        bool key = !structural && inItem && stack.size() == 2 && classify(name0) != kOther;
-        if (!structural && !key && ne < t0.size()) {
-            if (stack.empty() && !strayReported) {
-                report(problems, file, lv.line, "content outside VCALENDAR; kept as it is");
-                strayReported = true;
+        size_t ne = nameEnd(t0.data(), t0.size(), size_t(textEnd - t0.data()));
+        bool named = ne < t0.size();
+        bool isBegin = false, isEnd = false;
+        KeyName key = kOther;
+        if (named) {
+            if (mayMatter(t0[0])) {
+                std::string_view name0 = t0.substr(0, ne);
+                isBegin = ne == 5 && eqUpper(name0, "BEGIN");
+                isEnd = ne == 3 && eqUpper(name0, "END");
+                if (!isBegin && !isEnd && inItem && stack.size() == 2)
+                    key = classify(name0);
             }
-            continue;
+            if (!isBegin && !isEnd && key == kOther) {
+                if (stack.empty() && !strayReported) {
+                    report(problems, file, lv.line, "content outside VCALENDAR; kept as it is");
+                    strayReported = true;
+                }
+                continue;
+            }
         }
         if (lv.folded)
             lv.text = lr.unfold(lv);
         LineParts lp;
-        if (!splitLine(lv.text, lp)) {
+        if (!(named ? splitAfterName(lv.text, ne, lp) : splitLine(lv.text, lp))) {
             report(problems, file, lv.line, "not a content line; kept as it is");
             continue;
         }
-        bool isBegin = lp.name.size() == 5 && eqUpper(lp.name, "BEGIN");
-        bool isEnd = !isBegin && lp.name.size() == 3 && eqUpper(lp.name, "END");
+        if (!named) {
+            isBegin = lp.name.size() == 5 && eqUpper(lp.name, "BEGIN");
+            isEnd = !isBegin && lp.name.size() == 3 && eqUpper(lp.name, "END");
+        }
         if (isBegin) {
             int id = names.id(lp.value);
             const std::string& name = names.list[size_t(id)];
@@ -154,7 +203,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
             bool lostEnd = inItem && id == curId && (id == kEventName || name == "VTODO" || name == "VJOURNAL");
             if (lostEnd) {
                 // These never nest: the earlier one lost its END.
-                report(problems, file, cur.line, cur.name + " begun here has no END; left out");
+                report(problems, file, cur.line, std::string(cur.name) + " begun here has no END; left out");
                 stack.resize(1);
             }
             if (lostEnd || (stack.size() == 1 && stack[0].first == kCalendarName)) {
@@ -164,7 +213,8 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
                 cur.name = name;
                 curId = id;
                 cur.keys.clear();
-                cur.folded.clear();
+                if (!cur.folded.empty())
+                    cur.folded.clear();
             }
             if (stack.size() < 200)
                 stack.push_back({id, lv.line});
@@ -188,7 +238,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
                     ++res.items;
                     onItem(cur);
                 } else {
-                    report(problems, file, cur.line, cur.name + " begun here is broken; left out");
+                    report(problems, file, cur.line, std::string(cur.name) + " begun here is broken; left out");
                 }
                 inItem = false;
             }
@@ -206,9 +256,9 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
             continue;
         }
         if (inItem && stack.size() == 2 && curId == kEventName) {
-            KeyName k = classify(lp.name);
+            KeyName k = named ? key : classify(lp.name);
             if (k != kOther) {
-                if (lv.text.data() < text.data() || lv.text.data() >= text.data() + text.size()) {
+                if (lv.text.data() < text.data() || lv.text.data() >= textEnd) {
                     // A folded line lives in the reader's scratch buffer: keep a copy.
                     cur.folded.emplace_back(lv.text);
                     std::string_view t = cur.folded.back();
