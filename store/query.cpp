@@ -68,8 +68,11 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
     items->put_IncludeRecurrences(VARIANT_TRUE);
 
     int result = 1;
+    // Find and FindNext fill `found` in, so they are called before it is
+    // read: as arguments of one call their order would be unspecified.
     IDispatch *found = nullptr;
-    IAppointment *item = AsAppointment(items->Find(text, &found), found);
+    HRESULT hr = items->Find(text, &found);
+    IAppointment *item = AsAppointment(hr, found);
     while (item) {
         if (StopRequested(thread) || !visit(item, context)) {
             item->Release();
@@ -78,7 +81,8 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
         }
         item->Release();
         found = nullptr;
-        item = AsAppointment(items->FindNext(&found), found);
+        hr = items->FindNext(&found);
+        item = AsAppointment(hr, found);
     }
     items->Release();
     SysFreeString(text);
