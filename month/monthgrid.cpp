@@ -1,4 +1,5 @@
 #include "monthgrid.h"
+#include "indicators.h"
 #include "shell/appstate.h"
 #include "shell/render.h"
 #include "calendar/dates.h"
@@ -161,9 +162,14 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
     SelectObject(dc, entryFont);
     DeleteObject(dateFont);
 
-    // A tap or a new request during this pass: do not show it.
+    // A tap or a new request during this pass: do not show it, and do not
+    // start on the store for it.
     if (g_app.renderState == RENDER_REQUESTED)
         return 0;
+    if (s.showindicator == 1)
+        return DrawMonthIndicators(month, year);
+    if (s.showholiday == 1)
+        return DrawMonthIcons(month, year);
     return 1;
 }
 

@@ -1,0 +1,464 @@
+// The month grid's appointment indicators and category icons. They run on
+// the rendering thread as the last step of a month pass, under renderLock,
+// and draw into the back buffer over the day cells the grid has painted.
+//
+// Per day the bar form draws a box 28 pixels wide whose inside holds a
+// 27-pixel schedule: the morning (timeA to timeB), the afternoon (to
+// timeC) and the evening (to timeD) take 9 pixels each. Timed appointments
+// fill their part of it, a start before the end of the previous
+// appointment in the same day shows the overlap in red, and all-day
+// appointments draw a line above the box.
+#include "indicators.h"
+#include "monthgrid.h"
+#include "shell/appstate.h"
+#include "store/store.h"
+#include "calendar/dates.h"
+#include "platform/aygshell.h"
+
+#include <cmath>
+#include <cstring>
+#include <cwchar>
+
+static const COLORREF kBoxBorder = 0xADA3AD; // also the tick marks
+static const COLORREF kBoxFill = 0xFFFFFF;
+static const COLORREF kBusy = 0xB5835A;
+static const COLORREF kOverlap = 0x0000FF;
+static const COLORREF kIconKey = 0xFF00FF;   // transparent in the icon strips
+
+const int CELLS = GRID_ROWS * GRID_COLS;
+const int BAR_PIXELS = 27;
+const int BAND_PIXELS = 9;
+const int ICON_SIZE = 9;
+const int ICON_FALLBACK = 2; // the plain icon, for a user icon that is not there
+
+// The three month queries, in the order they run.
+enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
+
+// What one pass has drawn so far. Only the rendering thread runs passes, one
+// at a time, so this lives in the file rather than on the thread's stack;
+// every pass clears it first.
+static struct {
+    int mode;                // ICONS_BESIDE_INDICATOR or ICONS_ONLY
+    int s, length, rows;     // column of the 1st, days in the month, rows used
+    long firstShown;         // whole days since 1899-12-30, as OleDate
+    long firstOfMonth, lastOfMonth;
+    int query;
+    int cellIconCount[CELLS];
+    unsigned char iconDrawn[ICON_SLOTS][CELLS];
+    unsigned char boxDrawn[CELLS];
+    float bandA, bandB, bandC, bandD;
+    int prevCell;
+    float prevEnd;
+} g_pass;
+
+// ---- dates -----------------------------------------------------------------
+
+// The calendar day of an OleDate. Before 1899-12-30 the whole part counts
+// days back while the fraction still counts the time forward (-1.25 is
+// 29 December 1899, 6:00), so the day is the whole part, not its floor.
+static long DayOf(OleDate when)
+{
+    return (long)std::trunc(when);
+}
+
+static double DayFraction(OleDate when)
+{
+    return std::fabs(when - std::trunc(when));
+}
+
+static long OleDayNumber(int month, int day, int year)
+{
+    return (long)DayNumber(month, day, year) - (long)DayNumber(12, 30, 1899);
+}
+
+// The last calendar day an appointment occupies. The store gives an
+// all-day appointment's end as the midnight after its last day, and a timed
+// one may end exactly at midnight: such an end belongs to the day before,
+// as in the store's own whole-day comparisons, so an all-day appointment
+// marks only its own days and one from 22:00 to 24:00 puts nothing on the
+// next day. An appointment without length (or with its end before its
+// start) stays on its start's day.
+static long LastDayOf(OleDate start, OleDate end)
+{
+    long first = DayOf(start);
+    long last = DayOf(end);
+    if (end > start && DayFraction(end) == 0.0)
+        last--;
+    return last < first ? first : last;
+}
+
+static SYSTEMTIME DateOnly(int month, int day, int year)
+{
+    SYSTEMTIME st = {};
+    st.wYear = (WORD)year;
+    st.wMonth = (WORD)month;
+    st.wDay = (WORD)day;
+    return st;
+}
+
+// ---- drawing ---------------------------------------------------------------
+
+static int CellLeft(int column)
+{
+    return GRID_PITCH * column;
+}
+
+static int CellTop(int row)
+{
+    return GRID_PITCH * row;
+}
+
+static void DrawBox(HDC dc, int row, int column)
+{
+    int x = CellLeft(column), y = CellTop(row);
+    DrawCellRect(dc, x + 5, y + 84, x + 5 + 28, y + 84 + 6, kBoxBorder, kBoxFill);
+}
+
+// The part of the schedule from p1 to p2 (0-27), at least one pixel wide.
+static void DrawBar(HDC dc, int row, int column, int p1, int p2, COLORREF colour)
+{
+    int left = CellLeft(column) + 6 + p1, top = CellTop(row) + 85;
+    int width = p2 - p1 > 1 ? p2 - p1 : 1;
+    DrawCellRect(dc, left, top, left + width, top + 5, colour, colour);
+}
+
+static void DrawAllDayLine(HDC dc, int row, int column)
+{
+    int x = CellLeft(column), y = CellTop(row);
+    COLORREF colour = g_app.settings.alldaycolor;
+    DrawCellRect(dc, x + 5, y + 82, x + 5 + 28, y + 82 + 2, colour, colour);
+}
+
+// Marks the band boundaries on a box, from its top and bottom edges.
+static void DrawTicks(HDC dc, int row, int column)
+{
+    int x = CellLeft(column), y = CellTop(row);
+    HPEN pen = CreatePen(PS_SOLID, 1, kBoxBorder);
+    HGDIOBJ oldPen = SelectObject(dc, pen);
+    static const int kTickX[] = {13, 23};
+    for (int dx : kTickX) {
+        MoveToEx(dc, x + dx, y + 84, nullptr);
+        LineTo(dc, x + dx, y + 86);
+        MoveToEx(dc, x + dx, y + 89, nullptr);
+        LineTo(dc, x + dx, y + 87);
+    }
+    SelectObject(dc, oldPen);
+    DeleteObject(pen);
+}
+
+void DrawIcon(HDC dc, int iconNumber, int x, int y)
+{
+    // A number past the user's strip, or any user number without the strip,
+    // gets the plain built-in icon rather than nothing.
+    if (iconNumber >= BUILTIN_ICONS && iconNumber < g_app.iconCount && g_app.userIconsPresent &&
+        g_app.userIconsBitmap &&
+        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.userIconsBitmap,
+                         ICON_SIZE * (iconNumber - BUILTIN_ICONS), 0, ICON_SIZE, ICON_SIZE, kIconKey))
+        return;
+    int icon = iconNumber >= 0 && iconNumber < BUILTIN_ICONS ? iconNumber : ICON_FALLBACK;
+    if (g_app.bmpIcons)
+        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.bmpIcons, ICON_SIZE * icon, 0, ICON_SIZE,
+                         ICON_SIZE, kIconKey);
+}
+
+// ---- the schedule bar --------------------------------------------------------
+
+// A part of the day spread over its 9 pixels; a part of no length (two
+// settings on the same half hour, or out of order) takes none of them.
+static int BandOffset(float t, float from, float to)
+{
+    float length = to - from;
+    if (!(length > 0.0f))
+        return 0;
+    return (int)std::floor((float)BAND_PIXELS * (t - from) / length);
+}
+
+// The pixel of a time of day, from the band boundaries. The sums are made
+// in single precision, as the boundaries are kept, so a time on a
+// boundary always lands on the same pixel.
+static int BandPixel(float t)
+{
+    const float a = g_pass.bandA, b = g_pass.bandB, c = g_pass.bandC;
+    int p = 0;
+    if (t >= a && t <= b)
+        p = BandOffset(t, a, b);
+    else if (t > b && t <= c)
+        p = BAND_PIXELS + BandOffset(t, b, c);
+    else if (t > c)
+        p = 2 * BAND_PIXELS + BandOffset(t, c, g_pass.bandD);
+    return p < 0 ? 0 : p > BAR_PIXELS ? BAR_PIXELS : p;
+}
+
+// Before the morning a start takes the first pixel and an end the one
+// after it; after the evening a start takes the last pixel and an end
+// reaches the box's end, so every appointment shows.
+static int StartPixel(float t)
+{
+    int p = BandPixel(t);
+    if (t >= g_pass.bandD)
+        p = BAR_PIXELS - 1;
+    if (t < g_pass.bandA)
+        p = 0;
+    return p;
+}
+
+static int EndPixel(float t)
+{
+    int p = BandPixel(t);
+    if (t >= g_pass.bandD)
+        p = BAR_PIXELS;
+    if (t < g_pass.bandA)
+        p = 1;
+    return p;
+}
+
+// ---- icons -----------------------------------------------------------------
+
+// Whether `label` is one of the categories, which are separated by commas
+// or line feeds, each perhaps after blanks. The match is exact and
+// case-sensitive. An empty label is an unused slot and matches nothing.
+static bool HasCategory(const WCHAR *categories, const WCHAR *label)
+{
+    size_t labelLength = wcsnlen(label, ICON_LABEL_LEN);
+    if (labelLength == 0)
+        return false;
+    const WCHAR *p = categories;
+    for (;;) {
+        while (*p == L' ' || *p == L'\t')
+            p++;
+        const WCHAR *end = p;
+        while (*end && *end != L',' && *end != L'\n')
+            end++;
+        if ((size_t)(end - p) == labelLength && wcsncmp(p, label, labelLength) == 0)
+            return true;
+        if (!*end)
+            return false;
+        p = end + 1;
+    }
+}
+
+static void IconPosition(int n, int row, int column, int mode, int *x, int *y)
+{
+    int left = CellLeft(column) + 4, top = CellTop(row);
+    if (mode == ICONS_ONLY && n >= 3) {
+        *x = left + 10 * (n - 3);
+        *y = top + 71;
+    } else {
+        *x = left + 10 * n;
+        *y = top + (mode == ICONS_ONLY ? 81 : 72);
+    }
+}
+
+void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int mode)
+{
+    if (cell < 0 || cell >= CELLS)
+        return;
+    if (!categories)
+        categories = L"";
+    const AppSettings &s = g_app.settings;
+    int limit = mode == ICONS_ONLY ? ICONS_ONLY : ICONS_BESIDE_INDICATOR;
+    for (int k = 0; k < ICON_SLOTS; k++) {
+        if (g_pass.cellIconCount[cell] >= limit)
+            return;
+        if (g_pass.iconDrawn[k][cell])
+            continue;
+        // An appointment without categories shows the icon of the slot
+        // labelled "(None)".
+        bool match = categories[0] ? HasCategory(categories, s.displayIconString[k])
+                                   : wcsncmp(s.displayIconString[k], L"(None)", ICON_LABEL_LEN) == 0;
+        if (!match)
+            continue;
+        int x, y;
+        IconPosition(g_pass.cellIconCount[cell], row, column, mode, &x, &y);
+        DrawIcon(g_app.backDC, (int)s.displayIcon[k], x, y);
+        g_pass.cellIconCount[cell]++;
+        g_pass.iconDrawn[k][cell] = 1;
+    }
+}
+
+// ---- one pass ----------------------------------------------------------------
+
+// The cell a day of the grid sits in, or -1 when the day is not drawn on:
+// outside the grid, or a neighbouring month's day while those are hidden.
+static int CellOfDay(long day)
+{
+    long cell = day - g_pass.firstShown;
+    if (cell < 0 || cell >= 7L * g_pass.rows)
+        return -1;
+    if (g_app.settings.showdays != 1 && (cell < g_pass.s || cell > g_pass.s + g_pass.length - 1))
+        return -1;
+    return (int)cell;
+}
+
+static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, long lastDay, int cell, int row,
+                          int column)
+{
+    int p1 = StartPixel(t1), p2 = EndPixel(t2);
+    if (day > firstDay)
+        p1 = 0;
+    if (day < lastDay)
+        p2 = BAR_PIXELS;
+    if (!g_pass.boxDrawn[cell]) {
+        DrawBox(dc, row, column);
+        g_pass.boxDrawn[cell] = 1;
+    }
+    DrawBar(dc, row, column, p1, p2, kBusy);
+    // Appointments come in order of start, so one that starts before the
+    // previous one in this day ended overlaps it up to that end.
+    bool overlap = g_pass.prevCell == cell && g_pass.prevEnd > t1;
+    if (overlap)
+        DrawBar(dc, row, column, p1, EndPixel(g_pass.prevEnd), kOverlap);
+    g_pass.prevCell = cell;
+    if (!overlap)
+        g_pass.prevEnd = t2;
+}
+
+// Spreads one appointment over the days it covers in the grid.
+static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
+{
+    HDC dc = g_app.backDC;
+    const AppSettings &s = g_app.settings;
+    long firstDay = DayOf(t.start), lastDay = LastDayOf(t.start, t.end);
+    float t1 = (float)DayFraction(t.start);
+    // An end at midnight closes the day before: there it is 24:00.
+    float t2 = t.end > t.start && DayFraction(t.end) == 0.0 ? 1.0f : (float)DayFraction(t.end);
+    bool counts = !(t.allDay && t.busyStatus == olFree && s.showfree == 0);
+
+    // Only the days inside the grid are walked: an appointment over years
+    // costs no more than one over the grid.
+    long from = firstDay > g_pass.firstShown ? firstDay : g_pass.firstShown;
+    long lastCell = g_pass.firstShown + CELLS - 1;
+    long to = lastDay < lastCell ? lastDay : lastCell;
+    for (long day = from; day <= to; day++) {
+        int cell = CellOfDay(day);
+        if (cell < 0)
+            continue;
+        int row = cell / GRID_COLS, column = cell % GRID_COLS;
+        if (g_pass.mode == ICONS_ONLY) {
+            PlaceDayIcons(categories, cell, row, column, ICONS_ONLY);
+            continue;
+        }
+        if (t.allDay) {
+            if (counts) {
+                DrawAllDayLine(dc, row, column);
+                if (!g_pass.boxDrawn[cell]) {
+                    DrawBox(dc, row, column);
+                    g_pass.boxDrawn[cell] = 1;
+                }
+            }
+        } else {
+            PlaceTimedDay(dc, t1, t2, day, firstDay, lastDay, cell, row, column);
+        }
+        if (s.showholiday == 1)
+            PlaceDayIcons(categories, cell, row, column, ICONS_BESIDE_INDICATOR);
+    }
+}
+
+static int VisitAppointment(IAppointment *item, void *)
+{
+    // A tap or a new request: the query releases this item and its
+    // collection, and the pass is abandoned.
+    if (g_app.renderState == RENDER_REQUESTED)
+        return 0;
+    // An appointment whose times the store cannot give is left out.
+    AppointmentTimes t;
+    if (!ReadAppointmentTimes(item, &t) || !std::isfinite(t.start) || !std::isfinite(t.end))
+        return 1;
+    // The store answers the three queries by whole days, so an appointment
+    // across the 1st also comes from the month's query, and one across the
+    // month's last day also from the trailing days' query. Each query keeps
+    // only the appointments that start in its own span, so each is drawn
+    // once: drawn again, its bar would cover a red overlap drawn since.
+    long startDay = DayOf(t.start);
+    if ((g_pass.query == QUERY_MONTH && startDay < g_pass.firstOfMonth) ||
+        (g_pass.query == QUERY_TRAILING && startDay <= g_pass.lastOfMonth))
+        return 1;
+
+    BSTR categories = nullptr;
+    if (g_pass.mode == ICONS_ONLY || g_app.settings.showholiday == 1) {
+        if (FAILED(item->get_Categories(&categories)))
+            categories = nullptr;
+    }
+    PlaceAppointment(t, categories ? categories : L"");
+    FreeStoreString(categories);
+    // The screen fills in appointment by appointment on a slow store.
+    InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+    return 1;
+}
+
+// Sets up the pass and walks the month's appointments; 0 when a redraw
+// request abandoned it.
+static int RunPass(int month, int year, int mode)
+{
+    if (g_app.renderState == RENDER_REQUESTED)
+        return 0;
+    if (month < 1 || month > 12)
+        return 0;
+    const AppSettings &s = g_app.settings;
+    g_pass.mode = mode;
+    g_pass.s = WeekdayColumn(month, 1, year);
+    g_pass.length = MonthLength(month, year);
+    if (s.showdays == 1) {
+        g_pass.rows = 6;
+    } else {
+        // Only the rows that hold the month's days; the quotient is taken
+        // in single precision, where 35 / 7 still comes out as 5.
+        float q = (float)(g_pass.s + g_pass.length) * (1.0f / 7.0f);
+        g_pass.rows = q > 5.0f ? 6 : q > 4.0f ? 5 : 4;
+    }
+    g_pass.firstOfMonth = OleDayNumber(month, 1, year);
+    g_pass.lastOfMonth = g_pass.firstOfMonth + g_pass.length - 1;
+    g_pass.firstShown = g_pass.firstOfMonth - g_pass.s;
+
+    int prevMonth = month == 1 ? 12 : month - 1, prevYear = month == 1 ? year - 1 : year;
+    int nextMonth = month == 12 ? 1 : month + 1, nextYear = month == 12 ? year + 1 : year;
+    SYSTEMTIME first = DateOnly(month, 1, year);
+    SYSTEMTIME last = DateOnly(month, g_pass.length, year);
+    SYSTEMTIME firstShown = g_pass.s == 0
+                                ? first
+                                : DateOnly(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
+    int trailing = 7 * g_pass.rows - g_pass.s - g_pass.length;
+    SYSTEMTIME lastShown = trailing > 0 ? DateOnly(nextMonth, trailing, nextYear) : last;
+
+    memset(g_pass.cellIconCount, 0, sizeof(g_pass.cellIconCount));
+    memset(g_pass.iconDrawn, 0, sizeof(g_pass.iconDrawn));
+    memset(g_pass.boxDrawn, 0, sizeof(g_pass.boxDrawn));
+    // The boundaries of this pass, from the settings as they are now.
+    g_pass.bandA = (float)SlotDayFraction((int)s.timeA);
+    g_pass.bandB = (float)SlotDayFraction((int)s.timeB);
+    g_pass.bandC = (float)SlotDayFraction((int)s.timeC);
+    g_pass.bandD = (float)SlotDayFraction((int)s.timeD);
+    g_pass.prevCell = -1;
+    g_pass.prevEnd = 0.0f;
+
+    struct {
+        int query;
+        const SYSTEMTIME &from, &to;
+        const WCHAR *tmpl;
+    } const queries[] = {
+        {QUERY_LEADING, firstShown, first, RestrictOverlapBeforeSecond},
+        {QUERY_MONTH, first, last, RestrictOverlapClosed},
+        {QUERY_TRAILING, last, lastShown, RestrictOverlapAfterFirst},
+    };
+    for (const auto &q : queries) {
+        g_pass.query = q.query;
+        if (!QueryAppointments(q.from, q.to, q.tmpl, VisitAppointment, nullptr, QUERY_RENDERING))
+            return 0;
+    }
+    return 1;
+}
+
+int DrawMonthIndicators(int month, int year)
+{
+    if (!RunPass(month, year, ICONS_BESIDE_INDICATOR))
+        return 0;
+    for (int cell = 0; cell < CELLS; cell++)
+        if (g_pass.boxDrawn[cell])
+            DrawTicks(g_app.backDC, cell / GRID_COLS, cell % GRID_COLS);
+    return 1;
+}
+
+int DrawMonthIcons(int month, int year)
+{
+    return RunPass(month, year, ICONS_ONLY);
+}
