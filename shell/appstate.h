@@ -85,6 +85,13 @@ struct AppState {
     int todayYear, todayMonth, todayDay;
     int shownYear, shownMonth, shownDay;
 
+    // Year view (month/yearview.cpp): the days of yearDataYear that hold
+    // appointments (bit d - 1 of a month's word for day d) and whether the
+    // year holds any. Written by the UI thread under renderLock only.
+    int yearDataYear;
+    DWORD yearBusyDays[12];
+    int yearBadge;
+
     // Day view (dayview/).
     HWND dayList;           // its list control; each row's item data is an OID
 };

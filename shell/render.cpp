@@ -5,6 +5,7 @@
 #include "appstate.h"
 #include "platform/aygshell.h"
 #include "month/monthgrid.h"
+#include "month/yearview.h"
 
 #include <cstdio>
 
@@ -118,7 +119,7 @@ static void DrawMonthStrip(HDC dc)
     DeleteObject(font);
 }
 
-static void DrawYearTitle(HDC dc)
+static void DrawYearTitle(HDC dc, int year)
 {
     HFONT font = CreateViewFont(14, 0, 1);
     HGDIOBJ oldFont = SelectObject(dc, font);
@@ -128,7 +129,7 @@ static void DrawYearTitle(HDC dc)
     GetClientRect(g_app.hwndMain, &rc);
     rc.bottom = 15;
     WCHAR text[16];
-    swprintf(text, 16, L"%d", g_app.viewYear);
+    swprintf(text, 16, L"%d", year);
     DrawTextW(dc, text, -1, &rc, DT_CENTER | DT_SINGLELINE | DT_NOPREFIX);
     DrawBitmapAt(dc, g_app.bmpYearPrev, 205, 2);
     DrawBitmapAt(dc, g_app.bmpYearNext, 225, 2);
@@ -147,8 +148,13 @@ static int RenderPass()
     if (dc) {
         PatBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, WHITENESS);
         if (g_app.viewMode == VIEW_YEAR) {
-            DrawYearTitle(dc);
-            result = 1;
+            // One year for the whole pass: the UI thread may step it
+            // meanwhile, and the title must match the months below it.
+            int year = g_app.viewYear;
+            DrawYearTitle(dc, year);
+            result = DrawYearView(dc, year);
+            if (YearBadgeFlag(year) == 1)
+                DrawBitmapAt(dc, g_app.bmpBadge, 10, 5);
         } else {
             DrawBitmapAt(dc, g_app.bmpBackground, 0, 0);
             // The grey band's brush is freed at once: a brush left over
