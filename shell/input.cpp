@@ -3,7 +3,9 @@
 #include "render.h"
 #include "appstate.h"
 #include "month/monthgrid.h"
+#include "month/yearview.h"
 
+#include <cstdio>
 #include <oleauto.h>
 
 static void Navigate()
@@ -59,32 +61,89 @@ static void MonthTapDown(HWND, int x, int y)
     g_app.tapY = y;
 }
 
+// The year view's label shows the number of the day under the stylus,
+// just below its cell, and hides when the stylus is on no day.
+static void ShowYearTip(int x, int y)
+{
+    HWND label = g_app.yearTipLabel;
+    int cellX = 0, cellY = 0;
+    int day = YearHitTest(x, y, &cellX, &cellY);
+    if (!label)
+        return;
+    if (!day) {
+        ShowWindow(label, SW_HIDE);
+        return;
+    }
+    WCHAR text[16];
+    swprintf(text, 16, L"%d", day);
+    SetWindowTextW(label, text);
+    // The label is a popup, placed in screen coordinates; the handheld's
+    // main window began at the screen's corner, the desktop's need not.
+    // It must not take the activation from the main window either.
+    POINT at = {cellX, cellY + 14};
+    ClientToScreen(g_app.hwndMain, &at);
+    SetWindowPos(label, HWND_TOP, at.x, at.y, 20, 20, SWP_NOACTIVATE | SWP_SHOWWINDOW);
+}
+
+static void StepYear(int step)
+{
+    g_app.viewYear += step;
+    PrepareYearView(g_app.viewYear);
+    RequestRedraw();
+}
+
+static void YearTapDown(int x, int y)
+{
+    StopRunningPass();
+    int step = 0;
+    if (x >= 201 && x < 215 && y < 15)
+        step = -1;
+    else if (x >= 221 && x < 235 && y <= 14)
+        step = 1;
+    if (step) {
+        WaitCursorOn();
+        StepYear(step);
+        WaitCursorOff();
+        return;
+    }
+    ShowYearTip(x, y);
+}
+
 LRESULT OnTapDown(HWND hwnd, UINT, WPARAM, LPARAM lp)
 {
     int x = (short)LOWORD(lp), y = (short)HIWORD(lp);
     if (g_app.viewMode == VIEW_MONTH)
         MonthTapDown(hwnd, x, y);
-    else if (g_app.viewMode == VIEW_YEAR) {
-        StopRunningPass();
-        if (x >= 201 && x < 215 && y < 15) {
-            g_app.viewYear--;
-            Navigate();
-        } else if (x >= 221 && x < 235 && y <= 14) {
-            g_app.viewYear++;
-            Navigate();
-        }
-    }
+    else if (g_app.viewMode == VIEW_YEAR)
+        YearTapDown(x, y);
     return 0;
 }
 
-LRESULT OnTapUp(HWND hwnd, UINT, WPARAM, LPARAM)
+LRESULT OnTapUp(HWND hwnd, UINT, WPARAM, LPARAM lp)
 {
     KillTimer(hwnd, TIMER_HOLD);
+    if (g_app.viewMode != VIEW_YEAR)
+        return 0;
+    int x = (short)LOWORD(lp), y = (short)HIWORD(lp);
+    if (g_app.yearTipLabel)
+        ShowWindow(g_app.yearTipLabel, SW_HIDE);
+    int cellX, cellY;
+    int day = YearHitTest(x, y, &cellX, &cellY);
+    // TODO(day view): releasing on a day (day != 0) opens the day view
+    // dialog IDD_DAYVIEW modally with `day` as its parameter; the hit test
+    // has already set viewMonth to that day's month. Until the day view
+    // exists a release on a day only hides the label.
+    (void)day;
     return 0;
 }
 
-LRESULT OnStylusMove(HWND, UINT, WPARAM, LPARAM)
+// A stylus touches the screen whenever it moves; a mouse also moves with
+// no button down, and then the label stays as it is.
+LRESULT OnStylusMove(HWND, UINT, WPARAM wp, LPARAM lp)
 {
+    if (g_app.viewMode != VIEW_YEAR || !(wp & MK_LBUTTON))
+        return 0;
+    ShowYearTip((short)LOWORD(lp), (short)HIWORD(lp));
     return 0;
 }
 
@@ -119,8 +178,7 @@ LRESULT OnKeyDown(HWND, UINT, WPARAM wp, LPARAM)
         RequestRedraw();
         g_app.keyReady = 0;
     } else if (g_app.viewMode == VIEW_YEAR) {
-        g_app.viewYear += step;
-        RequestRedraw();
+        StepYear(step);
     }
     return 0;
 }

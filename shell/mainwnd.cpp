@@ -9,6 +9,7 @@
 #include "platform/aygshell.h"
 #include "resource.h"
 #include "settings/settings.h"
+#include "month/yearview.h"
 
 #include <commctrl.h>
 
@@ -155,6 +156,9 @@ LRESULT RefreshView(HWND, UINT, WPARAM, LPARAM)
     case VIEW_MONTH:
     case VIEW_YEAR:
         WaitCursorOn();
+        // The store changed: the year view's coloured days are read again.
+        if (g_app.viewMode == VIEW_YEAR)
+            PrepareYearView(g_app.viewYear);
         RequestRedraw();
         WaitCursorOff();
         break;
@@ -222,12 +226,16 @@ LRESULT ToggleYearView(HWND hwnd)
         SetToggleButtonImage(IDI_IMAGE_YEAR);
     } else {
         g_app.viewMode = VIEW_YEAR;
+        PrepareYearView(g_app.viewYear);
         // A popup's menu argument is a menu on the desktop, not a child
-        // id, so the label's id is set once it exists.
-        g_app.yearTipLabel = CreateWindowExW(0, L"STATIC", L"", 0x90800001, 0, 0, 20, 20, hwnd, nullptr,
-                                             g_app.hInstance, nullptr);
+        // id, so the label's id is set once it exists. The handheld made
+        // it visible (0x90800001) and hid it at once; a desktop popup
+        // shown at creation takes the activation from the main window (and
+        // under Wine becomes a managed window whose every hide waits for a
+        // window manager), so it is made hidden from the start.
+        g_app.yearTipLabel = CreateWindowExW(0, L"STATIC", L"", 0x90800001 & ~WS_VISIBLE, 0, 0, 20, 20, hwnd,
+                                             nullptr, g_app.hInstance, nullptr);
         SetWindowLongPtrW(g_app.yearTipLabel, GWLP_ID, IDC_YEARTIP);
-        ShowWindow(g_app.yearTipLabel, SW_HIDE);
         g_app.savedViewMonth = g_app.viewMonth;
         g_app.savedViewYear = g_app.viewYear;
         SetToggleButtonImage(IDI_IMAGE_MONTH);
