@@ -365,7 +365,10 @@ void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targe
         copy->get_Start(&start);
         copy->get_End(&end);
         // Each end keeps its own time of day: a multi-day appointment
-        // becomes a same-day one on the target day.
+        // becomes a same-day one on the target day. (The store keeps the
+        // length when the start moves and refuses an end before the start,
+        // so one whose end time of day comes before its start's keeps its
+        // length instead.)
         copy->put_Start(MovedOnto(start, target));
         copy->put_End(MovedOnto(end, target));
         if (SUCCEEDED(copy->Save()) && mode == 1)

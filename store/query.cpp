@@ -35,12 +35,15 @@ static bool StopRequested(int thread)
     return thread == QUERY_RENDERING && g_app.renderState == RENDER_REQUESTED;
 }
 
-// The next found item as an appointment (the object model hands out
+// The found item as an appointment (the object model hands out
 // IDispatch); null at the end of the walk.
 static IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
 {
-    if (FAILED(hr) || !found)
+    if (FAILED(hr) || !found) {
+        if (found)
+            found->Release();
         return nullptr;
+    }
     IAppointment *item = nullptr;
     if (FAILED(found->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item))))
         item = nullptr;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace monthstore {
@@ -113,6 +114,34 @@ inline std::vector<Query> Queries() {
         {"leading days", 2, {2026, 10, 25}, {2026, 11, 1}, {L"Standup", L"Halloween"}},
         {"trailing days", 3, {2026, 11, 30}, {2026, 12, 5}, {L"Late", L"Standup"}},
     };
+}
+
+// The same store as a directory of one file per event (a series and its
+// changed occurrences share a file): (file name, contents) pairs.
+inline std::vector<std::pair<std::string, std::string>> VdirFiles() {
+    std::string ics = kIcs;
+    std::string head = ics.substr(0, ics.find("BEGIN:VEVENT"));
+    std::vector<std::pair<std::string, std::string>> byUid;
+    size_t pos = 0;
+    while ((pos = ics.find("BEGIN:VEVENT", pos)) != std::string::npos) {
+        size_t end = ics.find("END:VEVENT\r\n", pos) + 12;
+        std::string block = ics.substr(pos, end - pos);
+        size_t u = block.find("UID:") + 4;
+        std::string uid = block.substr(u, block.find("\r\n", u) - u);
+        bool added = false;
+        for (auto& e : byUid)
+            if (e.first == uid) {
+                e.second += block;
+                added = true;
+            }
+        if (!added) byUid.push_back({uid, block});
+        pos = end;
+    }
+    for (auto& e : byUid) {
+        e.first = e.first.substr(0, e.first.find('@')) + ".ics";
+        e.second = head + e.second + "END:VCALENDAR\r\n";
+    }
+    return byUid;
 }
 
 }  // namespace monthstore
