@@ -299,7 +299,7 @@ struct Source {
     bool inDirectory = false;
     bool dirty = false;
     bool removeFile = false;
-    std::map<std::string, int> tzids;
+    std::map<std::string, int, std::less<>> tzids;  // looked up by views, without a copy
     // Size and modification time when last read or written, to notice
     // another program's changes.
     int64_t diskSize = -1, diskTime = 0;
@@ -357,7 +357,7 @@ struct StoreImpl {
     std::vector<Ev, BigAllocator<Ev>> evs;
     std::vector<Zone> zones;
     std::map<std::string, int> zoneByText;
-    std::map<std::string, int> zoneByName;
+    std::map<std::string, int, std::less<>> zoneByName;
     std::set<std::string> unknownTzids;
     std::unordered_map<std::string, EventId> masters;
     std::basic_string<char, std::char_traits<char>, BigAllocator<char>> uidText;
@@ -371,6 +371,7 @@ struct StoreImpl {
         int bucket;
     };
     std::vector<Placed, BigAllocator<Placed>> placed;  // single events read, not yet in buckets
+    std::vector<EventId> bulkSpecial;                  // series and overrides read, not yet linked
     bool bulkLoading = false;
     std::vector<EventId> seriesList;
     bool directory = false;
@@ -390,6 +391,7 @@ struct StoreImpl {
     void prepareSeries(Ev& e, QueryReport* rep);
     void index(EventId id);
     void unindex(EventId id);
+    std::vector<size_t> sortPlaced(std::vector<Placed, BigAllocator<Placed>>& v);
     void link(EventId from, std::vector<Problem>* problems, bool bulk);
     void attachOverride(EventId id);
     void detachOverride(EventId id);

@@ -85,19 +85,39 @@ static bool digits(std::string_view s, size_t at, size_t n, int& out)
     return true;
 }
 
+// Read without loops or calls: a large calendar holds several of these per
+// event.
 bool parseCivil(std::string_view s, int64_t& civil, bool& dateOnly)
 {
-    int y, mo, d, h = 0, mi = 0, sec = 0;
-    if (!digits(s, 0, 4, y) || !digits(s, 4, 2, mo) || !digits(s, 6, 2, d))
+    const size_t n = s.size();
+    if (n != 8 && n != 15)
         return false;
+    const char* p = s.data();
+    auto dig = [p](size_t i) { return unsigned(static_cast<unsigned char>(p[i])) - unsigned('0'); };
+    unsigned bad = 0, v[5] = {0, 0, 0, 0, 0};
+    unsigned y0 = dig(0), y1 = dig(1), y2 = dig(2), y3 = dig(3);
+    bad |= (y0 > 9) | (y1 > 9) | (y2 > 9) | (y3 > 9);
+    static const size_t at[5] = {4, 6, 9, 11, 13};
+    const int pairs = n == 8 ? 2 : 5;
+    for (int i = 0; i < pairs; ++i) {
+        unsigned a = dig(at[i]), b = dig(at[i] + 1);
+        bad |= (a > 9) | (b > 9);
+        v[i] = a * 10 + b;
+    }
+    if (bad)
+        return false;
+    int y = int(y0 * 1000 + y1 * 100 + y2 * 10 + y3), mo = int(v[0]), d = int(v[1]);
     if (mo < 1 || mo > 12 || d < 1 || d > daysInMonth(y, mo))
         return false;
-    if (s.size() == 8) {
+    int h = 0, mi = 0, sec = 0;
+    if (n == 8) {
         dateOnly = true;
     } else {
-        if (s.size() != 15 || (s[8] != 'T' && s[8] != 't') || !digits(s, 9, 2, h) ||
-            !digits(s, 11, 2, mi) || !digits(s, 13, 2, sec))
+        if (p[8] != 'T' && p[8] != 't')
             return false;
+        h = int(v[2]);
+        mi = int(v[3]);
+        sec = int(v[4]);
         // A leap second (60) is accepted and read as the next minute's start.
         if (h > 23 || mi > 59 || sec > 60)
             return false;
