@@ -785,6 +785,54 @@ TEST_F(Store, EditingWithoutAFormAddsNothing)
     EXPECT_EQ(ReadBytes(path).find("BEGIN:VEVENT", before.rfind("END:VEVENT")), std::string::npos);
 }
 
+// The rendering thread draws the month with its three queries over and
+// over while the UI thread copies and deletes appointments: no crash, no
+// deadlock, and the store ends exactly as the changes leave it.
+// STORE_STRESS_SECONDS sets the length (a few seconds by default).
+TEST_F(Store, DrawingWhileChangingTheStore)
+{
+    FreshStore();
+    g_app.viewMode = VIEW_MONTH;
+    g_app.viewMonth = 11;
+    g_app.viewYear = 2026;
+    g_app.settings.showindicator = 1;
+    g_app.settings.showholiday = 1;
+    long dentist = OidOf(L"Dentist", 2026, 11, 5);
+    long standup = OidOf(L"Standup", 2026, 11, 24);
+    ASSERT_NE(dentist, 0);
+    WCHAR seconds[16] = {};
+    DWORD ms = 5000;
+    if (GetEnvironmentVariableW(L"STORE_STRESS_SECONDS", seconds, 16))
+        ms = 1000 * _wtoi(seconds);
+    LONG passesBefore = g_app.renderDone;
+    int rounds = 0;
+    DWORD until = GetTickCount() + ms;
+    while ((LONG)(GetTickCount() - until) < 0) {
+        int day = 2 + rounds % 20;
+        RequestRedraw();
+        CopyItemToDay(rounds % 2 ? standup : dentist, 0, 12, day, 2026, 11, rounds % 2 ? 24 : 5, 2026);
+        RequestRedraw();
+        PumpMessages(0);
+        auto copies = OnDay(2026, 12, day);
+        bool removed = false;
+        for (const Found &f : copies)
+            if (!f.recurring && f.oid != dentist) {
+                ShowDay(2026, 12, day);
+                DeleteItem(f.oid, DELETE_OCCURRENCE);
+                removed = true;
+            }
+        ASSERT_TRUE(removed) << "round " << rounds << ": the copy was not found";
+        rounds++;
+    }
+    EXPECT_TRUE(WaitForPass(20000));
+    EXPECT_GT(g_app.renderDone - passesBefore, 1) << "the month was drawn meanwhile";
+    EXPECT_GT(rounds, 1);
+    auto month = Query(Day(2026, 11, 1), Day(2026, 11, 30), RestrictOverlapClosed);
+    EXPECT_EQ(Narrow(Subjects(month)), "Standup, Dentist, Holiday, Standup (moved), Trip, Standup, Late");
+    EXPECT_EQ(Narrow(Subjects(Query(Day(2026, 12, 2), Day(2026, 12, 31), RestrictOverlapClosed))),
+              "Standup, Standup, Standup, Standup") << "only the series is left in December";
+}
+
 // Last: a failed fetch lets the application object go for good.
 TEST_F(Store, ZFailedFetchLetsTheConnectionGo)
 {
