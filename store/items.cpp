@@ -26,13 +26,8 @@ IAppointment *FetchItem(long oid)
     if (!g_app.outlookApp)
         return nullptr;
     IDispatch *found = nullptr;
-    if (FAILED(g_app.outlookApp->GetItemFromOid(oid, &found)) || !found)
-        return nullptr;
-    IAppointment *item = nullptr;
-    if (FAILED(found->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item))))
-        item = nullptr;
-    found->Release();
-    return item;
+    HRESULT hr = g_app.outlookApp->GetItemFromOid(oid, &found);
+    return AsAppointment(hr, found);
 }
 
 static void CopySubject(IAppointment *item, WCHAR *text, int length)
@@ -240,15 +235,12 @@ static bool ShowForm(IAppointment *item)
 static int OpenNewItem()
 {
     IDispatch *made = nullptr;
-    IAppointment *item = nullptr;
-    if (FAILED(g_app.outlookApp->CreateItem(olAppointmentItem, &made)) || !made ||
-        FAILED(made->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item)))) {
-        if (made)
-            made->Release();
+    HRESULT hr = g_app.outlookApp->CreateItem(olAppointmentItem, &made);
+    IAppointment *item = AsAppointment(hr, made);
+    if (!item) {
         StoreError(g_app.hwndMain, L"Error in getting appointment handle");
         return 0;
     }
-    made->Release();
     WaitCursorOn();
     BSTR empty = SysAllocString(L"");
     item->put_Subject(empty);

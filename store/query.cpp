@@ -35,9 +35,7 @@ static bool StopRequested(int thread)
     return thread == QUERY_RENDERING && g_app.renderState == RENDER_REQUESTED;
 }
 
-// The found item as an appointment (the object model hands out
-// IDispatch); null at the end of the walk.
-static IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
+IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
 {
     if (FAILED(hr) || !found) {
         if (found)

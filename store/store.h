@@ -67,6 +67,11 @@ void FreeStoreString(BSTR text);
 
 // ---- item operations (UI thread) -------------------------------------------
 
+// The object model hands out items as IDispatch: the item the call that
+// returned `hr` gave, as an appointment (its IDispatch is released), or
+// null when there was none.
+IAppointment *AsAppointment(HRESULT hr, IDispatch *found);
+
 // The item with this identifier as an appointment, or null.
 IAppointment *FetchItem(long oid);
 // The subject of the day list row's appointment, cut to `length` − 1
