@@ -97,6 +97,16 @@ bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
 {
     if (!r_.byMonth.empty() && !has(r_.byMonth, m))
         return false;
+    // Every part must hold; a day whose weekday BYDAY never names fails
+    // whatever the rest says, and that is the cheapest part to test.
+    const int wd = byDay_.empty() ? 0 : weekdayOfDay(day);
+    if (!byDay_.empty()) {
+        bool named = false;
+        for (const ByDay& b : byDay_)
+            named = named || b.wd == wd;
+        if (!named)
+            return false;
+    }
     if (!r_.byWeekNo.empty()) {
         int64_t w1 = week1Start(y, r_.wkst);
         int64_t wy = y;
@@ -124,7 +134,6 @@ bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
             return false;
     }
     if (!byDay_.empty()) {
-        int wd = weekdayOfDay(day);
         bool ordinals = r_.freq == Freq::Monthly ||
                         (r_.freq == Freq::Yearly && r_.byWeekNo.empty());
         bool ok = false;
@@ -262,10 +271,15 @@ bool RecurIter::fill()
                     for (int d = 0; d < 7; ++d)
                         cand.push_back(w1 + 7 * w + d);
                 }
-                // Days of this year numbered in the previous or next year's weeks
-                for (int64_t d = first; d < w1; ++d)
+                // Days of this year numbered in the previous or next year's
+                // weeks: the last week (52 or 53, or -1) and week 1 (or -52,
+                // -53) of those years. Only a rule naming one can take them.
+                bool edges = false;
+                for (int16_t wn : r_.byWeekNo)
+                    edges = edges || wn == 1 || wn == -1 || wn == 52 || wn == 53 || wn == -52 || wn == -53;
+                for (int64_t d = first; edges && d < w1; ++d)
                     cand.push_back(d);
-                for (int64_t d = week1Start(y + 1, r_.wkst); d <= last; ++d)
+                for (int64_t d = week1Start(y + 1, r_.wkst); edges && d <= last; ++d)
                     cand.push_back(d);
             }
             std::sort(cand.begin(), cand.end());
