@@ -10,9 +10,13 @@ std::wstring UseTempStore(const std::string &ics, const wchar_t *name)
     static int counter = 0;
     wchar_t tmp[MAX_PATH];
     GetTempPathW(MAX_PATH, tmp);
-    std::wstring dir = std::wstring(tmp) + L"lftest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                       std::to_wstring(++counter);
-    CreateDirectoryW(dir.c_str(), nullptr);
+    // Process ids come round again in one prefix, so a folder left by an
+    // earlier test process is never reused: the first name not yet taken.
+    std::wstring dir;
+    do {
+        dir = std::wstring(tmp) + L"lftest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+              std::to_wstring(++counter);
+    } while (!CreateDirectoryW(dir.c_str(), nullptr) && GetLastError() == ERROR_ALREADY_EXISTS);
     std::wstring path = dir + L"\\" + name;
     if (!ics.empty()) {
         HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
