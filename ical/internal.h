@@ -192,25 +192,53 @@ struct LineParts {
     std::string_view name, params, value;
 };
 
+// The first ':' or '"' in p[i..n), else n. `avail` is how many bytes may be
+// read from p (at least n): with SSE2, 16 are compared at once while that
+// many remain readable.
+inline size_t findColonOrQuote(const char* p, size_t i, size_t n, size_t avail)
+{
+#if defined(__SSE2__) && defined(__GNUC__)
+    for (; i < n && i + 16 <= avail; i += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        unsigned m = unsigned(_mm_movemask_epi8(
+            _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(':')), _mm_cmpeq_epi8(v, _mm_set1_epi8('"')))));
+        if (m) {
+            size_t j = i + size_t(__builtin_ctz(m));
+            return j < n ? j : n;
+        }
+    }
+#else
+    (void)avail;
+#endif
+    while (i < n && p[i] != ':' && p[i] != '"')
+        ++i;
+    return i < n ? i : n;
+}
+
 // The parameters and value of a line whose name (t[0..nameLen), already
 // checked) ends at a ';' or ':'; the value starts at the first ':' outside
-// quotes.
-inline bool splitAfterName(std::string_view t, size_t nameLen, LineParts& out)
+// quotes. `avail` is how many bytes may be read from t.data().
+inline bool splitAfterName(std::string_view t, size_t nameLen, LineParts& out, size_t avail = 0)
 {
+    const char* p = t.data();
+    const size_t n = t.size();
+    if (avail < n)
+        avail = n;
     size_t i = nameLen;
     bool q = false;
-    for (; i < t.size(); ++i) {
-        char c = t[i];
-        if (c == '"')
-            q = !q;
-        else if (c == ':' && !q)
+    for (;;) {
+        i = findColonOrQuote(p, i, n, avail);
+        if (i == n)
+            return false;
+        if (p[i] == ':' && !q)
             break;
+        if (p[i] == '"')
+            q = !q;
+        ++i;
     }
-    if (i == t.size())
-        return false;
-    out.name = t.substr(0, nameLen);
-    out.params = t.substr(nameLen, i - nameLen);
-    out.value = t.substr(i + 1);
+    out.name = std::string_view(p, nameLen);
+    out.params = std::string_view(p + nameLen, i - nameLen);
+    out.value = std::string_view(p + i + 1, n - i - 1);
     return true;
 }
 

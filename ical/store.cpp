@@ -34,19 +34,42 @@ bool StoreImpl::parseTime(Source& s, std::string_view params, std::string_view v
         return true;
     }
     std::string_view tzid;
-    if (findParam(params, "TZID", tzid) && !tzid.empty()) {
-        int z = lookupZone(s, tzid);
-        if (z >= 0) {
-            t.kind = TimeKind::Zoned;
-            t.zone = z;
-            return true;
-        }
+    int z = zoneOfParams(s, params, tzid);
+    if (z >= 0) {
+        t.kind = TimeKind::Zoned;
+        t.zone = z;
+        return true;
+    }
+    if (z == kUnknownZone) {
         if (unknownTzids.insert(std::string(tzid)).second)
             report(problems, s.path, line,
                    "time zone \"" + std::string(tzid) + "\" has no VTIMEZONE; its times are read as floating");
     }
     t.kind = TimeKind::Floating;
     return true;
+}
+
+// The zone a time's parameters name: its index, kNoZone without a TZID, or
+// kUnknownZone (tzid then holds the name). While a file is read, the last
+// parameters that named a known zone are remembered: the events of a large
+// calendar mostly repeat the same few.
+int StoreImpl::zoneOfParams(const Source& s, std::string_view params, std::string_view& tzid)
+{
+    if (params.empty())
+        return kNoZone;
+    if (bulkLoading && zoneMemo.source == &s && params == zoneMemo.params)
+        return zoneMemo.zone;
+    if (!findParam(params, "TZID", tzid) || tzid.empty())
+        return kNoZone;
+    int z = lookupZone(s, tzid);
+    if (z < 0)
+        return kUnknownZone;
+    if (bulkLoading) {
+        zoneMemo.source = &s;
+        zoneMemo.params.assign(params.data(), params.size());
+        zoneMemo.zone = z;
+    }
+    return z;
 }
 
 int StoreImpl::lookupZone(const Source& s, std::string_view tzid) const
@@ -137,6 +160,7 @@ void StoreImpl::addZone(Source& s, std::string_view text, const ScannedItem& it,
         }
         s.tzids[zones[size_t(idx)].name] = idx;
         zoneByName.emplace(zones[size_t(idx)].name, idx);
+        zoneMemo = ZoneMemo();  // the TZID may now name another zone
     }
 }
 
@@ -533,11 +557,11 @@ void StoreImpl::detachOverride(EventId id)
     e.master = kNoEvent;
 }
 
-bool StoreImpl::namesUnknownZone(const Source& s, const ScannedItem& it) const
+bool StoreImpl::namesUnknownZone(const Source& s, const ScannedItem& it)
 {
     for (const KeyProp& k : it.keys) {
         std::string_view tz;
-        if (!k.params.empty() && findParam(k.params, "TZID", tz) && lookupZone(s, tz) < 0)
+        if (zoneOfParams(s, k.params, tz) == kUnknownZone)
             return true;
     }
     return false;
@@ -548,6 +572,7 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
     uint32_t si = uint32_t(sources.size());
     sources.push_back(std::move(src));
     Source& s = sources[si];
+    zoneMemo = ZoneMemo();
     EventId first = EventId(evs.size());
     // Untouched reserve costs no memory; growing by copies would. Many
     // small files (a directory store) grow geometrically instead.

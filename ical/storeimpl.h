@@ -187,7 +187,9 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
         if (lv.folded)
             lv.text = lr.unfold(lv);
         LineParts lp;
-        if (!(named ? splitAfterName(lv.text, ne, lp) : splitLine(lv.text, lp))) {
+        const bool inText = lv.text.data() >= text.data() && lv.text.data() < textEnd;
+        const size_t avail = inText ? size_t(textEnd - lv.text.data()) : lv.text.size();
+        if (!(named ? splitAfterName(lv.text, ne, lp, avail) : splitLine(lv.text, lp))) {
             report(problems, file, lv.line, "not a content line; kept as it is");
             continue;
         }
@@ -258,7 +260,7 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
         if (inItem && stack.size() == 2 && curId == kEventName) {
             KeyName k = named ? key : classify(lp.name);
             if (k != kOther) {
-                if (lv.text.data() < text.data() || lv.text.data() >= textEnd) {
+                if (!inText) {
                     // A folded line lives in the reader's scratch buffer: keep a copy.
                     cur.folded.emplace_back(lv.text);
                     std::string_view t = cur.folded.back();
@@ -379,6 +381,13 @@ struct StoreImpl {
 
     bool parseTime(Source& s, std::string_view params, std::string_view value, Time& t, int line,
                    std::vector<Problem>* problems);
+    static const int kNoZone = -1, kUnknownZone = -2;
+    struct ZoneMemo {
+        const Source* source = nullptr;
+        std::string params;
+        int zone = kNoZone;
+    } zoneMemo;
+    int zoneOfParams(const Source& s, std::string_view params, std::string_view& tzid);
     int lookupZone(const Source& s, std::string_view tzid) const;
     int64_t absolute(const Time& t) const;
     int64_t inClock(const Time& clock, const Time& t) const;
@@ -395,7 +404,7 @@ struct StoreImpl {
     void link(EventId from, std::vector<Problem>* problems, bool bulk);
     void attachOverride(EventId id);
     void detachOverride(EventId id);
-    bool namesUnknownZone(const Source& s, const ScannedItem& it) const;
+    bool namesUnknownZone(const Source& s, const ScannedItem& it);
     bool loadSource(Source src, std::vector<Problem>* problems, bool doLink = true);
     std::string itemBytes(const Source& s, const Item& it) const;
     std::string sourceText(const Source& s) const;

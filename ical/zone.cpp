@@ -78,13 +78,29 @@ void Zone::finish()
     }
 }
 
+namespace {
+// How many of the sorted keys are at most x (std::upper_bound's index),
+// halving without a branch to guess: a large calendar converts a time for
+// most of its events, and these searches were a good part of reading it.
+template <class T, class Key>
+size_t countAtMost(const T* a, size_t n, int64_t x, Key key)
+{
+    if (n == 0)
+        return 0;
+    const T* base = a;
+    while (n > 1) {
+        size_t half = n / 2;
+        base = key(base[half]) <= x ? base + half : base;
+        n -= half;
+    }
+    return size_t(base - a) + (key(*base) <= x ? 1 : 0);
+}
+}  // namespace
+
 int32_t Zone::offsetAtUtc(int64_t utc) const
 {
-    auto it = std::upper_bound(transitions.begin(), transitions.end(), utc,
-                               [](int64_t v, const Transition& t) { return v < t.utc; });
-    if (it == transitions.begin())
-        return initialOffset;
-    return (it - 1)->offset;
+    size_t i = countAtMost(transitions.data(), transitions.size(), utc, [](const Transition& t) { return t.utc; });
+    return i == 0 ? initialOffset : transitions[i - 1].offset;
 }
 
 int64_t Zone::toUtc(int64_t local) const
@@ -93,10 +109,9 @@ int64_t Zone::toUtc(int64_t local) const
     // decides: before it, the old offset applies - which reads a time in a
     // gap with the offset before the gap, and a time in an overlap as its
     // first occurrence.
-    auto it = std::upper_bound(localKeys_.begin(), localKeys_.end(), local);
-    if (it == localKeys_.end())
+    size_t i = countAtMost(localKeys_.data(), localKeys_.size(), local, [](int64_t k) { return k; });
+    if (i == localKeys_.size())
         return local - (transitions.empty() ? initialOffset : transitions.back().offset);
-    size_t i = size_t(it - localKeys_.begin());
     int32_t before = i == 0 ? initialOffset : transitions[i - 1].offset;
     return local - before;
 }
