@@ -196,7 +196,18 @@ public:
     void finish();
 
 private:
-    std::vector<int64_t> localKeys_;
+    // Sorted keys with a table of where each stretch of time starts, so a
+    // lookup looks at the few keys of one stretch.
+    struct KeyIndex {
+        std::vector<int64_t> keys;
+        std::vector<uint32_t> first;  // first[b]: keys before stretch b
+        int64_t base = 0;
+        int shift = 0;
+        void build();
+        size_t countAtMost(int64_t x) const;
+    };
+    KeyIndex local_;  // the later wall clock of each transition
+    KeyIndex utc_;    // each transition's instant
 };
 
 // ---------------------------------------------------------------- content

@@ -67,21 +67,24 @@ void Zone::finish()
         prev = t.offset;
     }
     transitions.swap(kept);
-    localKeys_.resize(transitions.size());
+    local_.keys.resize(transitions.size());
+    utc_.keys.resize(transitions.size());
     prev = initialOffset;
     int64_t last = INT64_MIN;
     for (size_t i = 0; i < transitions.size(); ++i) {
         int64_t k = transitions[i].utc + std::max(prev, transitions[i].offset);
         last = std::max(last, k);
-        localKeys_[i] = last;
+        local_.keys[i] = last;
+        utc_.keys[i] = transitions[i].utc;
         prev = transitions[i].offset;
     }
+    local_.build();
+    utc_.build();
 }
 
 namespace {
 // How many of the sorted keys are at most x (std::upper_bound's index),
-// halving without a branch to guess: a large calendar converts a time for
-// most of its events, and these searches were a good part of reading it.
+// halving without a branch to guess.
 template <class T, class Key>
 size_t countAtMost(const T* a, size_t n, int64_t x, Key key)
 {
@@ -95,11 +98,55 @@ size_t countAtMost(const T* a, size_t n, int64_t x, Key key)
     }
     return size_t(base - a) + (key(*base) <= x ? 1 : 0);
 }
+
+int64_t plainKey(int64_t k) { return k; }
 }  // namespace
+
+// Stretches of 2^shift seconds, about two per key: a zone changes offset
+// twice a year, and a large calendar converts a time for most of its
+// events, so each lookup should touch one or two keys.
+void Zone::KeyIndex::build()
+{
+    first.clear();
+    base = keys.empty() ? 0 : keys.front();
+    if (keys.size() < 8)
+        return;
+    uint64_t span = uint64_t(keys.back()) - uint64_t(base);
+    shift = 16;
+    while (shift < 63 && (span >> shift) > 2 * keys.size() + 64)
+        ++shift;
+    size_t stretches = size_t(span >> shift) + 1;
+    first.resize(stretches + 1);
+    size_t i = 0;
+    for (size_t b = 0; b < stretches; ++b) {
+        while (i < keys.size() && uint64_t(keys[i]) - uint64_t(base) < (uint64_t(b) << shift))
+            ++i;
+        first[b] = uint32_t(i);
+    }
+    first[stretches] = uint32_t(keys.size());
+}
+
+size_t Zone::KeyIndex::countAtMost(int64_t x) const
+{
+    const size_t n = keys.size();
+    if (first.empty())
+        return ::lfical::countAtMost(keys.data(), n, x, plainKey);
+    if (x < keys[0])
+        return 0;
+    if (x >= keys[n - 1])
+        return n;
+    size_t b = size_t((uint64_t(x) - uint64_t(base)) >> shift);
+    size_t lo = first[b], hi = first[b + 1];
+    return lo + ::lfical::countAtMost(keys.data() + lo, hi - lo, x, plainKey);
+}
 
 int32_t Zone::offsetAtUtc(int64_t utc) const
 {
-    size_t i = countAtMost(transitions.data(), transitions.size(), utc, [](const Transition& t) { return t.utc; });
+    // Transitions filled by hand and not yet finished are searched as they are.
+    size_t i = utc_.keys.size() == transitions.size()
+                   ? utc_.countAtMost(utc)
+                   : countAtMost(transitions.data(), transitions.size(), utc,
+                                 [](const Transition& t) { return t.utc; });
     return i == 0 ? initialOffset : transitions[i - 1].offset;
 }
 
@@ -109,8 +156,8 @@ int64_t Zone::toUtc(int64_t local) const
     // decides: before it, the old offset applies - which reads a time in a
     // gap with the offset before the gap, and a time in an overlap as its
     // first occurrence.
-    size_t i = countAtMost(localKeys_.data(), localKeys_.size(), local, [](int64_t k) { return k; });
-    if (i == localKeys_.size())
+    size_t i = local_.countAtMost(local);
+    if (i == local_.keys.size())
         return local - (transitions.empty() ? initialOffset : transitions.back().offset);
     int32_t before = i == 0 ? initialOffset : transitions[i - 1].offset;
     return local - before;

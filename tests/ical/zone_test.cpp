@@ -94,6 +94,51 @@ TEST(Zones, ZoneinfoPosixAndWindowsRulesAgree)
     EXPECT_EQ(3600, berlin.offsetAtUtc(at("19800101")));
 }
 
+// The indexed lookups against a walk over every transition, at each
+// transition and a second either side, for zones with few transitions, with
+// decades of them, and with zoneinfo's far-past sentinels.
+TEST(Zones, LookupsAgreeWithAWalkOverTheTransitions)
+{
+    std::string err;
+    Zone berlin, posix, few = Zone::fixed(3600, "few");
+    ASSERT_TRUE(Zone::fromIana("Europe/Berlin", berlin, err)) << err;
+    ASSERT_TRUE(Zone::fromPosix("AEST-10AEDT,M10.1.0,M4.1.0/3", "sydney", posix, err)) << err;
+    few.transitions = {{at("20000326T010000"), 7200, true}, {at("20001029T010000"), 3600, false}};
+    few.finish();
+    Store s;
+    ASSERT_TRUE(s.loadText(lftest::calendar(""), "z", nullptr));
+    const Zone* zones[] = {&berlin, &posix, &few, &s.zone(s.zoneIndex("America/New_York"))};
+    for (const Zone* z : zones) {
+        ASSERT_FALSE(z->transitions.empty()) << z->name;
+        auto offsetWalk = [&](int64_t utc) {
+            int32_t off = z->initialOffset;
+            for (const Transition& t : z->transitions)
+                if (t.utc <= utc)
+                    off = t.offset;
+            return off;
+        };
+        auto toUtcWalk = [&](int64_t local) {
+            int32_t prev = z->initialOffset;
+            int64_t key = INT64_MIN;
+            for (const Transition& t : z->transitions) {
+                key = std::max(key, t.utc + std::max(prev, t.offset));
+                if (key > local)
+                    return local - prev;
+                prev = t.offset;
+            }
+            return local - prev;
+        };
+        for (const Transition& t : z->transitions) {
+            for (int64_t d : {-86400, -1, 0, 1, 3599, 3600, 86400}) {
+                int64_t u = t.utc + d;
+                ASSERT_EQ(offsetWalk(u), z->offsetAtUtc(u)) << z->name << " at " << u;
+                int64_t l = t.utc + t.offset + d;
+                ASSERT_EQ(toUtcWalk(l), z->toUtc(l)) << z->name << " at local " << l;
+            }
+        }
+    }
+}
+
 TEST(Zones, SouthernHemisphereWindowsRules)
 {
     WindowsZoneInfo w;  // AUS Eastern Standard Time
