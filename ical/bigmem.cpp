@@ -17,6 +17,7 @@ namespace lfical {
 
 namespace {
 const size_t kBig = size_t(1) << 20;
+const size_t kMid = size_t(64) << 10;
 
 #ifndef _WIN32
 #if defined(__linux__) && !defined(MADV_POPULATE_WRITE)
@@ -72,6 +73,14 @@ void* bigAlloc(size_t bytes)
             throw std::bad_alloc();
         return p;
     }
+    if (bytes >= kMid) {
+        // Too small for huge pages, big enough that malloc would map it and
+        // then take a fault on every page as the index is filled.
+        void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        if (p == MAP_FAILED)
+            throw std::bad_alloc();
+        return p;
+    }
 #endif
     return ::operator new(bytes);
 }
@@ -81,6 +90,10 @@ void bigFree(void* p, size_t bytes)
 #ifndef _WIN32
     if (bytes >= kBig) {
         munmap(p, mappedSize(bytes));
+        return;
+    }
+    if (bytes >= kMid) {
+        munmap(p, bytes);
         return;
     }
 #else

@@ -275,7 +275,7 @@ EventId StoreImpl::buildEvent(uint32_t si, uint32_t ii, const ScannedItem& it, s
             e.ridFuture = true;
     }
     if (e.hasStart && !e.hasRid && (rrule || !lists.empty())) {
-        auto sr = std::make_unique<Series>();
+        SeriesPtr sr(seriesPool.make(), SeriesRelease{&seriesPool});
         if (rrule) {
             std::string err;
             if (parseRecur(rrule->value, sr->rule, err))

@@ -322,6 +322,57 @@ struct Series {
     int64_t maxLen = 0;      // longest instance, seconds
 };
 
+// Series records come from chunks brought in whole: made one by one, the
+// two thousand series of a large calendar took a page fault every few
+// records, and on a virtual machine a fault costs some ten microseconds.
+class SeriesPool {
+public:
+    SeriesPool() = default;
+    SeriesPool(const SeriesPool&) = delete;
+    SeriesPool& operator=(const SeriesPool&) = delete;
+    ~SeriesPool()
+    {
+        for (Series* c : chunks_)
+            bigFree(c, kChunk * sizeof(Series));
+    }
+    Series* make()
+    {
+        void* slot;
+        if (free_) {
+            slot = free_;
+            free_ = free_->next;
+        } else {
+            if (chunks_.empty() || used_ == kChunk) {
+                chunks_.reserve(chunks_.size() + 1);
+                chunks_.push_back(static_cast<Series*>(bigAlloc(kChunk * sizeof(Series))));
+                used_ = 0;
+            }
+            slot = chunks_.back() + used_++;
+        }
+        return new (slot) Series();
+    }
+    void release(Series* s) noexcept
+    {
+        s->~Series();
+        free_ = new (static_cast<void*>(s)) Free{free_};
+    }
+
+private:
+    struct Free {
+        Free* next;
+    };
+    static const size_t kChunk = 256;
+    std::vector<Series*> chunks_;
+    size_t used_ = 0;
+    Free* free_ = nullptr;
+};
+
+struct SeriesRelease {
+    SeriesPool* pool = nullptr;
+    void operator()(Series* s) const noexcept { pool->release(s); }
+};
+using SeriesPtr = std::unique_ptr<Series, SeriesRelease>;
+
 struct Ev {
     uint32_t source = 0, item = 0;
     int line = 0;
@@ -335,7 +386,7 @@ struct Ev {
     Time rid;
     bool live = true;
     EventId master = kNoEvent;
-    std::unique_ptr<Series> series;
+    SeriesPtr series;
     int bucket = -1;
     int64_t key = 0;
 };
@@ -356,6 +407,7 @@ using namespace store;
 
 struct StoreImpl {
     std::vector<Source> sources;
+    SeriesPool seriesPool;  // before evs: their series go back to it
     std::vector<Ev, BigAllocator<Ev>> evs;
     std::vector<Zone> zones;
     std::map<std::string, int> zoneByText;
