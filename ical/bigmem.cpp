@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "internal.h"
 
@@ -27,11 +29,29 @@ const size_t kHuge = size_t(2) << 20;
 
 size_t mappedSize(size_t bytes) { return (bytes + kHuge - 1) & ~(kHuge - 1); }
 
-// Whole 2 MiB pages, aligned so the kernel can back them with huge pages,
-// every page brought in at once. On a virtual machine each 4 KiB page costs
-// a fault to bring in and a walk of two page tables on a TLB miss: writing a
-// hundred thousand event records into 4 KiB pages took longer than parsing
-// the calendar they came from.
+// Whether the kernel gives huge pages to regions that ask for them.
+bool hugePagesOn()
+{
+    static const bool on = [] {
+        FILE* f = fopen("/sys/kernel/mm/transparent_hugepage/enabled", "r");
+        if (!f)
+            return false;
+        char buf[128] = {0};
+        size_t n = fread(buf, 1, sizeof buf - 1, f);
+        fclose(f);
+        std::string_view v(buf, n);
+        return v.find("[always]") != std::string_view::npos || v.find("[madvise]") != std::string_view::npos;
+    }();
+    return on;
+}
+
+// Whole 2 MiB pages, aligned so the kernel can back them with huge pages.
+// On a virtual machine each 4 KiB page costs a fault to bring in and a walk
+// of two page tables on a TLB miss: writing a hundred thousand event records
+// into 4 KiB pages took longer than parsing the calendar they came from.
+// With huge pages a fault brings in 2 MiB, so pages are left to come in as
+// they are used (the arrays are reserved generously); without them every
+// page is brought in at once.
 void* mapBig(size_t bytes)
 {
     size_t len = mappedSize(bytes);
@@ -48,13 +68,14 @@ void* mapBig(size_t bytes)
 #ifdef MADV_HUGEPAGE
     madvise(p, len, MADV_HUGEPAGE);
 #endif
+    if (hugePagesOn())
+        return p;
     bool populated = false;
 #ifdef MADV_POPULATE_WRITE
     populated = madvise(p, len, MADV_POPULATE_WRITE) == 0;
 #endif
     if (!populated) {
-        // Older kernels: touch each page (one fault per huge page when the
-        // kernel gives them).
+        // Older kernels: touch each page.
         volatile char* v = p;
         for (size_t i = 0; i < len; i += 4096)
             v[i] = 0;
