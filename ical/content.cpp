@@ -104,6 +104,15 @@ Property& Component::set(std::string_view n, std::string_view value)
     Property p;
     p.name = std::string(n);
     p.value = std::string(value);
+    return append(std::move(p));
+}
+
+Property& Component::append(Property p)
+{
+    // Sub-components written after the last property stay after it.
+    for (size_t& at : subAt)
+        if (at == props.size())
+            ++at;
     props.push_back(std::move(p));
     return props.back();
 }

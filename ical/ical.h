@@ -17,6 +17,7 @@
 //       // floating and all-day values kept as written.
 //   store.edit(id, edit);  store.add(edit);  store.remove(id);
 //   store.addExdate(seriesId, occurrenceStart);  store.removeOverride(overrideId);
+//   store.addOverride(seriesId, occurrenceStart, edit);  // change one occurrence
 //   store.save(&problems);   // atomic per file; merges by UID when the file
 //                            // changed on disk since it was read
 //   store.changedOnDisk();   // another program changed the store: reload
@@ -241,6 +242,9 @@ struct Component {
     std::vector<const Property*> findAll(std::string_view name) const;
     void remove(std::string_view name);
     Property& set(std::string_view name, std::string_view value);  // replaces first, else appends
+    // Adds after the other properties but before sub-components that end
+    // the component (an event's properties come before its alarms).
+    Property& append(Property p);
 };
 
 // Parses one component (BEGIN..END) from text; problems get line numbers
@@ -353,6 +357,17 @@ public:
     bool remove(EventId id);  // a series master takes its overrides with it
     bool addExdate(EventId series, const Time& occurrenceStart);
     bool removeOverride(EventId overrideId);
+    // The first change to one occurrence of a series: a new override in the
+    // series' file, with the series' UID and a RECURRENCE-ID that is the
+    // occurrence's original start in the series' own form (DATE, TZID, UTC
+    // or floating, as DTSTART). It carries the series' other properties and
+    // alarms (their bytes kept), the occurrence's start and end, `fields`
+    // applied, and fresh DTSTAMP, LAST-MODIFIED and SEQUENCE. A start given
+    // without an end keeps the occurrence's length. Returns the override,
+    // or kNoEvent when series is not a series, occurrenceStart (any clock)
+    // is not one of its occurrences, that occurrence is deleted or already
+    // has an override (edit that one), or fields set an RRULE.
+    EventId addOverride(EventId series, const Time& occurrenceStart, const EventEdit& fields);
 
     bool dirty() const;
     // Whether another program changed, added or removed a file of the store

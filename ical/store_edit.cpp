@@ -391,7 +391,7 @@ bool Store::addExdate(EventId series, const Time& occurrenceStart)
     p.name = "EXDATE";
     p.params = params;
     p.value = v;
-    comp.props.push_back(std::move(p));
+    comp.append(std::move(p));
     d_->applyEdit(d_->sources[e.source], comp, EventEdit(), false);
     return d_->replaceItem(series, writeComponent(comp));
 }
@@ -401,6 +401,154 @@ bool Store::removeOverride(EventId overrideId)
     if (!valid(overrideId) || !d_->evs[overrideId].hasRid)
         return false;
     return remove(overrideId);
+}
+
+// Whether the series has an occurrence originally starting at c (its own
+// clock) that no EXDATE removed and no override has taken.
+bool StoreImpl::plainInstance(EventId id, int64_t c) const
+{
+    const Ev& e = evs[id];
+    const Series& sr = *e.series;
+    if (std::binary_search(sr.exdates.begin(), sr.exdates.end(), c) ||
+        std::binary_search(sr.exdays.begin(), sr.exdays.end(), floorDiv(c, kDay)))
+        return false;
+    auto ov = std::lower_bound(sr.overrides.begin(), sr.overrides.end(), std::make_pair(c, EventId(0)));
+    if (ov != sr.overrides.end() && ov->first == c)
+        return false;
+    if (c == e.start.civil)
+        return true;
+    for (const auto& r : sr.rdates)
+        if (r.first == c)
+            return true;
+    if (!sr.hasRule || c < e.start.civil || c > sr.until)
+        return false;
+    if (sr.rule.count)
+        return std::binary_search(sr.counted.begin(), sr.counted.end(), c);
+    RecurIter it(sr.rule, e.start.civil, e.start.isDate(), sr.until);
+    it.seek(c);
+    int64_t t;
+    while (it.next(t, c)) {
+        if (t >= c)
+            return t == c;
+    }
+    return false;
+}
+
+// t moved on by `seconds` of elapsed time, in t's own clock.
+Time StoreImpl::after(const Time& t, int64_t seconds) const
+{
+    Time r = t;
+    if (t.kind == TimeKind::Zoned && t.zone >= 0 && size_t(t.zone) < zones.size()) {
+        const Zone& z = zones[size_t(t.zone)];
+        r.civil = z.fromUtc(z.toUtc(t.civil) + seconds);
+    } else {
+        r.civil = t.civil + seconds;
+    }
+    return r;
+}
+
+EventId Store::addOverride(EventId series, const Time& occurrenceStart, const EventEdit& fields)
+{
+    StoreImpl& d = *d_;
+    if (!valid(series) || !d.evs[series].series || !d.sources[d.evs[series].source].writable)
+        return kNoEvent;
+    if (fields.rrule && !fields.rrule->empty())
+        return kNoEvent;  // one occurrence does not recur
+    const Time seriesStart = d.evs[series].start;
+    int64_t c = d.inClock(seriesStart, occurrenceStart);
+    if (seriesStart.isDate())
+        c = floorDiv(c, kDay) * kDay;
+    else if (occurrenceStart.isDate())
+        c += seriesStart.civil - floorDiv(seriesStart.civil, kDay) * kDay;
+    if (!d.plainInstance(series, c))
+        return kNoEvent;
+    // The occurrence as it shows now: the series' own, or from a
+    // THISANDFUTURE override on, that override's, moved as it moves them.
+    const Series& sr = *d.evs[series].series;
+    EventId base = series;
+    Time start = seriesStart;
+    start.civil = c;
+    if (sr.future != kNoEvent && c >= sr.futureRid) {
+        base = sr.future;
+        start = d.evs[base].start;
+        start.civil = c + (d.inClock(seriesStart, d.evs[base].start) - sr.futureRid);
+    }
+    const EndKind endKind = d.evs[base].endKind;
+    const int64_t length = d.evs[base].exact;
+    Time rid = seriesStart;
+    rid.civil = c;
+    const uint32_t si = d.evs[series].source;
+    Source& s = d.sources[si];
+    const Component from = d.parsed(base);
+
+    // Everything but what makes it recur, in the same order; RECURRENCE-ID
+    // goes just before DTSTART.
+    Component comp;
+    comp.name = from.name;
+    comp.beginRaw = from.beginRaw;
+    comp.endRaw = from.endRaw;
+    std::vector<size_t> newAt(from.props.size() + 1, 0);
+    for (size_t i = 0; i < from.props.size(); ++i) {
+        newAt[i] = comp.props.size();
+        const Property& p = from.props[i];
+        const std::string& n = p.name;
+        if (n.empty() || n == "RRULE" || n == "RDATE" || n == "EXDATE" || n == "EXRULE" || n == "RECURRENCE-ID")
+            continue;
+        if (n == "DTSTART") {
+            Property r;
+            r.name = "RECURRENCE-ID";
+            r.value = d.timeValue(s, rid, r.params);
+            comp.props.push_back(std::move(r));
+            Property st;
+            st.name = "DTSTART";
+            st.value = d.timeValue(s, start, st.params);
+            comp.props.push_back(std::move(st));
+            continue;
+        }
+        if (n == "DTEND") {
+            if (endKind != EndKind::DtEnd)
+                continue;
+            Property en;
+            en.name = "DTEND";
+            en.value = d.timeValue(s, d.after(start, length), en.params);
+            comp.props.push_back(std::move(en));
+            continue;
+        }
+        comp.props.push_back(p);
+    }
+    newAt[from.props.size()] = comp.props.size();
+    for (size_t k = 0; k < from.subs.size(); ++k) {
+        comp.subs.push_back(from.subs[k]);
+        comp.subAt.push_back(newAt[from.subAt[k]]);
+    }
+    EventEdit f = fields;
+    if (f.start && !f.end) {
+        if (f.start->isDate() != start.isDate()) {
+            // Another kind of start: the old length means nothing for it.
+            comp.remove("DTEND");
+            comp.remove("DURATION");
+        } else if (endKind == EndKind::DtEnd) {
+            f.end = d.after(*f.start, length);
+        }
+    }
+    d.applyEdit(s, comp, f, false);
+
+    d.ensureCalendar(s);
+    Item it;
+    it.begin = it.end = s.insertAt;
+    it.isEvent = true;
+    it.repl = writeComponent(comp);
+    it.added = it.pending = true;
+    s.items.push_back(std::move(it));
+    s.dirty = true;
+    EventId id = d.reread(si, uint32_t(s.items.size() - 1), kNoEvent);
+    d.relink(id);
+    if (d.evs[id].master != series) {
+        // Not taken as this series' override (it should always be): undo.
+        d.removeEvent(id);
+        return kNoEvent;
+    }
+    return id;
 }
 
 void StoreImpl::stamp(Source& s)

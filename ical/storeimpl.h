@@ -467,6 +467,8 @@ struct StoreImpl {
     int64_t inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const;
     std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const;
     Component parsed(EventId id) const;
+    bool plainInstance(EventId id, int64_t c) const;
+    Time after(const Time& t, int64_t seconds) const;
     std::string timeValue(Source& s, const Time& t, std::string& params);
     void setTime(Source& s, Component& c, const char* name, const Time& t);
     void applyEdit(Source& s, Component& c, const EventEdit& f, bool fresh);

@@ -248,6 +248,159 @@ TEST(Changes, AddDeleteExdateAndOverrideRemoval)
     EXPECT_EQ(s.eventCount(), again.eventCount());
 }
 
+// A first change to one occurrence adds an override in the series' own
+// form, for each kind of start a series can have.
+TEST(Changes, OverrideOfOneOccurrence)
+{
+    const char* kAlarm = "BEGIN:VALARM\nACTION:DISPLAY\nDESCRIPTION:Reminder\nTRIGGER:-PT15M\nEND:VALARM\n";
+    const struct {
+        const char* name;
+        std::string series;
+        const char* occurrence;  // the third one, wall clock of the query zone (UTC)
+        const char* rid;         // the RECURRENCE-ID line expected
+        const char* start;       // the override's DTSTART line expected
+        const char* end;         // ... and its DTEND or DURATION line
+    } cases[] = {
+        {"floating", "DTSTART:20240101T090000\nDTEND:20240101T093000\nRRULE:FREQ=DAILY;COUNT=5\n",
+         "20240103T090000", "RECURRENCE-ID:20240103T090000", "DTSTART:20240103T090000", "DTEND:20240103T093000"},
+        {"zoned", "DTSTART;TZID=America/New_York:20240101T090000\nDTEND;TZID=America/New_York:20240101T100000\n"
+                  "RRULE:FREQ=DAILY\nEXDATE;TZID=America/New_York:20240102T090000\n",
+         "20240104T140000", "RECURRENCE-ID;TZID=America/New_York:20240104T090000",
+         "DTSTART;TZID=America/New_York:20240104T090000", "DTEND;TZID=America/New_York:20240104T100000"},
+        {"UTC", "DTSTART:20240101T220000Z\nDURATION:PT2H\nRRULE:FREQ=WEEKLY;BYDAY=MO,WE,FR\n", "20240105T220000",
+         "RECURRENCE-ID:20240105T220000Z", "DTSTART:20240105T220000Z", "DURATION:PT2H"},
+        {"all-day", "DTSTART;VALUE=DATE:20240101\nDTEND;VALUE=DATE:20240102\nRRULE:FREQ=WEEKLY;UNTIL=20241231\n",
+         "20240115", "RECURRENCE-ID;VALUE=DATE:20240115", "DTSTART;VALUE=DATE:20240115",
+         "DTEND;VALUE=DATE:20240116"},
+    };
+    for (const auto& c : cases) {
+        std::string text = lftest::calendar("BEGIN:VEVENT\nUID:s\nDTSTAMP:20230101T000000Z\nSEQUENCE:4\n" + c.series +
+                                            "SUMMARY:series\nDESCRIPTION:a long description that is folded because "
+                                            "it goes on and on past the\n  seventy-five octets of a line\n"
+                                            "X-KEEP;X-P=1:kept\n" + kAlarm + "END:VEVENT\n"
+                                            "BEGIN:VEVENT\nUID:other\nDTSTART:20240103T120000Z\nSUMMARY:other\nEND:VEVENT\n");
+        Store s;
+        ASSERT_TRUE(s.loadText(text, "o", nullptr)) << c.name;
+        EventId series = s.findUid("s");
+        auto all = s.query(Zone::utc(), at("20240101"), at("20240201"), Range::HalfOpen);
+        const Occurrence* third = nullptr;
+        for (const auto& o : all)
+            if (o.series == series && formatCivil(o.start, o.allDay) == c.occurrence)
+                third = &o;
+        ASSERT_NE(nullptr, third) << c.name;
+        Time rid = third->recurrenceId;
+        EventEdit e;
+        e.summary = std::string("only this one");
+        EventId ov = s.addOverride(series, rid, e);
+        ASSERT_NE(kNoEvent, ov) << c.name;
+        std::string bytes = s.bytes(ov);
+        for (const char* line : {c.rid, c.start, c.end, "UID:s", "SUMMARY:only this one", "SEQUENCE:5",
+                                 "X-KEEP;X-P=1:kept",
+                                 "DESCRIPTION:a long description that is folded because it goes on and on past "
+                                 "the\r\n  seventy-five octets of a line"})
+            EXPECT_NE(std::string::npos, bytes.find(std::string(line) + "\r\n")) << c.name << ": " << line << "\n" << bytes;
+        for (const char* gone : {"RRULE", "EXDATE", "DTSTAMP:20230101T000000Z"})
+            EXPECT_EQ(std::string::npos, bytes.find(gone)) << c.name << ": " << gone;
+        EXPECT_NE(std::string::npos, bytes.find("LAST-MODIFIED:")) << c.name;
+        // Properties come before the alarm, which keeps its bytes.
+        EXPECT_NE(std::string::npos, bytes.find("BEGIN:VALARM\r\nACTION:DISPLAY\r\nDESCRIPTION:Reminder\r\n"
+                                                "TRIGGER:-PT15M\r\nEND:VALARM\r\nEND:VEVENT\r\n")) << c.name;
+        EXPECT_LT(bytes.find("LAST-MODIFIED:"), bytes.find("BEGIN:VALARM")) << c.name;
+        EventInfo info = s.info(ov);
+        EXPECT_TRUE(info.hasRecurrenceId);
+        EXPECT_EQ(rid.civil, info.recurrenceId.civil) << c.name;
+        EXPECT_EQ(rid.kind, info.recurrenceId.kind) << c.name;
+        // Nothing else in the file changed: the override is the only new text.
+        std::string after = s.texts()[0].second;
+        size_t endCal = text.rfind("END:VCALENDAR");
+        EXPECT_EQ(text.substr(0, endCal) + bytes + text.substr(endCal), after) << c.name;
+        // That occurrence shows the change, the others do not, before and
+        // after the text is read again.
+        Store again;
+        ASSERT_TRUE(again.loadText(after, "again", nullptr));
+        const Store* both[] = {&s, &again};
+        for (const Store* st : both) {
+            auto occ = st->query(Zone::utc(), at("20240101"), at("20240201"), Range::HalfOpen);
+            ASSERT_EQ(all.size(), occ.size()) << c.name;
+            for (size_t i = 0; i < occ.size(); ++i) {
+                std::string want = all[i].series != series ? "other"
+                                   : formatCivil(all[i].start, all[i].allDay) == c.occurrence ? "only this one"
+                                                                                               : "series";
+                EXPECT_EQ(want, st->info(occ[i].event).summary) << c.name << " at " << formatCivil(occ[i].start, false);
+                EXPECT_EQ(all[i].start, occ[i].start) << c.name;
+            }
+        }
+        // A second first change to the same occurrence is refused: the
+        // override is there to be edited.
+        EXPECT_EQ(kNoEvent, s.addOverride(series, rid, e)) << c.name;
+    }
+}
+
+// Moving one occurrence, and what is refused.
+TEST(Changes, OverrideMovesAndRefusals)
+{
+    Store s;
+    ASSERT_TRUE(s.loadText(lftest::calendar(std::string(kSeries) +
+                                            "BEGIN:VEVENT\nUID:one\nDTSTART:20240110T100000Z\nEND:VEVENT\n"
+                                            "BEGIN:VEVENT\nUID:f\nDTSTART:20240101T090000Z\nDURATION:PT1H\n"
+                                            "RRULE:FREQ=DAILY;COUNT=5\nSUMMARY:old\nEND:VEVENT\n"
+                                            "BEGIN:VEVENT\nUID:f\nRECURRENCE-ID;RANGE=THISANDFUTURE:20240103T090000Z\n"
+                                            "DTSTART:20240103T110000Z\nDURATION:PT2H\nSUMMARY:new\nEND:VEVENT\n"),
+                           "m", nullptr));
+    const Zone& ny = s.zone(s.zoneIndex("America/New_York"));
+    EventId series = s.findUid("s");
+    // Moved to the next day at 15:00; without an end it keeps its hour.
+    EventEdit move;
+    move.start = Time{at("20240107T150000"), TimeKind::Zoned, s.zoneIndex("America/New_York")};
+    Time jan6{at("20240106T140000"), TimeKind::Utc, -1};  // 09:00 in New York, given in UTC
+    ASSERT_NE(kNoEvent, s.addOverride(series, jan6, move));
+    EXPECT_EQ("", uids(s, s.query(ny, at("20240106T080000"), at("20240106T120000"), Range::HalfOpen)));
+    auto moved = s.query(ny, at("20240107T140000"), at("20240107T170000"), Range::HalfOpen);
+    ASSERT_EQ(1u, moved.size());
+    EXPECT_EQ(at("20240107T160000"), moved[0].end);
+    EXPECT_EQ("daily", s.info(moved[0].event).summary);
+    // An occurrence after a THISANDFUTURE override starts from that one.
+    EventId f = s.findUid("f");
+    EventEdit note;
+    note.location = std::string("here");
+    EventId ov = s.addOverride(f, Time{at("20240104T090000"), TimeKind::Utc, -1}, note);
+    ASSERT_NE(kNoEvent, ov);
+    EventInfo in = s.info(ov);
+    EXPECT_EQ("new", in.summary);
+    EXPECT_EQ("here", in.location);
+    EXPECT_EQ(at("20240104T110000"), in.start.civil);
+    EXPECT_EQ(at("20240104T130000"), in.end.civil);
+    std::vector<Occurrence> ofF;
+    for (const auto& o : s.query(Zone::utc(), at("20240101"), at("20240110"), Range::HalfOpen))
+        if (o.series == f)
+            ofF.push_back(o);
+    EXPECT_EQ("20240101T090000 20240102T090000 20240103T110000 20240104T110000 20240105T110000", lftest::starts(ofF));
+    // Refused: not an occurrence, a deleted one, an overridden one, a
+    // single event, a rule for one occurrence.
+    EventEdit e;
+    e.summary = std::string("x");
+    EventEdit rule = e;
+    rule.rrule = std::string("FREQ=DAILY");
+    const struct {
+        const char* name;
+        EventId id;
+        Time when;
+        const EventEdit& edit;
+    } refused[] = {
+        {"not an occurrence", series, Time{at("20240105T100000"), TimeKind::Zoned, s.zoneIndex("America/New_York")}, e},
+        {"deleted by EXDATE", series, Time{at("20240103T090000"), TimeKind::Zoned, s.zoneIndex("America/New_York")}, e},
+        {"already changed", series, Time{at("20240104T090000"), TimeKind::Zoned, s.zoneIndex("America/New_York")}, e},
+        {"moved just now", series, jan6, e},
+        {"a single event", s.findUid("one"), Time{at("20240110T100000"), TimeKind::Utc, -1}, e},
+        {"a rule", series, Time{at("20240108T090000"), TimeKind::Zoned, s.zoneIndex("America/New_York")}, rule},
+        {"no such event", kNoEvent, jan6, e},
+    };
+    std::string before = s.texts()[0].second;
+    for (const auto& r : refused)
+        EXPECT_EQ(kNoEvent, s.addOverride(r.id, r.when, r.edit)) << r.name;
+    EXPECT_EQ(before, s.texts()[0].second);
+}
+
 TEST(Saving, AtomicSaveAndMergeWithAnotherProgramsChanges)
 {
     fs::path dir = scratchDir("save");
