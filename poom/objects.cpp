@@ -450,13 +450,12 @@ HRESULT Appointment::Save() {
         if (deleted_) return kNotFound;
         if (item_.isOccurrence) {
             if (SameFields(item_.f, saved_)) return S_OK;
-            // A changed occurrence is an exception of its series. A first
-            // change to an occurrence cannot be stored yet: it is refused
-            // rather than applied to the whole series.
+            // A changed occurrence is an exception of its series; the rest
+            // of the series stays as it was.
             std::string error, uid = store->UidOf(item_.oid);
-            bool unsupported = false;
-            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error, &unsupported))
-                return unsupported ? E_NOTIMPL : StoreFailure(*store, uid);
+            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error))
+                return StoreFailure(*store, uid);
+            item_.isOverride = true;
             saved_ = item_.f;
         } else {
             oid = item_.oid;

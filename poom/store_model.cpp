@@ -464,10 +464,28 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     return true;
 }
 
-bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
-                           bool* unsupported) {
+bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const {
+    // Where it shows: at its original start, or moved along with every later
+    // occurrence by a change to this and all following ones.
+    std::vector<LocalSecs> around = {originalStart};
+    for (lfical::EventId ov : ical_->overridesOf(series)) {
+        lfical::EventInfo info = ical_->info(ov);
+        if (info.thisAndFuture) around.push_back(originalStart + ToLocal(info.start) - ToLocal(info.recurrenceId));
+    }
+    for (LocalSecs at : around) {
+        for (const auto& o : ical_->query(local_, ToCivil(at - kSecsPerDay), ToCivil(at + kSecsPerDay),
+                                          lfical::Range::Closed)) {
+            if (o.series != series || !o.recurring || ToLocal(o.recurrenceId) != originalStart) continue;
+            if (o.event != series && !ical_->info(o.event).thisAndFuture) continue;  // changed on its own
+            out = o;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
-    if (unsupported) *unsupported = false;
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -475,7 +493,9 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
     }
     for (lfical::EventId ov : ical_->overridesOf(series)) {
         lfical::EventInfo old = ical_->info(ov);
-        if (ToLocal(old.recurrenceId) != originalStart) continue;
+        // A change to this and all later occurrences is not this one's own:
+        // changing it here would change the later ones too.
+        if (old.thisAndFuture || ToLocal(old.recurrenceId) != originalStart) continue;
         Fields was;
         FillFields(old, was);
         was.start = ToLocal(old.start);
@@ -488,11 +508,22 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
         }
         return Persist(old.uid, error);
     }
-    // A first change to an occurrence needs a new exception component,
-    // which the engine cannot add yet.
-    error = "changing a single occurrence is not supported yet";
-    if (unsupported) *unsupported = true;
-    return false;
+    // A first change: the occurrence as it shows now, with what changed,
+    // becomes an exception of its own.
+    lfical::Occurrence occ;
+    if (!FindPlainOccurrence(series, originalStart, occ)) {
+        error = "the occurrence is no longer in the series";
+        return false;
+    }
+    ItemSnapshot shown = SnapshotOf(occ);
+    lfical::EventInfo base = ical_->info(occ.event);
+    lfical::EventEdit e;
+    BuildEdit(false, base, shown.f, f, e);
+    if (ical_->addOverride(series, occ.recurrenceId, e) == lfical::kNoEvent) {
+        error = "the occurrence could not be changed";
+        return false;
+    }
+    return Persist(base.uid, error);
 }
 
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {

@@ -106,12 +106,10 @@ public:
     // clearRecurrence makes the appointment a one-off.
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
                   std::string& error);
-    // Saves a changed occurrence. An occurrence already changed once (an
-    // exception of the series) is changed again; a first change to an
-    // occurrence is refused (false, unsupported set) until the engine can
-    // add exceptions.
-    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
-                        bool* unsupported = nullptr);
+    // Saves a changed occurrence: one changed before (an exception of the
+    // series) is changed again; a first change makes it an exception of its
+    // own. The rest of the series stays as it was.
+    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error);
     bool DeleteItem(std::uint32_t oid, std::string& error);
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
@@ -123,6 +121,10 @@ public:
 
 private:
     lfical::EventId Find(std::uint32_t oid) const;
+    // The occurrence of a series that originally starts at originalStart and
+    // has not been changed on its own (it may follow a change to it and all
+    // later ones).
+    bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
     bool Persist(const std::string& uid, std::string& error);
     // The edit that turns `was` (read from `old`) into f: only changed

@@ -1018,31 +1018,91 @@ TEST(Store, SameAppointmentChangedByTwoIsReportedNotLost) {
 
 TEST(Items, ChangingOneOccurrence) {
     TempStore store;
-    Server server;
-    ASSERT_EQ(server.logon, S_OK);
-    long oid = OidOf(server.calendar.get(), L"Standup");
-    // An occurrence changed before (an exception of the series) changes again.
-    Ptr<IAppointment> moved;
-    ASSERT_EQ(OccurrenceOn(server.app.get(), oid, 2026, 11, 17, moved), S_OK);
-    ASSERT_EQ(moved->put_Location(Bstr(L"Room 2")), S_OK);
-    ASSERT_EQ(moved->Save(), S_OK);
-    std::string file = ReadBytes(store.path());
-    size_t override = file.find("RECURRENCE-ID:20261117T090000");
-    ASSERT_NE(override, std::string::npos);
-    EXPECT_NE(file.find("LOCATION:Room 2", override), std::string::npos);
-    EXPECT_EQ(file.find("LOCATION:Room 2"), file.find("LOCATION:Room 2", override));
-    // Saving an unchanged occurrence changes nothing.
-    Ptr<IAppointment> plain;
-    ASSERT_EQ(OccurrenceOn(server.app.get(), oid, 2026, 11, 24, plain), S_OK);
-    ASSERT_EQ(plain->Save(), S_OK);
-    EXPECT_EQ(ReadBytes(store.path()), file);
-    // A first change to a plain occurrence is refused, never applied to the
-    // whole series.
-    ASSERT_EQ(plain->put_Subject(Bstr(L"Only this one")), S_OK);
-    EXPECT_EQ(plain->Save(), E_NOTIMPL);
-    EXPECT_EQ(ReadBytes(store.path()), file);
-    Ptr<IAppointment> other;
-    EXPECT_EQ(plain->ClearRecurrencePattern(), E_INVALIDARG);
+    {
+        Server server;
+        ASSERT_EQ(server.logon, S_OK);
+        IPOutlookApp* app = server.app.get();
+        long oid = OidOf(server.calendar.get(), L"Standup");
+        // An occurrence changed before (an exception of the series) changes again.
+        Ptr<IAppointment> moved;
+        ASSERT_EQ(OccurrenceOn(app, oid, 2026, 11, 17, moved), S_OK);
+        ASSERT_EQ(moved->put_Location(Bstr(L"Room 2")), S_OK);
+        ASSERT_EQ(moved->Save(), S_OK);
+        std::string file = ReadBytes(store.path());
+        size_t override = file.find("RECURRENCE-ID:20261117T090000");
+        ASSERT_NE(override, std::string::npos);
+        EXPECT_NE(file.find("LOCATION:Room 2", override), std::string::npos);
+        EXPECT_EQ(file.find("LOCATION:Room 2"), file.find("LOCATION:Room 2", override));
+        // Saving an unchanged occurrence changes nothing.
+        Ptr<IAppointment> plain;
+        ASSERT_EQ(OccurrenceOn(app, oid, 2026, 11, 24, plain), S_OK);
+        ASSERT_EQ(plain->Save(), S_OK);
+        EXPECT_EQ(ReadBytes(store.path()), file);
+        // A first change to a plain occurrence makes it an exception of its
+        // own: one new VEVENT, every other byte of the file as it was.
+        ASSERT_EQ(plain->put_Subject(Bstr(L"Only this one")), S_OK);
+        ASSERT_EQ(plain->Save(), S_OK);
+        std::string after = ReadBytes(store.path());
+        size_t rid = after.find("RECURRENCE-ID:20261124T090000\r\n");
+        ASSERT_NE(rid, std::string::npos);
+        size_t begin = after.rfind("BEGIN:VEVENT\r\n", rid);
+        size_t end = after.find("END:VEVENT\r\n", rid) + 12;
+        std::string added = after.substr(begin, end - begin);
+        EXPECT_EQ(after.substr(0, begin) + after.substr(end), file);
+        for (const char* line : {"UID:standup@example.com\r\n", "SUMMARY:Only this one\r\n",
+                                 "DTSTART:20261124T090000\r\n", "DTEND:20261124T093000\r\n"})
+            EXPECT_NE(added.find(line), std::string::npos) << line << added;
+        EXPECT_EQ(added.find("RRULE"), std::string::npos) << added;
+        EXPECT_EQ(added.find("EXDATE"), std::string::npos) << added;
+        // Saved again, the same occurrence object changes its exception.
+        ASSERT_EQ(plain->put_Location(Bstr(L"Roof")), S_OK);
+        ASSERT_EQ(plain->Save(), S_OK);
+        after = ReadBytes(store.path());
+        EXPECT_EQ(after.find("RECURRENCE-ID:20261124T090000"), after.rfind("RECURRENCE-ID:20261124T090000"));
+        EXPECT_NE(after.find("LOCATION:Roof"), std::string::npos);
+        // Another occurrence moves to another day.
+        Ptr<IAppointment> dec1;
+        ASSERT_EQ(OccurrenceOn(app, oid, 2026, 12, 1, dec1), S_OK);
+        ASSERT_EQ(dec1->put_Start(OleDate(app, 2026, 12, 3, 14)), S_OK);
+        ASSERT_EQ(dec1->put_End(OleDate(app, 2026, 12, 3, 15)), S_OK);
+        ASSERT_EQ(dec1->Save(), S_OK);
+        EXPECT_EQ(plain->ClearRecurrencePattern(), E_INVALIDARG);
+    }
+    // What the views ask, in this logon and in a fresh one.
+    for (int logon = 0; logon < 2; ++logon) {
+        Server server;
+        ASSERT_EQ(server.logon, S_OK);
+        IFolder* cal = server.calendar.get();
+        EXPECT_EQ(Joined(Subjects(OneDay(cal, 2026, 11, 24))), "[Only this one]") << logon;
+        EXPECT_EQ(Joined(Subjects(OneDay(cal, 2026, 12, 1))), "[Late]") << logon;
+        auto dec3 = OneDay(cal, 2026, 12, 3);
+        ASSERT_EQ(Joined(Subjects(dec3)), "[Standup]") << logon;
+        EXPECT_DOUBLE_EQ(dec3[0].start, OleDate(server.app.get(), 2026, 12, 3, 14)) << logon;
+        EXPECT_DOUBLE_EQ(dec3[0].end, OleDate(server.app.get(), 2026, 12, 3, 15)) << logon;
+        EXPECT_EQ(dec3[0].oid, OidOf(cal, L"Standup")) << logon;
+        // The rest of the series is as it was.
+        for (int day : {8, 15}) {
+            auto list = OneDay(cal, 2026, 12, day);
+            ASSERT_EQ(Joined(Subjects(list)), "[Standup]") << logon << " " << day;
+            EXPECT_DOUBLE_EQ(list[0].start, OleDate(server.app.get(), 2026, 12, day, 9)) << logon;
+        }
+        EXPECT_EQ(Joined(Subjects(OneDay(cal, 2026, 11, 18))), "[Standup (moved)]") << logon;
+        EXPECT_EQ(Joined(Subjects(OneDay(cal, 2026, 11, 3))), "[Standup]") << logon;
+        // The series counts its exceptions: the deleted one, the one moved
+        // before, and the two changed here.
+        IDispatch* d = nullptr;
+        ASSERT_EQ(server.app->GetItemFromOid(OidOf(cal, L"Standup"), &d), S_OK);
+        Ptr<IAppointment> series;
+        AsAppointment(d, series);
+        d->Release();
+        Ptr<IRecurrencePattern> pattern;
+        ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
+        Ptr<IExceptions> exceptions;
+        ASSERT_EQ(pattern->get_Exceptions(&exceptions), S_OK);
+        int count = 0;
+        ASSERT_EQ(exceptions->get_Count(&count), S_OK);
+        EXPECT_EQ(count, 4) << logon;
+    }
 }
 
 // The child side of the interrupted-save test: adds appointments one after

@@ -246,6 +246,60 @@ TEST(Store, ChangesKeepTheBytesOfEverythingElse) {
     EXPECT_EQ(ReadFile(file).find("standup@example.com"), std::string::npos);
 }
 
+// A first change to one occurrence of a zoned series becomes an exception
+// in the series' zone, and one of a series changed from some day on changes
+// only itself.
+TEST(Store, ChangingOneOccurrenceOfAZonedSeries) {
+    TempDir dir;
+    fs::path file = dir / "calendar.ics";
+    WriteFile(file,
+              "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//test//EN\r\n"
+              "BEGIN:VTIMEZONE\r\nTZID:East\r\nBEGIN:STANDARD\r\nDTSTART:19700101T000000\r\n"
+              "TZOFFSETFROM:-0500\r\nTZOFFSETTO:-0500\r\nEND:STANDARD\r\nEND:VTIMEZONE\r\n"
+              "BEGIN:VEVENT\r\nUID:daily\r\nDTSTAMP:20260101T000000Z\r\n"
+              "DTSTART;TZID=East:20261102T090000\r\nDTEND;TZID=East:20261102T100000\r\n"
+              "RRULE:FREQ=DAILY;COUNT=10\r\nSUMMARY:Daily\r\nEND:VEVENT\r\n"
+              "BEGIN:VEVENT\r\nUID:daily\r\nDTSTAMP:20260101T000000Z\r\n"
+              "RECURRENCE-ID;TZID=East;RANGE=THISANDFUTURE:20261107T090000\r\n"
+              "DTSTART;TZID=East:20261107T110000\r\nDTEND;TZID=East:20261107T120000\r\n"
+              "SUMMARY:Daily later\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n");
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(file.string(), false, error)) << error;
+    std::uint32_t daily = OidOf(store, L"Daily");
+    auto change = [&](LocalSecs original, const wchar_t* subject, LocalSecs moveTo) {
+        ItemSnapshot occ;
+        ASSERT_TRUE(store.GetOccurrence(daily, original, occ));
+        occ.f.subject = subject;
+        if (moveTo) {
+            occ.f.end += moveTo - occ.f.start;
+            occ.f.start = moveTo;
+        }
+        ASSERT_TRUE(store.SaveOccurrence(daily, occ.originalStart, occ.f, error)) << error;
+    };
+    change(At(2026, 11, 3, 14), L"Third", 0);                         // 09:00 East is 14:00 UTC
+    change(At(2026, 11, 7, 16), L"Seventh only", At(2026, 11, 7, 18));  // where the later ones begin
+    change(At(2026, 11, 9, 16), L"Ninth", 0);
+    std::string text = ReadFile(file);
+    for (const char* rid : {"RECURRENCE-ID;TZID=East:20261103T090000\r\n", "RECURRENCE-ID;TZID=East:20261107T090000\r\n",
+                            "RECURRENCE-ID;TZID=East:20261109T090000\r\n"})
+        EXPECT_NE(text.find(rid), std::string::npos) << rid;
+    Store reread(lfical::Zone::utc());
+    ASSERT_TRUE(reread.Open(file.string(), false, error)) << error;
+    std::vector<std::pair<std::wstring, LocalSecs>> got, want = {
+        {L"Daily", At(2026, 11, 2, 14)},       {L"Third", At(2026, 11, 3, 14)},
+        {L"Daily", At(2026, 11, 4, 14)},       {L"Daily", At(2026, 11, 5, 14)},
+        {L"Daily", At(2026, 11, 6, 14)},       {L"Seventh only", At(2026, 11, 7, 18)},
+        {L"Daily later", At(2026, 11, 8, 16)}, {L"Ninth", At(2026, 11, 9, 16)},
+        {L"Daily later", At(2026, 11, 10, 16)}, {L"Daily later", At(2026, 11, 11, 16)},
+    };
+    for (const auto& s : Ask(reread, L"[End] >= 11/1/2026 AND [Start] <= 11/30/2026")) got.push_back({s.f.subject, s.f.start});
+    EXPECT_EQ(got, want);
+    ItemSnapshot ninth;
+    ASSERT_TRUE(reread.GetOccurrence(daily, At(2026, 11, 9, 16), ninth));
+    EXPECT_EQ(ninth.f.end, At(2026, 11, 9, 17));
+}
+
 TEST(Store, NewAppointmentsAndPatterns) {
     TempDir dir;
     fs::path file = dir / "new.ics";
