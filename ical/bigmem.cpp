@@ -27,7 +27,25 @@ const size_t kMid = size_t(64) << 10;
 #endif
 const size_t kHuge = size_t(2) << 20;
 
-size_t mappedSize(size_t bytes) { return (bytes + kHuge - 1) & ~(kHuge - 1); }
+size_t mappedSize(size_t bytes, bool exact = false)
+{
+    size_t unit = exact ? 4096 : kHuge;
+    return (bytes + unit - 1) & ~(unit - 1);
+}
+
+void populate(char* p, size_t len)
+{
+    bool done = false;
+#ifdef MADV_POPULATE_WRITE
+    done = madvise(p, len, MADV_POPULATE_WRITE) == 0;
+#endif
+    if (!done) {
+        // Older kernels: touch each page.
+        volatile char* v = p;
+        for (size_t i = 0; i < len; i += 4096)
+            v[i] = 0;
+    }
+}
 
 // Whether the kernel gives huge pages to regions that ask for them.
 bool hugePagesOn()
@@ -51,10 +69,11 @@ bool hugePagesOn()
 // into 4 KiB pages took longer than parsing the calendar they came from.
 // With huge pages a fault brings in 2 MiB, so pages are left to come in as
 // they are used (the arrays are reserved generously); without them every
-// page is brought in at once.
-void* mapBig(size_t bytes)
+// page is brought in at once. An exact block (a file's text, written whole)
+// ends in 4 KiB pages instead of a last huge page mostly unused.
+void* mapBig(size_t bytes, bool exact = false)
 {
-    size_t len = mappedSize(bytes);
+    size_t len = mappedSize(bytes, exact);
     void* m = mmap(nullptr, len + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (m == MAP_FAILED)
         return nullptr;
@@ -65,21 +84,15 @@ void* mapBig(size_t bytes)
         munmap(raw, head);
     if (kHuge - head)
         munmap(p + len, kHuge - head);
+    size_t huge = exact ? len & ~(kHuge - 1) : len;
 #ifdef MADV_HUGEPAGE
-    madvise(p, len, MADV_HUGEPAGE);
+    if (huge)
+        madvise(p, huge, MADV_HUGEPAGE);
 #endif
-    if (hugePagesOn())
-        return p;
-    bool populated = false;
-#ifdef MADV_POPULATE_WRITE
-    populated = madvise(p, len, MADV_POPULATE_WRITE) == 0;
-#endif
-    if (!populated) {
-        // Older kernels: touch each page.
-        volatile char* v = p;
-        for (size_t i = 0; i < len; i += 4096)
-            v[i] = 0;
-    }
+    if (!hugePagesOn())
+        populate(p, len);
+    else if (huge < len)
+        populate(p + huge, len - huge);
     return p;
 }
 #endif
@@ -94,16 +107,23 @@ void* bigAlloc(size_t bytes)
             throw std::bad_alloc();
         return p;
     }
-    if (bytes >= kMid) {
-        // Too small for huge pages, big enough that malloc would map it and
-        // then take a fault on every page as the index is filled.
-        void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-        if (p == MAP_FAILED)
-            throw std::bad_alloc();
-        return p;
-    }
 #endif
     return ::operator new(bytes);
+}
+
+void prefault(void* p, size_t bytes)
+{
+#if !defined(_WIN32) && defined(MADV_POPULATE_WRITE)
+    // Whole pages inside [p, p + bytes) only: the ones at the edges may be
+    // shared with other data and are left to fault as usual.
+    uintptr_t from = (reinterpret_cast<uintptr_t>(p) + 4095) & ~uintptr_t(4095);
+    uintptr_t to = (reinterpret_cast<uintptr_t>(p) + bytes) & ~uintptr_t(4095);
+    if (to > from && to - from >= kMid)
+        madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);
+#else
+    (void)p;
+    (void)bytes;
+#endif
 }
 
 void bigFree(void* p, size_t bytes)
@@ -111,10 +131,6 @@ void bigFree(void* p, size_t bytes)
 #ifndef _WIN32
     if (bytes >= kBig) {
         munmap(p, mappedSize(bytes));
-        return;
-    }
-    if (bytes >= kMid) {
-        munmap(p, bytes);
         return;
     }
 #else
@@ -138,8 +154,10 @@ FileText& FileText::operator=(FileText&& o) noexcept
 
 void FileText::release()
 {
+#ifndef _WIN32
     if (big_)
-        bigFree(big_, bigLen_);
+        munmap(big_, mappedSize(bigLen_, true));
+#endif
     big_ = nullptr;
     bigLen_ = 0;
 }
@@ -161,14 +179,15 @@ bool FileText::read(const std::string& path)
 #ifndef _WIN32
     // A large file is read into huge pages rather than mapped: the scan
     // then walks it without a TLB miss every 4 KiB, which on a virtual
-    // machine costs more than the copy.
+    // machine costs more than the copy. A smaller one gets pages brought in
+    // with one call rather than a string that faults them in one by one.
     int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0)
         return false;
     struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && size_t(st.st_size) >= kBig) {
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && size_t(st.st_size) >= kMid) {
         size_t n = size_t(st.st_size);
-        char* buf = static_cast<char*>(mapBig(n));
+        char* buf = static_cast<char*>(mapBig(n, true));
         size_t got = 0;
         while (buf && got < n) {
             ssize_t r = ::read(fd, buf + got, n - got);
@@ -185,7 +204,7 @@ bool FileText::read(const std::string& path)
             return true;
         }
         if (buf)
-            bigFree(buf, n);
+            munmap(buf, mappedSize(n, true));
         // Changed while being read, or no memory: read it plainly below.
     }
     close(fd);

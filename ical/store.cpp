@@ -492,6 +492,7 @@ void StoreImpl::link(EventId from, std::vector<Problem>* problems, bool bulk)
             Bucket& v = buckets[b];
             size_t had = v.size();
             v.reserve(had + n);
+            prefault(v.data() + had, n * sizeof(v[0]));
             for (size_t i = at; i < at + n; ++i)
                 v.push_back({placed[i].key, placed[i].id});
             at += n;

@@ -2,6 +2,7 @@
 // changing and saving half (store_edit.cpp).
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <memory>
@@ -332,8 +333,8 @@ public:
     SeriesPool& operator=(const SeriesPool&) = delete;
     ~SeriesPool()
     {
-        for (Series* c : chunks_)
-            bigFree(c, kChunk * sizeof(Series));
+        for (const Chunk& c : chunks_)
+            bigFree(c.first, c.size * sizeof(Series));
     }
     Series* make()
     {
@@ -342,12 +343,16 @@ public:
             slot = free_;
             free_ = free_->next;
         } else {
-            if (chunks_.empty() || used_ == kChunk) {
+            if (chunks_.empty() || used_ == chunks_.back().size) {
+                // Chunks double, so a calendar with a few series keeps a few.
+                size_t n = chunks_.empty() ? 16 : std::min<size_t>(chunks_.back().size * 2, 256);
                 chunks_.reserve(chunks_.size() + 1);
-                chunks_.push_back(static_cast<Series*>(bigAlloc(kChunk * sizeof(Series))));
+                Series* mem = static_cast<Series*>(bigAlloc(n * sizeof(Series)));
+                prefault(mem, n * sizeof(Series));
+                chunks_.push_back({mem, n});
                 used_ = 0;
             }
-            slot = chunks_.back() + used_++;
+            slot = chunks_.back().first + used_++;
         }
         return new (slot) Series();
     }
@@ -361,8 +366,11 @@ private:
     struct Free {
         Free* next;
     };
-    static const size_t kChunk = 256;
-    std::vector<Series*> chunks_;
+    struct Chunk {
+        Series* first;
+        size_t size;
+    };
+    std::vector<Chunk> chunks_;
     size_t used_ = 0;
     Free* free_ = nullptr;
 };
