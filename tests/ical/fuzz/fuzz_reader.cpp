@@ -1,6 +1,7 @@
 // libFuzzer target: any bytes as a calendar file. The store must read them
 // without crashing, report what it cannot use, give back the same bytes
-// when nothing changed, answer queries, and survive an edit.
+// when nothing changed, answer queries, and survive an edit and a change to
+// one occurrence.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -35,6 +36,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             (void)again.query(zone, lfical::civilSeconds(2000, 1, 1), lfical::civilSeconds(2001, 1, 1),
                               lfical::Range::Closed);
         }
+    }
+    // One occurrence of a series changed on its own must read back.
+    for (const auto& o : occ) {
+        if (!o.recurring || o.event != o.series)
+            continue;
+        lfical::EventEdit edit;
+        edit.location = std::string("moved, here");
+        if (store.addOverride(o.series, o.recurrenceId, edit) != lfical::kNoEvent) {
+            lfical::Store again;
+            again.loadText(store.texts()[0].second, "again", nullptr);
+        }
+        break;
     }
     lfical::Component c;
     if (lfical::parseComponent(text, c, nullptr))
