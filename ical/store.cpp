@@ -627,7 +627,7 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
 std::string StoreImpl::itemBytes(const Source& s, const Item& it) const
 {
     if (it.changed || it.added)
-        return it.repl;
+        return it.changedBytes();
     return s.text.substr(it.begin, it.end - it.begin);
 }
 

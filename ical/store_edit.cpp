@@ -45,7 +45,7 @@ std::string StoreImpl::timeValue(Source& s, const Time& t, std::string& params)
         // The file needs the zone's definition before an event can use it.
         Item it;
         it.begin = it.end = s.insertAt == std::string::npos ? s.text.size() : s.insertAt;
-        it.repl = z.vtimezone;
+        it.setBytes(z.vtimezone);
         it.added = it.pending = true;
         s.items.push_back(std::move(it));
         s.tzids[z.name] = t.zone;
@@ -170,7 +170,7 @@ bool StoreImpl::replaceItem(EventId id, std::string bytes)
     Ev& e = evs[id];
     Source& s = sources[e.source];
     Item& it = s.items[e.item];
-    it.repl = std::move(bytes);
+    it.setBytes(std::move(bytes));
     it.changed = it.pending = true;
     s.dirty = true;
     unindex(id);
@@ -343,7 +343,7 @@ EventId Store::add(const EventEdit& fields)
     Item it;
     it.begin = it.end = s.insertAt;
     it.isEvent = true;
-    it.repl = writeComponent(c);
+    it.setBytes(writeComponent(c));
     it.added = it.pending = true;
     s.items.push_back(std::move(it));
     s.dirty = true;
@@ -537,7 +537,7 @@ EventId Store::addOverride(EventId series, const Time& occurrenceStart, const Ev
     Item it;
     it.begin = it.end = s.insertAt;
     it.isEvent = true;
-    it.repl = writeComponent(comp);
+    it.setBytes(writeComponent(comp));
     it.added = it.pending = true;
     s.items.push_back(std::move(it));
     s.dirty = true;
@@ -698,7 +698,7 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
                 if (m != mine.end() && !key.empty()) {
                     if (base[key] == bytes) {
                         if (!m->second->deleted)
-                            merged += m->second->repl;
+                            merged += m->second->changedBytes();
                     } else {
                         merged.append(bytes.data(), bytes.size());
                         report(problems, s.path, di.line, "another program changed this event too; its version kept");
@@ -713,7 +713,7 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
             size_t at = dr.insertAt == std::string::npos ? disk.size() : dr.insertAt;
             merged.append(disk, pos, at - pos);
             for (const Item* a : added)
-                merged += a->repl;
+                merged += a->changedBytes();
             merged.append(disk, at, std::string::npos);
             out = merged;
         }

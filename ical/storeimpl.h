@@ -285,11 +285,19 @@ ScanResult scanText(std::string_view text, const std::string& file, std::vector<
 struct Item {
     size_t begin = 0, end = 0;  // bytes in Source::text
     int line = 0;
+    EventId event = kNoEvent;
+    // The current bytes once changed, held apart: few items ever change, and
+    // a hundred thousand records are written while a calendar is read.
+    std::unique_ptr<std::string> repl;
     bool isEvent = false;
-    std::string repl;           // current bytes once changed
     bool changed = false, deleted = false, added = false;
     bool pending = false;       // changed since the last save
-    EventId event = kNoEvent;
+    void setBytes(std::string b) { repl = std::make_unique<std::string>(std::move(b)); }
+    const std::string& changedBytes() const
+    {
+        static const std::string none;
+        return repl ? *repl : none;
+    }
 };
 
 struct Source {
@@ -381,22 +389,24 @@ struct SeriesRelease {
 };
 using SeriesPtr = std::unique_ptr<Series, SeriesRelease>;
 
+// A hundred thousand of these are written while a calendar is read: the
+// fields are ordered so that the record has no holes.
 struct Ev {
     uint32_t source = 0, item = 0;
-    int line = 0;
     uint32_t uidOff = 0, uidLen = 0;  // in StoreImpl::uidText
+    int line = 0;
+    EventId master = kNoEvent;
     Time start;  // DTEND's own value is read back from the text when asked
-    bool hasStart = false;
-    EndKind endKind = EndKind::None;
+    Time rid;
     Duration dur;
     int64_t exact = 0;  // DTEND - DTSTART in seconds
-    bool hasRid = false, ridFuture = false;
-    Time rid;
-    bool live = true;
-    EventId master = kNoEvent;
-    SeriesPtr series;
-    int bucket = -1;
     int64_t key = 0;
+    SeriesPtr series;
+    int16_t bucket = -1;
+    bool hasStart = false;
+    bool hasRid = false, ridFuture = false;
+    bool live = true;
+    EndKind endKind = EndKind::None;
 };
 
 inline int bucketFor(int64_t len)
