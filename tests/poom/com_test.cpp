@@ -305,29 +305,9 @@ std::string Joined(const std::vector<std::wstring>& list) {
 
 // The month store split into a directory with one file per UID.
 void WriteVdir(const std::wstring& dir) {
-    std::string ics = monthstore::kIcs;
-    std::string head = ics.substr(0, ics.find("BEGIN:VEVENT"));
-    size_t pos = 0;
-    std::vector<std::pair<std::string, std::string>> byUid;
-    while ((pos = ics.find("BEGIN:VEVENT", pos)) != std::string::npos) {
-        size_t end = ics.find("END:VEVENT\r\n", pos) + 12;
-        std::string block = ics.substr(pos, end - pos);
-        size_t u = block.find("UID:") + 4;
-        std::string uid = block.substr(u, block.find("\r\n", u) - u);
-        bool added = false;
-        for (auto& e : byUid)
-            if (e.first == uid) {
-                e.second += block;
-                added = true;
-            }
-        if (!added) byUid.push_back({uid, block});
-        pos = end;
-    }
     CreateDirectoryW(dir.c_str(), nullptr);
-    for (const auto& e : byUid) {
-        std::wstring name(e.first.begin(), e.first.begin() + e.first.find('@'));
-        WriteBytes(dir + L"\\" + name + L".ics", head + e.second + "END:VCALENDAR\r\n");
-    }
+    for (const auto& file : monthstore::VdirFiles())
+        WriteBytes(dir + L"\\" + std::wstring(file.first.begin(), file.first.end()), file.second);
 }
 
 }  // namespace
