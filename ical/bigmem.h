@@ -1,7 +1,8 @@
-// Memory for the store's large arrays and file texts. Natively, big arrays
-// and the text of a large file live in huge pages, brought in with one call:
-// on virtual machines a page fault or a TLB miss per 4 KiB costs more than
-// reading the whole calendar. The Windows build reads and allocates plainly.
+// Memory for the store's large arrays and file texts. Natively, a file is
+// mapped and its pages brought in with one call, and big arrays are
+// allocated with their pages brought in: on virtual machines a page fault
+// per 4 KiB costs more than parsing. The Windows build reads and allocates
+// plainly.
 #pragma once
 
 #include <cstddef>
@@ -32,9 +33,8 @@ struct BigAllocator {
     bool operator!=(const BigAllocator<U>&) const { return false; }
 };
 
-// A file's bytes as read: in huge pages for a large file where the
-// platform allows, else in a string; becomes a string once something is
-// appended.
+// A file's bytes as read: mapped read-only where the platform allows, or
+// held in a string; becomes a string once something is appended.
 class FileText {
 public:
     FileText() = default;
@@ -42,27 +42,27 @@ public:
     FileText& operator=(const FileText&) = delete;
     FileText(FileText&& o) noexcept { *this = std::move(o); }
     FileText& operator=(FileText&& o) noexcept;
-    ~FileText() { release(); }
+    ~FileText() { unmap(); }
 
     bool read(const std::string& path);
     void assign(std::string s)
     {
-        release();
+        unmap();
         owned_ = std::move(s);
     }
     std::string& edit();  // the bytes as a string, copying a mapping first
 
-    std::string_view view() const { return big_ ? std::string_view(big_, bigLen_) : std::string_view(owned_); }
+    std::string_view view() const { return map_ ? std::string_view(map_, mapLen_) : std::string_view(owned_); }
     operator std::string_view() const { return view(); }
     size_t size() const { return view().size(); }
     bool empty() const { return view().empty(); }
     std::string substr(size_t pos, size_t n) const { return std::string(view().substr(pos, n)); }
 
 private:
-    void release();
+    void unmap();
     std::string owned_;
-    char* big_ = nullptr;  // from bigAlloc's pages, bigLen_ bytes used
-    size_t bigLen_ = 0;
+    const char* map_ = nullptr;
+    size_t mapLen_ = 0;
 };
 
 }  // namespace lfical
