@@ -1,5 +1,5 @@
 #include "dates.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 #include <oleauto.h>
 

@@ -1,6 +1,6 @@
 # The program: all its code in one static library, so the tests that drive
 # its windows link exactly what Lanternfields.exe runs, and a thin .exe.
-set(LF_PROGRAM_DIRS shell calendar month store dayview appointment settings)
+set(LF_PROGRAM_DIRS common shell calendar month store dayview appointment settings)
 set(LF_PROGRAM_SOURCES "")
 foreach(dir ${LF_PROGRAM_DIRS})
   file(GLOB dir_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${dir}/*.cpp)

@@ -10,7 +10,7 @@
 // appointments draw a line above the box.
 #include "indicators.h"
 #include "monthgrid.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "store/store.h"
 #include "calendar/dates.h"
 #include "platform/aygshell.h"

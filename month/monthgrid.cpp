@@ -1,6 +1,6 @@
 #include "monthgrid.h"
 #include "indicators.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/render.h"
 #include "calendar/dates.h"
 

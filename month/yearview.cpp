@@ -31,7 +31,7 @@
 // or the new one, never a mix; a pass only uses it when it describes the
 // year being drawn.
 #include "yearview.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/render.h"
 #include "calendar/dates.h"
 #include "store/store.h"

@@ -1,5 +1,5 @@
 #include "settings.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "platform/aygshell.h"
 #include "calendar/dates.h"
 #include "resource.h"

@@ -1,7 +1,7 @@
 #include "input.h"
 #include "shell.h"
 #include "render.h"
-#include "appstate.h"
+#include "common/appstate.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
 

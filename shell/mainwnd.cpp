@@ -4,7 +4,7 @@
 #include "shell.h"
 #include "render.h"
 #include "input.h"
-#include "appstate.h"
+#include "common/appstate.h"
 #include "store/store.h"
 #include "platform/aygshell.h"
 #include "resource.h"

@@ -2,7 +2,7 @@
 // the back buffer, so the stylus stays responsive while a month's
 // appointments are fetched and painted. WM_PAINT only copies the buffer.
 #include "render.h"
-#include "appstate.h"
+#include "common/appstate.h"
 #include "platform/aygshell.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"

@@ -1,7 +1,7 @@
 // Start-up and the message loop of the program.
 #include "shell.h"
 #include "render.h"
-#include "appstate.h"
+#include "common/appstate.h"
 #include "platform/aygshell.h"
 #include "calendar/dates.h"
 #include "settings/settings.h"

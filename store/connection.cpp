@@ -1,7 +1,7 @@
 // The one connection to the calendar server: opened at start-up, kept for
 // the life of the process, closed when the main window is destroyed.
 #include "store.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 void StoreError(HWND owner, const WCHAR *text)
 {

@@ -3,7 +3,7 @@
 // An occurrence of a series is the series' OID plus a day: its start is the
 // series' start time of day on that day.
 #include "store.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/shell.h"
 #include <commctrl.h>
 #include <math.h>

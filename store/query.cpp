@@ -2,7 +2,7 @@
 // (each occurrence of a series on its own) touch a span of days, in order of
 // start, through this one walk.
 #include "store.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 const WCHAR RestrictOverlapClosed[] = L"[End] >= %s AND [Start] <= %s";
 const WCHAR RestrictOverlapBeforeSecond[] = L"[End] >= %s AND [Start] <  %s";

@@ -21,7 +21,7 @@
 // Every neighbouring day is shown (showdays 1), the grid's largest span.
 #include "shell/shell.h"
 #include "shell/render.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "month/monthgrid.h"
 #include "store/store.h"
 #include "calendar/dates.h"

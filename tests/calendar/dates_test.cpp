@@ -1,7 +1,7 @@
 // The locale-dependent date routines, run once per test locale: the
 // environment's LC_ALL decides which expectations hold.
 #include "calendar/dates.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 #include <gtest/gtest.h>
 #include <string>

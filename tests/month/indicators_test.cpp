@@ -5,7 +5,7 @@
 // y 34r + 82, 83; icon n at x 34c + 4 + 10n). Run once in a Sunday-first
 // and once in a Monday-first locale.
 #include "support/apphost.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/render.h"
 #include "settings/settings.h"
 #include "calendar/dates.h"

@@ -2,7 +2,7 @@
 // back buffer's pixels. Run once in a Sunday-first and once in a
 // Monday-first locale.
 #include "support/apphost.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/render.h"
 #include "month/monthgrid.h"
 #include "calendar/dates.h"

@@ -4,7 +4,7 @@
 // falls into it). Run once in a Sunday-first and once in a Monday-first
 // locale.
 #include "support/apphost.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/shell.h"
 #include "shell/render.h"
 #include "month/yearview.h"

@@ -1,7 +1,7 @@
 // The settings as the registry of the test's Wine prefix holds them, and
 // the user's icon strip beside the program.
 #include "settings/settings.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 #include <gtest/gtest.h>
 #include <string>

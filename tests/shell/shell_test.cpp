@@ -3,7 +3,7 @@
 #include "support/apphost.h"
 #include "shell/shell.h"
 #include "shell/render.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "platform/aygshell.h"
 #include "resource.h"
 

@@ -6,7 +6,7 @@
 // Each start-up failure runs in a process of its own (ctest picks them by
 // test name), as the program starts once per process.
 #include "support/apphost.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 #include "shell/render.h"
 #include "store/store.h"
 #include "poom/month_store.h"

@@ -1,7 +1,7 @@
 #include "apphost.h"
 #include "shell/shell.h"
 #include "shell/render.h"
-#include "shell/appstate.h"
+#include "common/appstate.h"
 
 #include <vector>
 
