@@ -2,6 +2,7 @@
 #include "shell.h"
 #include "render.h"
 #include "common/appstate.h"
+#include "common/cursor.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
 

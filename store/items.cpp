@@ -4,7 +4,8 @@
 // series' start time of day on that day.
 #include "store.h"
 #include "common/appstate.h"
-#include "shell/shell.h"
+#include "common/cursor.h"
+#include "common/messages.h"
 #include <commctrl.h>
 #include <math.h>
 
