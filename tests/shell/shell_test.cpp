@@ -23,8 +23,15 @@ protected:
     HWND hwnd = nullptr;
 };
 
-TEST_F(Shell, WindowGeometry)
+// First in the file, so that it sees the program as start-up left it.
+TEST_F(Shell, StartsOnTodaysMonthInTheAppArea)
 {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    EXPECT_EQ(g_app.viewMode, VIEW_MONTH);
+    EXPECT_EQ(g_app.viewYear, now.wYear);
+    EXPECT_EQ(g_app.viewMonth, now.wMonth);
+    EXPECT_EQ(g_app.todayDay, now.wDay);
     RECT rc;
     GetClientRect(hwnd, &rc);
     EXPECT_EQ(rc.right, 240);
