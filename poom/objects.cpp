@@ -95,36 +95,52 @@ private:
     std::atomic<ULONG> refs_{1};
 };
 
-class App;
 class Appointment;
 
-// Adds a reference to the application object for as long as a child lives.
-class AppRef {
+// What every object the application hands out holds on to: the application,
+// for get_Application, and the logon it was handed out under. A folder,
+// collection or item a program still holds keeps that logon, and with it
+// the open and watched store, even after the application has logged off
+// and been let go, as a COM object keeps alive what it needs.
+class Origin {
 public:
-    explicit AppRef(App* app);
-    ~AppRef();
-    AppRef(const AppRef&) = delete;
-    AppRef& operator=(const AppRef&) = delete;
-    App* get() const { return app_; }
-    App* operator->() const { return app_; }
+    Origin(IPOutlookApp* app, std::shared_ptr<Session> session) : app_(app), session_(std::move(session)) {
+        app_->AddRef();
+    }
+    Origin(const Origin& other) : Origin(other.app_, other.session_) {}
+    Origin& operator=(const Origin&) = delete;
+    ~Origin() { app_->Release(); }
+    IPOutlookApp* app() const { return app_; }
+    Session& session() const { return *session_; }
 
 private:
-    App* app_;
+    IPOutlookApp* app_;
+    std::shared_ptr<Session> session_;
 };
 
 // --------------------------------------------------------------- application
 
 class App : public Dispatch<IPOutlookApp, IID_IPOutlookApp> {
 public:
-    App() : session_(std::make_shared<Session>()) {}
-    Session& session() { return *session_; }
-
     HRESULT STDMETHODCALLTYPE Logon(long hWnd) override {
         // A window handle is 32-bit significant; widen it back.
-        return session_->Logon(reinterpret_cast<HWND>(static_cast<LONG_PTR>(hWnd)));
+        HWND hwnd = reinterpret_cast<HWND>(static_cast<LONG_PTR>(hWnd));
+        std::lock_guard<std::mutex> lock(mu_);
+        if (session_) return session_->Logon(hwnd);  // already on: only the window changes
+        auto session = std::make_shared<Session>();
+        HRESULT hr = session->Logon(hwnd);
+        if (SUCCEEDED(hr)) session_ = session;
+        return hr;
     }
     HRESULT STDMETHODCALLTYPE Logoff() override {
-        session_->Logoff();
+        // The application serves nothing more from here on; what it handed
+        // out keeps the logon until it is let go (see Origin). The last
+        // holder closes the store, outside the lock.
+        std::shared_ptr<Session> was;
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            was.swap(session_);
+        }
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE get_Version(BSTR* pVersion) override {
@@ -192,11 +208,15 @@ private:
         if (p) *p = T();
         return E_NOTIMPL;
     }
+    // The current logon, null when logged off.
+    std::shared_ptr<Session> Current() {
+        std::lock_guard<std::mutex> lock(mu_);
+        return session_;
+    }
+
+    std::mutex mu_;
     std::shared_ptr<Session> session_;
 };
-
-AppRef::AppRef(App* app) : app_(app) { app_->AddRef(); }
-AppRef::~AppRef() { app_->Release(); }
 
 // --------------------------------------------------------------- appointment
 
@@ -205,9 +225,9 @@ class RecPattern;
 class Appointment : public Dispatch<IAppointment, IID_IAppointment> {
 public:
     // A stored item or occurrence.
-    Appointment(App* app, const ItemSnapshot& s) : app_(app), item_(s), saved_(s.f) {}
+    Appointment(const Origin& origin, const ItemSnapshot& s) : origin_(origin), item_(s), saved_(s.f) {}
     // A new item, not in the store until saved.
-    explicit Appointment(App* app) : app_(app) {
+    explicit Appointment(const Origin& origin) : origin_(origin) {
         SYSTEMTIME now;
         GetLocalTime(&now);
         CivilTime t{now.wYear, now.wMonth, now.wDay, now.wHour, 0, 0};
@@ -242,7 +262,7 @@ public:
         std::lock_guard<std::mutex> lock(mu_);
         return item_.oid;
     }
-    App* app() { return app_.get(); }
+    const Origin& origin() const { return origin_; }
 
     HRESULT STDMETHODCALLTYPE GetRecurrencePattern(IRecurrencePattern** pp) override;
     HRESULT STDMETHODCALLTYPE get_IsRecurring(VARIANT_BOOL* p) override {
@@ -383,7 +403,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override {
-        return app_->get_Application(pp);
+        return origin_.app()->get_Application(pp);
     }
 
 private:
@@ -391,7 +411,7 @@ private:
         if (hasPending_) return pending_;
         Pattern p;
         if (item_.recurring && item_.oid != 0 && !clearRecurrence_) {
-            auto store = app_->session().GetStore();
+            auto store = origin_.session().GetStore();
             if (store && store->GetPattern(item_.oid, p)) return p;
         }
         // A fresh pattern for an appointment that does not recur yet: daily,
@@ -432,7 +452,7 @@ private:
     }
 
     std::mutex mu_;
-    AppRef app_;
+    Origin origin_;
     ItemSnapshot item_;
     Fields saved_;  // as last read from or written to the store
     bool hasPending_ = false;
@@ -442,7 +462,7 @@ private:
 };
 
 HRESULT Appointment::Save() {
-    auto store = app_->session().GetStore();
+    auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
     std::uint32_t oid = 0;
     {
@@ -471,12 +491,12 @@ HRESULT Appointment::Save() {
             saved_ = item_.f;
         }
     }
-    app_->session().NoteOwnChange();
+    origin_.session().NoteOwnChange();
     return S_OK;
 }
 
 HRESULT Appointment::Delete() {
-    auto store = app_->session().GetStore();
+    auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
     {
         std::lock_guard<std::mutex> lock(mu_);
@@ -492,14 +512,14 @@ HRESULT Appointment::Delete() {
         if (!ok) return StoreFailure(*store, uid);
         deleted_ = true;
     }
-    app_->session().NoteOwnChange();
+    origin_.session().NoteOwnChange();
     return S_OK;
 }
 
 HRESULT Appointment::Copy(IAppointment** pp) {
     if (!pp) return E_POINTER;
     *pp = nullptr;
-    auto* copy = new (std::nothrow) Appointment(app_.get());
+    auto* copy = new (std::nothrow) Appointment(origin_);
     if (!copy) return E_OUTOFMEMORY;
     std::lock_guard<std::mutex> lock(mu_);
     copy->item_.f = item_.f;
@@ -661,7 +681,7 @@ HRESULT STDMETHODCALLTYPE Appointment::GetRecurrencePattern(IRecurrencePattern**
 
 class ExceptionObj : public Dispatch<IException, IID_IException> {
 public:
-    ExceptionObj(App* app, const ExceptionInfo& e) : app_(app), e_(e) {}
+    ExceptionObj(const Origin& origin, const ExceptionInfo& e) : origin_(origin), e_(e) {}
     HRESULT STDMETHODCALLTYPE get_OriginalDate(DATE* p) override {
         if (!p) return E_POINTER;
         *p = OleFromSecs(e_.originalStart);
@@ -676,24 +696,24 @@ public:
         if (!pp) return E_POINTER;
         *pp = nullptr;
         if (e_.deleted) return kNotFound;  // a deleted occurrence has no item
-        *pp = new (std::nothrow) Appointment(app_.get(), e_.item);
+        *pp = new (std::nothrow) Appointment(origin_, e_.item);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
-    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return app_->get_Application(pp); }
+    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
 
 private:
-    AppRef app_;
+    Origin origin_;
     ExceptionInfo e_;
 };
 
 class ExceptionsObj : public Dispatch<IExceptions, IID_IExceptions> {
 public:
-    ExceptionsObj(App* app, std::vector<ExceptionInfo> list) : app_(app), list_(std::move(list)) {}
+    ExceptionsObj(const Origin& origin, std::vector<ExceptionInfo> list) : origin_(origin), list_(std::move(list)) {}
     HRESULT STDMETHODCALLTYPE Item(int i, IException** pp) override {
         if (!pp) return E_POINTER;
         *pp = nullptr;
         if (i < 1 || static_cast<size_t>(i) > list_.size()) return E_INVALIDARG;
-        *pp = new (std::nothrow) ExceptionObj(app_.get(), list_[i - 1]);
+        *pp = new (std::nothrow) ExceptionObj(origin_, list_[i - 1]);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE get_Count(int* p) override {
@@ -705,10 +725,10 @@ public:
         if (pp) *pp = nullptr;
         return E_NOTIMPL;
     }
-    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return app_->get_Application(pp); }
+    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
 
 private:
-    AppRef app_;
+    Origin origin_;
     std::vector<ExceptionInfo> list_;
 };
 
@@ -717,25 +737,25 @@ HRESULT RecPattern::GetOccurrence(DATE date, IAppointment** pp) {
     *pp = nullptr;
     LocalSecs when = 0;
     if (!SecsFromOle(date, when)) return E_INVALIDARG;
-    auto store = appt_->app()->session().GetStore();
+    auto store = appt_->origin().session().GetStore();
     if (!store) return kNotLoggedOn;
     std::uint32_t oid = appt_->Oid();
     if (oid == 0) return kNotFound;  // not saved: no occurrences yet
     ItemSnapshot s;
     if (!store->GetOccurrence(oid, when, s)) return kNotFound;
-    *pp = new (std::nothrow) Appointment(appt_->app(), s);
+    *pp = new (std::nothrow) Appointment(appt_->origin(), s);
     return *pp ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT RecPattern::get_Exceptions(IExceptions** pp) {
     if (!pp) return E_POINTER;
     *pp = nullptr;
-    auto store = appt_->app()->session().GetStore();
+    auto store = appt_->origin().session().GetStore();
     if (!store) return kNotLoggedOn;
     std::uint32_t oid = appt_->Oid();
     std::vector<ExceptionInfo> list;
     if (oid != 0) list = store->Exceptions(oid);
-    *pp = new (std::nothrow) ExceptionsObj(appt_->app(), std::move(list));
+    *pp = new (std::nothrow) ExceptionsObj(appt_->origin(), std::move(list));
     return *pp ? S_OK : E_OUTOFMEMORY;
 }
 
@@ -745,13 +765,13 @@ enum class SortKey { None, Start, End, Subject, Location, Categories, Duration }
 
 class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCollection> {
 public:
-    Collection(App* app, bool infrared) : app_(app), infrared_(infrared) {}
+    Collection(const Origin& origin, bool infrared) : origin_(origin), infrared_(infrared) {}
 
     HRESULT STDMETHODCALLTYPE Add(IDispatch** pp) override {
         if (!pp) return E_POINTER;
         *pp = nullptr;
         if (infrared_) return E_NOTIMPL;
-        *pp = new (std::nothrow) Appointment(app_.get());
+        *pp = new (std::nothrow) Appointment(origin_);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE get_Count(int* p) override {
@@ -766,11 +786,11 @@ public:
         if (!pp) return E_POINTER;
         *pp = nullptr;
         auto r = std::make_shared<Restriction>();
-        if (!r->Parse(InString(restriction), app_->session().Picture())) return E_INVALIDARG;
+        if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
         std::lock_guard<std::mutex> lock(mu_);
         found_.clear();
         cursor_ = 0;
-        auto store = app_->session().GetStore();
+        auto store = origin_.session().GetStore();
         if (!store) return kNotLoggedOn;
         if (!infrared_) found_ = Compute(*store, r.get());
         return NextLocked(pp);
@@ -788,7 +808,7 @@ public:
         HRESULT hr = Refresh();
         if (FAILED(hr)) return hr;
         if (i < 1 || static_cast<size_t>(i) > items_.size()) return E_INVALIDARG;
-        *pp = new (std::nothrow) Appointment(app_.get(), items_[i - 1]);
+        *pp = new (std::nothrow) Appointment(origin_, items_[i - 1]);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE Remove(int i) override {
@@ -803,8 +823,8 @@ public:
         if (!pp) return E_POINTER;
         *pp = nullptr;
         auto r = std::make_shared<Restriction>();
-        if (!r->Parse(InString(restriction), app_->session().Picture())) return E_INVALIDARG;
-        auto* c = new (std::nothrow) Collection(app_.get(), infrared_);
+        if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
+        auto* c = new (std::nothrow) Collection(origin_, infrared_);
         if (!c) return E_OUTOFMEMORY;
         std::lock_guard<std::mutex> lock(mu_);
         c->restrictions_ = restrictions_;
@@ -848,7 +868,7 @@ public:
         if (pp) *pp = nullptr;
         return E_NOTIMPL;
     }
-    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return app_->get_Application(pp); }
+    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
 
 private:
     std::vector<ItemSnapshot> Compute(const Store& store, const Restriction* extra) const {
@@ -875,9 +895,9 @@ private:
         return list;
     }
     HRESULT Refresh() {
-        auto store = app_->session().GetStore();
+        auto store = origin_.session().GetStore();
         if (!store) return kNotLoggedOn;
-        unsigned gen = app_->session().Generation();
+        unsigned gen = origin_.session().Generation();
         if (gen != generation_) {
             items_ = infrared_ ? std::vector<ItemSnapshot>() : Compute(*store, nullptr);
             generation_ = gen;
@@ -887,12 +907,12 @@ private:
     HRESULT NextLocked(IDispatch** pp) {
         // Nothing (more) found: no item, and not an error.
         if (cursor_ >= found_.size()) return S_OK;
-        *pp = new (std::nothrow) Appointment(app_.get(), found_[cursor_++]);
+        *pp = new (std::nothrow) Appointment(origin_, found_[cursor_++]);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
 
     std::mutex mu_;
-    AppRef app_;
+    Origin origin_;
     bool infrared_;
     std::vector<std::shared_ptr<Restriction>> restrictions_;
     bool include_ = false;
@@ -908,10 +928,10 @@ private:
 
 class Folder : public Dispatch<IFolder, IID_IFolder> {
 public:
-    Folder(App* app, int kind) : app_(app), kind_(kind) {}
+    Folder(const Origin& origin, int kind) : origin_(origin), kind_(kind) {}
     HRESULT STDMETHODCALLTYPE get_Items(IPOutlookItemCollection** pp) override {
         if (!pp) return E_POINTER;
-        *pp = new (std::nothrow) Collection(app_.get(), kind_ == olFolderInfrared);
+        *pp = new (std::nothrow) Collection(origin_, kind_ == olFolderInfrared);
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE get_DefaultItemType(int* p) override {
@@ -919,7 +939,7 @@ public:
         *p = olAppointmentItem;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return app_->get_Application(pp); }
+    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
     // Beaming (the infrared folder's outbox) arrives with the day view.
     HRESULT STDMETHODCALLTYPE AddItemToInfraredFolder(int, IDispatch*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SendToInfrared() override { return E_NOTIMPL; }
@@ -929,7 +949,7 @@ public:
     }
 
 private:
-    AppRef app_;
+    Origin origin_;
     int kind_;
 };
 
@@ -937,8 +957,9 @@ HRESULT App::GetDefaultFolder(int olFolder, IFolder** pp) {
     if (!pp) return E_POINTER;
     *pp = nullptr;
     if (olFolder != olFolderCalendar && olFolder != olFolderInfrared) return E_INVALIDARG;
-    if (!session_->LoggedOn()) return kNotLoggedOn;
-    *pp = new (std::nothrow) Folder(this, olFolder);
+    auto session = Current();
+    if (!session) return kNotLoggedOn;
+    *pp = new (std::nothrow) Folder(Origin(this, session), olFolder);
     return *pp ? S_OK : E_OUTOFMEMORY;
 }
 
@@ -946,19 +967,21 @@ HRESULT App::CreateItem(int olItem, IDispatch** pp) {
     if (!pp) return E_POINTER;
     *pp = nullptr;
     if (olItem != olAppointmentItem) return E_INVALIDARG;  // contacts and tasks are not kept
-    if (!session_->LoggedOn()) return kNotLoggedOn;
-    *pp = new (std::nothrow) Appointment(this);
+    auto session = Current();
+    if (!session) return kNotLoggedOn;
+    *pp = new (std::nothrow) Appointment(Origin(this, session));
     return *pp ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT App::GetItemFromOid(long oid, IDispatch** pp) {
     if (!pp) return E_POINTER;
     *pp = nullptr;
-    auto store = session_->GetStore();
+    auto session = Current();
+    auto store = session ? session->GetStore() : nullptr;
     if (!store) return kNotLoggedOn;
     ItemSnapshot s;
     if (!store->Get(static_cast<std::uint32_t>(oid), s)) return kNotFound;
-    *pp = new (std::nothrow) Appointment(this, s);
+    *pp = new (std::nothrow) Appointment(Origin(this, session), s);
     return *pp ? S_OK : E_OUTOFMEMORY;
 }
 

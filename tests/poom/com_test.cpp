@@ -936,6 +936,64 @@ TEST(Store, UnreadableStoreFailsLogonAndStaysUntouched) {
     EXPECT_EQ(ReadBytes(store.path()), monthstore::kIcs);
 }
 
+// After a failed fetch the program logs off and lets the application go
+// but keeps its calendar folder: what it still holds goes on working, while
+// the application itself serves nothing until it logs on again.
+TEST(Store, HeldFolderOutlivesTheApplicationsLogoff) {
+    TempStore store;
+    Ptr<IFolder> folder;
+    Ptr<IPOutlookItemCollection> items;
+    Ptr<IAppointment> dentist;
+    int count = 0;
+    {
+        Ptr<IPOutlookApp> app;
+        ASSERT_EQ(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                                   reinterpret_cast<void**>(&app)),
+                  S_OK);
+        ASSERT_EQ(app->Logon(0), S_OK);
+        ASSERT_EQ(app->GetDefaultFolder(olFolderCalendar, &folder), S_OK);
+        ASSERT_EQ(folder->get_Items(&items), S_OK);
+        ASSERT_EQ(items->get_Count(&count), S_OK);
+        long trip = OidOf(folder.get(), L"Trip");
+        IDispatch* d = nullptr;
+        ASSERT_EQ(app->GetItemFromOid(OidOf(folder.get(), L"Dentist"), &d), S_OK);
+        AsAppointment(d, dentist);
+        d->Release();
+
+        ASSERT_EQ(app->Logoff(), S_OK);
+        Ptr<IFolder> another;
+        EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &another)));
+        d = nullptr;
+        EXPECT_TRUE(FAILED(app->GetItemFromOid(trip, &d)));
+        EXPECT_EQ(d, nullptr);
+        EXPECT_TRUE(FAILED(app->CreateItem(olAppointmentItem, &d)));
+        EXPECT_EQ(d, nullptr);
+    }
+
+    for (const auto& q : monthstore::Queries()) {
+        auto found = QueryLikeTheProgram(folder.get(), monthstore::kTemplates[q.kind], q.first, q.second);
+        EXPECT_EQ(Joined(Subjects(found)), Joined(q.subjects)) << q.name;
+    }
+    int again = -1;
+    EXPECT_EQ(items->get_Count(&again), S_OK);
+    EXPECT_EQ(again, count);
+    ASSERT_EQ(dentist->put_Location(Bstr(L"Side St")), S_OK);
+    EXPECT_EQ(dentist->Save(), S_OK);
+    EXPECT_NE(ReadBytes(store.path()).find("LOCATION:Side St"), std::string::npos);
+
+    // The folder's application is the one that logged off; a new logon
+    // serves again.
+    Ptr<IPOutlookApp> app;
+    ASSERT_EQ(folder->get_Application(&app), S_OK);
+    Ptr<IFolder> another;
+    EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &another)));
+    ASSERT_EQ(app->Logon(0), S_OK);
+    ASSERT_EQ(app->GetDefaultFolder(olFolderCalendar, &another), S_OK);
+    EXPECT_EQ(Joined(Subjects(OneDay(another.get(), 2026, 11, 5))), "[Dentist]");
+    another.Reset();
+    EXPECT_EQ(app->Logoff(), S_OK);
+}
+
 TEST(Store, TwoServersOnOneStoreLoseNothing) {
     TempStore store;
     Server a, b;
