@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/com.h"
 #include "month_store.h"
 #include "pimstore_if.h"
 
@@ -37,44 +38,11 @@ std::wstring WindowsPath(const char* arg) {
     return w;
 }
 
-template <class T>
-class Ptr {
-public:
-    Ptr() = default;
-    ~Ptr() { Reset(); }
-    Ptr(const Ptr&) = delete;
-    Ptr& operator=(const Ptr&) = delete;
-    T** operator&() {
-        Reset();
-        return &p_;
-    }
-    T* operator->() const { return p_; }
-    T* get() const { return p_; }
-    explicit operator bool() const { return p_ != nullptr; }
-    void Reset() {
-        if (p_) p_->Release();
-        p_ = nullptr;
-    }
-
-private:
-    T* p_ = nullptr;
-};
-
 // An IDispatch handed out for an appointment, as IAppointment.
-void AsAppointment(IDispatch* d, Ptr<IAppointment>& out) {
+void AsAppointment(IDispatch* d, ComPtr<IAppointment>& out) {
     ASSERT_NE(d, nullptr);
     ASSERT_EQ(d->QueryInterface(IID_IAppointment, reinterpret_cast<void**>(&out)), S_OK);
 }
-
-class Bstr {
-public:
-    explicit Bstr(const wchar_t* s) : b_(SysAllocString(s)) {}
-    ~Bstr() { SysFreeString(b_); }
-    operator BSTR() const { return b_; }
-
-private:
-    BSTR b_;
-};
 
 std::string ReadBytes(const std::wstring& path) {
     std::ifstream f(path.c_str(), std::ios::binary);
@@ -139,8 +107,8 @@ private:
 
 // The application object logged on to the current store, with its calendar.
 struct Server {
-    Ptr<IPOutlookApp> app;
-    Ptr<IFolder> calendar;
+    ComPtr<IPOutlookApp> app;
+    ComPtr<IFolder> calendar;
     HRESULT logon = E_FAIL;
 
     explicit Server(HWND hwnd = nullptr) {
@@ -182,7 +150,7 @@ std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tmpl, mon
     wchar_t restriction[200];
     wsprintfW(restriction, tmpl, ShortDate(a.y, a.m, a.d).c_str(), ShortDate(b.y, b.m, b.d).c_str());
     if (restrictionOut) *restrictionOut = restriction;
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     EXPECT_EQ(folder->get_Items(&items), S_OK);
     if (!items) return out;
     EXPECT_EQ(items->Sort(Bstr(L"[Start]"), VARIANT_FALSE), S_OK);
@@ -191,7 +159,7 @@ std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tmpl, mon
     HRESULT hr = items->Find(Bstr(restriction), &item);
     EXPECT_EQ(hr, S_OK) << Narrow(restriction);
     while (SUCCEEDED(hr) && item) {
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(item, appt);
         item->Release();
         Found f;
@@ -214,14 +182,14 @@ std::vector<Found> OneDay(IFolder* folder, int y, int m, int d) {
 }
 
 long OidOf(IFolder* folder, const wchar_t* subject) {
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     EXPECT_EQ(folder->get_Items(&items), S_OK);
     int count = 0;
     EXPECT_EQ(items->get_Count(&count), S_OK);
     for (int i = 1; i <= count; ++i) {
         IDispatch* d = nullptr;
         EXPECT_EQ(items->Item(i, &d), S_OK);
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         BSTR s = nullptr;
@@ -238,14 +206,14 @@ long OidOf(IFolder* folder, const wchar_t* subject) {
 // Every subject in the store, once per item.
 std::multiset<std::wstring> AllSubjects(IFolder* folder) {
     std::multiset<std::wstring> out;
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     EXPECT_EQ(folder->get_Items(&items), S_OK);
     int count = 0;
     EXPECT_EQ(items->get_Count(&count), S_OK);
     for (int i = 1; i <= count; ++i) {
         IDispatch* d = nullptr;
         EXPECT_EQ(items->Item(i, &d), S_OK);
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         BSTR s = nullptr;
@@ -270,11 +238,11 @@ DATE OleDate(IPOutlookApp* app, int y, int m, int d, int h = 0, int mi = 0) {
 
 // The occurrence of a series on a given day, as the program reaches it: the
 // series' start moved to that day, then GetOccurrence.
-HRESULT OccurrenceOn(IPOutlookApp* app, long oid, int y, int m, int d, Ptr<IAppointment>& out) {
+HRESULT OccurrenceOn(IPOutlookApp* app, long oid, int y, int m, int d, ComPtr<IAppointment>& out) {
     IDispatch* disp = nullptr;
     HRESULT hr = app->GetItemFromOid(oid, &disp);
     if (FAILED(hr)) return hr;
-    Ptr<IAppointment> series;
+    ComPtr<IAppointment> series;
     AsAppointment(disp, series);
     disp->Release();
     DATE start = 0;
@@ -285,7 +253,7 @@ HRESULT OccurrenceOn(IPOutlookApp* app, long oid, int y, int m, int d, Ptr<IAppo
     st.wMonth = static_cast<WORD>(m);
     st.wDay = static_cast<WORD>(d);
     app->SystemTimeToVariantTime(&st, &start);
-    Ptr<IRecurrencePattern> pattern;
+    ComPtr<IRecurrencePattern> pattern;
     hr = series->GetRecurrencePattern(&pattern);
     if (FAILED(hr)) return hr;
     return pattern->GetOccurrence(start, &out);
@@ -327,14 +295,14 @@ TEST(Activation, RegisteredAndCreatedThroughCom) {
     EXPECT_EQ(lstrcmpiW(value, g_dllPath.c_str()), 0) << Narrow(value);
     RegCloseKey(key);
 
-    Ptr<IPOutlookApp> app;
+    ComPtr<IPOutlookApp> app;
     ASSERT_EQ(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
                                reinterpret_cast<void**>(&app)),
               S_OK);
-    Ptr<IFolder> notAFolder;
+    ComPtr<IFolder> notAFolder;
     EXPECT_EQ(app->QueryInterface(IID_IFolder, reinterpret_cast<void**>(&notAFolder)), E_NOINTERFACE);
     // Nothing is served before logon.
-    Ptr<IFolder> folder;
+    ComPtr<IFolder> folder;
     EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &folder)));
     EXPECT_FALSE(folder);
 }
@@ -350,7 +318,7 @@ TEST(Activation, UnregisteredServerCannotBeCreated) {
     HKEY key = nullptr;
     EXPECT_NE(RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{05058F23-20BE-11D2-8F18-0000F87A4335}", 0, KEY_READ, &key),
               ERROR_SUCCESS);
-    Ptr<IPOutlookApp> app;
+    ComPtr<IPOutlookApp> app;
     EXPECT_TRUE(FAILED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
                                         reinterpret_cast<void**>(&app))));
     EXPECT_EQ(call("DllUnregisterServer"), S_OK);  // twice is fine
@@ -392,13 +360,13 @@ TEST(Queries, SameThroughADirectoryStore) {
     }
     // Changes go to the event's own file, new events to a file of their own.
     std::string dentist = ReadBytes(store.path() + L"\\dentist.ics");
-    Ptr<IAppointment> occ;
+    ComPtr<IAppointment> occ;
     ASSERT_EQ(OccurrenceOn(server.app.get(), OidOf(server.calendar.get(), L"Standup"), 2026, 11, 24, occ), S_OK);
     ASSERT_EQ(occ->Delete(), S_OK);
     EXPECT_NE(ReadBytes(store.path() + L"\\standup.ics").find("EXDATE"), std::string::npos);
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
-    Ptr<IAppointment> added;
+    ComPtr<IAppointment> added;
     AsAppointment(d, added);
     d->Release();
     added->put_Subject(Bstr(L"Added"));
@@ -427,16 +395,16 @@ TEST(Queries, MalformedRestrictionsAreRefused) {
     const wchar_t* bad[] = {L"", L"[End] >=", L"[Nope] = 1", L"[Start] >= 99/99/2026", L"([Start] > 1/1/2026",
                             L"[Subject] = \"open", L"garbage"};
     for (const wchar_t* text : bad) {
-        Ptr<IPOutlookItemCollection> items;
+        ComPtr<IPOutlookItemCollection> items;
         ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
         IDispatch* item = reinterpret_cast<IDispatch*>(1);
         EXPECT_EQ(items->Find(Bstr(text), &item), E_INVALIDARG) << Narrow(text);
         EXPECT_EQ(item, nullptr) << Narrow(text);
-        Ptr<IPOutlookItemCollection> restricted;
+        ComPtr<IPOutlookItemCollection> restricted;
         EXPECT_EQ(items->Restrict(Bstr(text), &restricted), E_INVALIDARG) << Narrow(text);
         EXPECT_FALSE(restricted) << Narrow(text);
     }
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
     EXPECT_EQ(items->Sort(Bstr(L"[Colour]"), VARIANT_FALSE), E_INVALIDARG);
 }
@@ -445,7 +413,7 @@ TEST(Queries, RestrictCountAndItem) {
     TempStore store;
     Server server;
     ASSERT_EQ(server.logon, S_OK);
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
     int count = 0;
     ASSERT_EQ(items->get_Count(&count), S_OK);
@@ -454,13 +422,13 @@ TEST(Queries, RestrictCountAndItem) {
     ASSERT_EQ(items->Sort(Bstr(L"[Start]"), VARIANT_TRUE), S_OK);
     std::wstring r = L"[Start] >= \"" + ShortDate(2026, 11, 1) + L"\" AND [Start] < \"" + ShortDate(2026, 12, 1) +
                      L"\" AND [AllDayEvent] = FALSE";
-    Ptr<IPOutlookItemCollection> november;
+    ComPtr<IPOutlookItemCollection> november;
     ASSERT_EQ(items->Restrict(Bstr(r.c_str()), &november), S_OK);
     ASSERT_EQ(november->get_Count(&count), S_OK);
     EXPECT_EQ(count, 6);  // Standup x3, Dentist, Trip, Late
     IDispatch* d = nullptr;
     ASSERT_EQ(november->Item(1, &d), S_OK);  // descending: the latest first
-    Ptr<IAppointment> first;
+    ComPtr<IAppointment> first;
     AsAppointment(d, first);
     d->Release();
     BSTR s = nullptr;
@@ -511,7 +479,7 @@ TEST(Queries, ZonedAndUtcTimesShowInTheMachinesTime) {
         ASSERT_TRUE(SystemTimeToTzSpecificLocalTime(nullptr, &c.utcStart, &local)) << c.name;
         IDispatch* d = nullptr;
         ASSERT_EQ(server.app->GetItemFromOid(OidOf(server.calendar.get(), c.subject), &d), S_OK) << c.name;
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         DATE start = 0;
@@ -553,10 +521,10 @@ TEST(Items, RulesThePatternCannotSayStillExpand) {
     EXPECT_DOUBLE_EQ(month[1].start, OleDate(server.app.get(), 2026, 11, 15, 8));
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->GetItemFromOid(month[0].oid, &d), S_OK);
-    Ptr<IAppointment> series;
+    ComPtr<IAppointment> series;
     AsAppointment(d, series);
     d->Release();
-    Ptr<IRecurrencePattern> pattern;
+    ComPtr<IRecurrencePattern> pattern;
     ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
     long type = -1;
     ASSERT_EQ(pattern->get_RecurrenceType(&type), S_OK);
@@ -565,7 +533,7 @@ TEST(Items, RulesThePatternCannotSayStillExpand) {
     ASSERT_EQ(series->put_Location(Bstr(L"Bank")), S_OK);
     ASSERT_EQ(series->Save(), S_OK);
     EXPECT_NE(ReadBytes(store.path()).find("RRULE:FREQ=MONTHLY;BYMONTHDAY=1,15\r\n"), std::string::npos);
-    Ptr<IAppointment> occ;
+    ComPtr<IAppointment> occ;
     EXPECT_EQ(OccurrenceOn(server.app.get(), month[0].oid, 2026, 11, 15, occ), S_OK);
 }
 
@@ -583,7 +551,7 @@ TEST(Items, OidsStayTheSameAcrossLogons) {
     EXPECT_EQ(OidOf(b.calendar.get(), L"Trip"), first);
     IDispatch* d = nullptr;
     ASSERT_EQ(b.app->GetItemFromOid(first, &d), S_OK);
-    Ptr<IAppointment> trip;
+    ComPtr<IAppointment> trip;
     AsAppointment(d, trip);
     d->Release();
     BSTR cats = nullptr;
@@ -605,13 +573,13 @@ TEST(Items, PatternAndExceptionsOfASeries) {
     long oid = OidOf(server.calendar.get(), L"Standup");
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->GetItemFromOid(oid, &d), S_OK);
-    Ptr<IAppointment> series;
+    ComPtr<IAppointment> series;
     AsAppointment(d, series);
     d->Release();
     VARIANT_BOOL recurring = VARIANT_FALSE;
     ASSERT_EQ(series->get_IsRecurring(&recurring), S_OK);
     EXPECT_NE(recurring, VARIANT_FALSE);
-    Ptr<IRecurrencePattern> pattern;
+    ComPtr<IRecurrencePattern> pattern;
     ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
     long v = -1;
     struct Check {
@@ -636,12 +604,12 @@ TEST(Items, PatternAndExceptionsOfASeries) {
     ASSERT_EQ(pattern->get_PatternStartDate(&startDate), S_OK);
     EXPECT_DOUBLE_EQ(startDate, OleDate(server.app.get(), 2026, 10, 6));
 
-    Ptr<IExceptions> exceptions;
+    ComPtr<IExceptions> exceptions;
     ASSERT_EQ(pattern->get_Exceptions(&exceptions), S_OK);
     int count = 0;
     ASSERT_EQ(exceptions->get_Count(&count), S_OK);
     ASSERT_EQ(count, 2);
-    Ptr<IException> deleted, moved;
+    ComPtr<IException> deleted, moved;
     ASSERT_EQ(exceptions->Item(1, &deleted), S_OK);
     ASSERT_EQ(exceptions->Item(2, &moved), S_OK);
     VARIANT_BOOL flag = VARIANT_FALSE;
@@ -652,16 +620,16 @@ TEST(Items, PatternAndExceptionsOfASeries) {
     EXPECT_DOUBLE_EQ(original, OleDate(server.app.get(), 2026, 11, 10, 9));
     ASSERT_EQ(moved->get_Deleted(&flag), S_OK);
     EXPECT_EQ(flag, VARIANT_FALSE);
-    Ptr<IAppointment> movedItem;
+    ComPtr<IAppointment> movedItem;
     ASSERT_EQ(moved->get_AppointmentItem(&movedItem), S_OK);
     DATE start = 0;
     movedItem->get_Start(&start);
     EXPECT_DOUBLE_EQ(start, OleDate(server.app.get(), 2026, 11, 18, 14));
-    Ptr<IException> none;
+    ComPtr<IException> none;
     EXPECT_EQ(exceptions->Item(3, &none), E_INVALIDARG);
 
     // GetOccurrence on a moment that is no occurrence fails.
-    Ptr<IAppointment> occ;
+    ComPtr<IAppointment> occ;
     EXPECT_TRUE(FAILED(pattern->GetOccurrence(OleDate(server.app.get(), 2026, 11, 25, 9), &occ)));
     EXPECT_FALSE(occ);
 }
@@ -671,7 +639,7 @@ TEST(Items, DeleteOneOccurrenceThenTheSeries) {
     Server server;
     ASSERT_EQ(server.logon, S_OK);
     long oid = OidOf(server.calendar.get(), L"Standup");
-    Ptr<IAppointment> occ;
+    ComPtr<IAppointment> occ;
     ASSERT_EQ(OccurrenceOn(server.app.get(), oid, 2026, 11, 24, occ), S_OK);
     long occOid = 0;
     occ->get_Oid(&occOid);
@@ -684,7 +652,7 @@ TEST(Items, DeleteOneOccurrenceThenTheSeries) {
     // The whole series (the program's mode 3: the item itself).
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->GetItemFromOid(oid, &d), S_OK);
-    Ptr<IAppointment> series;
+    ComPtr<IAppointment> series;
     AsAppointment(d, series);
     d->Release();
     ASSERT_EQ(series->Delete(), S_OK);
@@ -715,7 +683,7 @@ TEST(Items, CopyAndMoveToAnotherDay) {
         Server server;
         ASSERT_EQ(server.logon, S_OK) << c.name;
         long oid = OidOf(server.calendar.get(), c.subject);
-        Ptr<IAppointment> source;
+        ComPtr<IAppointment> source;
         if (std::wstring(c.subject) == L"Standup") {
             ASSERT_EQ(OccurrenceOn(server.app.get(), oid, c.source.y, c.source.m, c.source.d, source), S_OK) << c.name;
         } else {
@@ -724,7 +692,7 @@ TEST(Items, CopyAndMoveToAnotherDay) {
             AsAppointment(d, source);
             d->Release();
         }
-        Ptr<IAppointment> copy;
+        ComPtr<IAppointment> copy;
         ASSERT_EQ(source->Copy(&copy), S_OK) << c.name;
         DATE start = 0, end = 0;
         copy->get_Start(&start);
@@ -759,7 +727,7 @@ TEST(Items, NewItemsAndEveryProperty) {
     ASSERT_EQ(server.logon, S_OK);
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
-    Ptr<IAppointment> appt;
+    ComPtr<IAppointment> appt;
     AsAppointment(d, appt);
     d->Release();
     long oid = -1;
@@ -788,7 +756,7 @@ TEST(Items, NewItemsAndEveryProperty) {
     ASSERT_EQ(again.logon, S_OK);
     d = nullptr;
     ASSERT_EQ(again.app->GetItemFromOid(oid, &d), S_OK);
-    Ptr<IAppointment> read;
+    ComPtr<IAppointment> read;
     AsAppointment(d, read);
     d->Release();
     struct Text {
@@ -835,7 +803,7 @@ TEST(Items, NewItemsAndEveryProperty) {
     EXPECT_EQ(b, VARIANT_FALSE);
 
     // Made recurring through its pattern: every second Monday, three times.
-    Ptr<IRecurrencePattern> pattern;
+    ComPtr<IRecurrencePattern> pattern;
     ASSERT_EQ(read->GetRecurrencePattern(&pattern), S_OK);
     ASSERT_EQ(pattern->put_RecurrenceType(olRecursWeekly), S_OK);
     ASSERT_EQ(pattern->put_DayOfWeekMask(olMonday), S_OK);
@@ -867,7 +835,7 @@ TEST(Store, DefaultStoreIsMadeOnFirstLogon) {
         EXPECT_TRUE(AllSubjects(server.calendar.get()).empty());
         IDispatch* d = nullptr;
         ASSERT_EQ(server.app->CreateItem(olAppointmentItem, &d), S_OK);
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         appt->put_Subject(Bstr(L"First"));
@@ -894,7 +862,7 @@ TEST(Store, RoundTripLeavesTheFileAsItWas) {
     ASSERT_EQ(server.logon, S_OK);
     IDispatch* d = nullptr;
     ASSERT_EQ(server.app->GetItemFromOid(OidOf(server.calendar.get(), L"Late"), &d), S_OK);
-    Ptr<IAppointment> late;
+    ComPtr<IAppointment> late;
     AsAppointment(d, late);
     d->Release();
     ASSERT_EQ(late->put_Subject(Bstr(L"Later")), S_OK);
@@ -920,7 +888,7 @@ TEST(Store, UnreadableStoreFailsLogonAndStaysUntouched) {
         TempStore store(c.bytes);
         Server server;
         EXPECT_TRUE(FAILED(server.logon)) << c.name;
-        Ptr<IFolder> folder;
+        ComPtr<IFolder> folder;
         EXPECT_TRUE(FAILED(server.app->GetDefaultFolder(olFolderCalendar, &folder))) << c.name;
         EXPECT_EQ(ReadBytes(store.path()), c.bytes) << c.name;
     }
@@ -941,12 +909,12 @@ TEST(Store, UnreadableStoreFailsLogonAndStaysUntouched) {
 // the application itself serves nothing until it logs on again.
 TEST(Store, HeldFolderOutlivesTheApplicationsLogoff) {
     TempStore store;
-    Ptr<IFolder> folder;
-    Ptr<IPOutlookItemCollection> items;
-    Ptr<IAppointment> dentist;
+    ComPtr<IFolder> folder;
+    ComPtr<IPOutlookItemCollection> items;
+    ComPtr<IAppointment> dentist;
     int count = 0;
     {
-        Ptr<IPOutlookApp> app;
+        ComPtr<IPOutlookApp> app;
         ASSERT_EQ(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
                                    reinterpret_cast<void**>(&app)),
                   S_OK);
@@ -961,7 +929,7 @@ TEST(Store, HeldFolderOutlivesTheApplicationsLogoff) {
         d->Release();
 
         ASSERT_EQ(app->Logoff(), S_OK);
-        Ptr<IFolder> another;
+        ComPtr<IFolder> another;
         EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &another)));
         d = nullptr;
         EXPECT_TRUE(FAILED(app->GetItemFromOid(trip, &d)));
@@ -983,9 +951,9 @@ TEST(Store, HeldFolderOutlivesTheApplicationsLogoff) {
 
     // The folder's application is the one that logged off; a new logon
     // serves again.
-    Ptr<IPOutlookApp> app;
+    ComPtr<IPOutlookApp> app;
     ASSERT_EQ(folder->get_Application(&app), S_OK);
-    Ptr<IFolder> another;
+    ComPtr<IFolder> another;
     EXPECT_TRUE(FAILED(app->GetDefaultFolder(olFolderCalendar, &another)));
     ASSERT_EQ(app->Logon(0), S_OK);
     ASSERT_EQ(app->GetDefaultFolder(olFolderCalendar, &another), S_OK);
@@ -1007,7 +975,7 @@ TEST(Store, TwoServersOnOneStoreLoseNothing) {
     for (const auto& add : adds) {
         IDispatch* d = nullptr;
         ASSERT_EQ(add.server->app->CreateItem(olAppointmentItem, &d), S_OK);
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         appt->put_Subject(Bstr(add.subject));
@@ -1028,7 +996,7 @@ TEST(Store, SameAppointmentChangedByTwoIsReportedNotLost) {
     ASSERT_EQ(a.logon, S_OK);
     ASSERT_EQ(b.logon, S_OK);
     long oid = OidOf(a.calendar.get(), L"Dentist");
-    Ptr<IAppointment> mine, theirs;
+    ComPtr<IAppointment> mine, theirs;
     IDispatch* d = nullptr;
     ASSERT_EQ(a.app->GetItemFromOid(oid, &d), S_OK);
     AsAppointment(d, mine);
@@ -1062,7 +1030,7 @@ TEST(Items, ChangingOneOccurrence) {
         IPOutlookApp* app = server.app.get();
         long oid = OidOf(server.calendar.get(), L"Standup");
         // An occurrence changed before (an exception of the series) changes again.
-        Ptr<IAppointment> moved;
+        ComPtr<IAppointment> moved;
         ASSERT_EQ(OccurrenceOn(app, oid, 2026, 11, 17, moved), S_OK);
         ASSERT_EQ(moved->put_Location(Bstr(L"Room 2")), S_OK);
         ASSERT_EQ(moved->Save(), S_OK);
@@ -1072,7 +1040,7 @@ TEST(Items, ChangingOneOccurrence) {
         EXPECT_NE(file.find("LOCATION:Room 2", override), std::string::npos);
         EXPECT_EQ(file.find("LOCATION:Room 2"), file.find("LOCATION:Room 2", override));
         // Saving an unchanged occurrence changes nothing.
-        Ptr<IAppointment> plain;
+        ComPtr<IAppointment> plain;
         ASSERT_EQ(OccurrenceOn(app, oid, 2026, 11, 24, plain), S_OK);
         ASSERT_EQ(plain->Save(), S_OK);
         EXPECT_EQ(ReadBytes(store.path()), file);
@@ -1099,7 +1067,7 @@ TEST(Items, ChangingOneOccurrence) {
         EXPECT_EQ(after.find("RECURRENCE-ID:20261124T090000"), after.rfind("RECURRENCE-ID:20261124T090000"));
         EXPECT_NE(after.find("LOCATION:Roof"), std::string::npos);
         // Another occurrence moves to another day.
-        Ptr<IAppointment> dec1;
+        ComPtr<IAppointment> dec1;
         ASSERT_EQ(OccurrenceOn(app, oid, 2026, 12, 1, dec1), S_OK);
         ASSERT_EQ(dec1->put_Start(OleDate(app, 2026, 12, 3, 14)), S_OK);
         ASSERT_EQ(dec1->put_End(OleDate(app, 2026, 12, 3, 15)), S_OK);
@@ -1130,12 +1098,12 @@ TEST(Items, ChangingOneOccurrence) {
         // before, and the two changed here.
         IDispatch* d = nullptr;
         ASSERT_EQ(server.app->GetItemFromOid(OidOf(cal, L"Standup"), &d), S_OK);
-        Ptr<IAppointment> series;
+        ComPtr<IAppointment> series;
         AsAppointment(d, series);
         d->Release();
-        Ptr<IRecurrencePattern> pattern;
+        ComPtr<IRecurrencePattern> pattern;
         ASSERT_EQ(series->GetRecurrencePattern(&pattern), S_OK);
-        Ptr<IExceptions> exceptions;
+        ComPtr<IExceptions> exceptions;
         ASSERT_EQ(pattern->get_Exceptions(&exceptions), S_OK);
         int count = 0;
         ASSERT_EQ(exceptions->get_Count(&count), S_OK);
@@ -1147,7 +1115,7 @@ TEST(Items, ChangingOneOccurrence) {
 // another and reports each one whose Save returned.
 int SaveLoop(int first) {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    Ptr<IPOutlookApp> app;
+    ComPtr<IPOutlookApp> app;
     if (FAILED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
                                 reinterpret_cast<void**>(&app))) ||
         FAILED(app->Logon(0)))
@@ -1155,7 +1123,7 @@ int SaveLoop(int first) {
     for (int n = first;; ++n) {
         IDispatch* d = nullptr;
         if (FAILED(app->CreateItem(olAppointmentItem, &d))) return 4;
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         d->QueryInterface(IID_IAppointment, reinterpret_cast<void**>(&appt));
         d->Release();
         std::wstring subject = L"Saved " + std::to_wstring(n);
@@ -1260,7 +1228,7 @@ TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
     std::thread render([&] {
         while (!stop) {
             for (int kind = 1; kind <= 3; ++kind) {
-                Ptr<IPOutlookItemCollection> items;
+                ComPtr<IPOutlookItemCollection> items;
                 if (FAILED(folder->get_Items(&items))) ++failures;
                 items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
                 items->put_IncludeRecurrences(VARIANT_TRUE);
@@ -1270,7 +1238,7 @@ TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
                 IDispatch* item = nullptr;
                 if (FAILED(items->Find(Bstr(r), &item))) ++failures;
                 while (item) {
-                    Ptr<IAppointment> a;
+                    ComPtr<IAppointment> a;
                     if (FAILED(item->QueryInterface(IID_IAppointment, reinterpret_cast<void**>(&a)))) ++failures;
                     item->Release();
                     BSTR s = nullptr;
@@ -1293,7 +1261,7 @@ TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
     while (GetTickCount() < until) {
         IDispatch* d = nullptr;
         ASSERT_EQ(app->CreateItem(olAppointmentItem, &d), S_OK);
-        Ptr<IAppointment> appt;
+        ComPtr<IAppointment> appt;
         AsAppointment(d, appt);
         d->Release();
         appt->put_Subject(Bstr(L"Busy"));
@@ -1307,9 +1275,9 @@ TEST(Store, TwoThreadsQueryAndChangeAtOnce) {
     render.join();
     EXPECT_EQ(failures.load(), 0);
     EXPECT_GT(queries.load(), 0);
-    Ptr<IPOutlookItemCollection> items;
+    ComPtr<IPOutlookItemCollection> items;
     ASSERT_EQ(folder->get_Items(&items), S_OK);
-    Ptr<IPOutlookItemCollection> busy;
+    ComPtr<IPOutlookItemCollection> busy;
     ASSERT_EQ(items->Restrict(Bstr(L"[Subject] = \"Busy\""), &busy), S_OK);
     int count = 0;
     busy->get_Count(&count);
