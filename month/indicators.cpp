@@ -12,8 +12,8 @@
 #include "monthgrid.h"
 #include "common/appstate.h"
 #include "store/store.h"
+#include "common/draw.h"
 #include "calendar/dates.h"
-#include "platform/aygshell.h"
 
 #include <cmath>
 #include <cstring>
@@ -23,7 +23,7 @@ static const COLORREF kBoxBorder = 0xADA3AD; // also the tick marks
 static const COLORREF kBoxFill = 0xFFFFFF;
 static const COLORREF kBusy = 0xB5835A;
 static const COLORREF kOverlap = 0x0000FF;
-static const COLORREF kIconKey = 0xFF00FF;   // transparent in the icon strips
+static const COLORREF kIconKey = 0xFF00FF; // transparent in the icon strips
 
 const int CELLS = GRID_ROWS * GRID_COLS;
 const int BAR_PIXELS = 27;
@@ -38,9 +38,9 @@ enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
 // at a time, so this lives in the file rather than on the thread's stack;
 // every pass clears it first.
 static struct {
-    int mode;                // ICONS_BESIDE_INDICATOR or ICONS_ONLY
-    int s, length, rows;     // column of the 1st, days in the month, rows used
-    long firstShown;         // whole days since 1899-12-30, as OleDate
+    int mode;            // ICONS_BESIDE_INDICATOR or ICONS_ONLY
+    int s, length, rows; // column of the 1st, days in the month, rows used
+    long firstShown;     // whole days since 1899-12-30, as OleDate
     long firstOfMonth, lastOfMonth;
     int query;
     int cellIconCount[CELLS];
@@ -133,8 +133,8 @@ static void DrawAllDayLine(HDC dc, int row, int column)
 static void DrawTicks(HDC dc, int row, int column)
 {
     int x = CellLeft(column), y = CellTop(row);
-    HPEN pen = CreatePen(PS_SOLID, 1, kBoxBorder);
-    HGDIOBJ oldPen = SelectObject(dc, pen);
+    ScopedPen pen(CreatePen(PS_SOLID, 1, kBoxBorder));
+    ScopedSelect selectPen(dc, pen);
     static const int kTickX[] = {13, 23};
     for (int dx : kTickX) {
         MoveToEx(dc, x + dx, y + 84, nullptr);
@@ -142,8 +142,6 @@ static void DrawTicks(HDC dc, int row, int column)
         MoveToEx(dc, x + dx, y + 89, nullptr);
         LineTo(dc, x + dx, y + 87);
     }
-    SelectObject(dc, oldPen);
-    DeleteObject(pen);
 }
 
 void DrawIcon(HDC dc, int iconNumber, int x, int y)
@@ -151,14 +149,12 @@ void DrawIcon(HDC dc, int iconNumber, int x, int y)
     // A number past the user's strip, or any user number without the strip,
     // gets the plain built-in icon rather than nothing.
     if (iconNumber >= BUILTIN_ICONS && iconNumber < g_app.iconCount && g_app.userIconsPresent &&
-        g_app.userIconsBitmap &&
-        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.userIconsBitmap,
-                         ICON_SIZE * (iconNumber - BUILTIN_ICONS), 0, ICON_SIZE, ICON_SIZE, kIconKey))
+        DrawTransparentBitmapAt(dc, g_app.userIconsBitmap, ICON_SIZE * (iconNumber - BUILTIN_ICONS),
+                                0, x, y, ICON_SIZE, ICON_SIZE, kIconKey))
         return;
     int icon = iconNumber >= 0 && iconNumber < BUILTIN_ICONS ? iconNumber : ICON_FALLBACK;
-    if (g_app.bmpIcons)
-        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.bmpIcons, ICON_SIZE * icon, 0, ICON_SIZE,
-                         ICON_SIZE, kIconKey);
+    DrawTransparentBitmapAt(dc, g_app.bmpIcons, ICON_SIZE * icon, 0, x, y, ICON_SIZE, ICON_SIZE,
+                            kIconKey);
 }
 
 // ---- the schedule bar --------------------------------------------------------
@@ -264,8 +260,9 @@ void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int m
             continue;
         // An appointment without categories shows the icon of the slot
         // labelled "(None)".
-        bool match = categories[0] ? HasCategory(categories, s.displayIconString[k])
-                                   : wcsncmp(s.displayIconString[k], L"(None)", ICON_LABEL_LEN) == 0;
+        bool match = categories[0]
+                         ? HasCategory(categories, s.displayIconString[k])
+                         : wcsncmp(s.displayIconString[k], L"(None)", ICON_LABEL_LEN) == 0;
         if (!match)
             continue;
         int x, y;
@@ -290,8 +287,8 @@ static int CellOfDay(long day)
     return (int)cell;
 }
 
-static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, long lastDay, int cell, int row,
-                          int column)
+static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, long lastDay,
+                          int cell, int row, int column)
 {
     int p1 = StartPixel(t1), p2 = EndPixel(t2);
     if (day > firstDay)
@@ -414,9 +411,10 @@ static int RunPass(int month, int year, int mode)
     int nextMonth = month == 12 ? 1 : month + 1, nextYear = month == 12 ? year + 1 : year;
     SYSTEMTIME first = DateOnly(month, 1, year);
     SYSTEMTIME last = DateOnly(month, g_pass.length, year);
-    SYSTEMTIME firstShown = g_pass.s == 0
-                                ? first
-                                : DateOnly(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
+    SYSTEMTIME firstShown =
+        g_pass.s == 0
+            ? first
+            : DateOnly(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
     int trailing = 7 * g_pass.rows - g_pass.s - g_pass.length;
     SYSTEMTIME lastShown = trailing > 0 ? DateOnly(nextMonth, trailing, nextYear) : last;
 

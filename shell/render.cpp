@@ -3,6 +3,7 @@
 // appointments are fetched and painted. WM_PAINT only copies the buffer.
 #include "render.h"
 #include "common/appstate.h"
+#include "common/draw.h"
 #include "platform/aygshell.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
@@ -55,86 +56,38 @@ void RequestRedraw()
     EventModify(g_app.hRenderEvent, EVENT_SET);
 }
 
-HFONT CreateViewFont(int height, int strikeOut, int bold)
-{
-    LOGFONTW lf = {};
-    lf.lfHeight = height;
-    lf.lfWidth = 0;
-    lf.lfWeight = bold == 1 ? FW_BOLD : FW_NORMAL;
-    lf.lfStrikeOut = (BYTE)strikeOut;
-    // The handheld asked for character set 255 and got Tahoma all the same;
-    // a desktop then picks some other face with that set, so the desktop
-    // asks for the default set to get the same Tahoma.
-    lf.lfCharSet = DEFAULT_CHARSET;
-    lf.lfOutPrecision = OUT_DEFAULT_PRECIS;
-    lf.lfClipPrecision = CLIP_DEFAULT_PRECIS;
-    lf.lfQuality = g_app.settings.cleartype == 1 ? CLEARTYPE_QUALITY : DEFAULT_QUALITY;
-    lf.lfPitchAndFamily = FF_ROMAN;
-    lstrcpyW(lf.lfFaceName, L"Tahoma");
-    return CreateFontIndirectW(&lf);
-}
-
-void DrawBitmapAt(HDC dc, HBITMAP bmp, int x, int y)
-{
-    if (!bmp)
-        return;
-    HDC mem = CreateCompatibleDC(dc);
-    HGDIOBJ old = SelectObject(mem, bmp);
-    BITMAP bm = {};
-    GetObjectW(bmp, sizeof(bm), &bm);
-    BitBlt(dc, x, y, bm.bmWidth, bm.bmHeight, mem, 0, 0, SRCCOPY);
-    SelectObject(mem, old);
-    DeleteDC(mem);
-}
-
-void DrawBitmapTransparent(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy, int w, int h,
-                           COLORREF transparent)
-{
-    if (!bmp)
-        return;
-    TransparentImage(dc, dx, dy, w, h, bmp, sx, sy, w, h, transparent);
-}
-
 static void DrawMonthStrip(HDC dc)
 {
-    HFONT font = CreateViewFont(11, 0, 0);
-    HGDIOBJ oldFont = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(11, 0, 0));
+    ScopedSelect selectFont(dc, font);
     SetBkMode(dc, TRANSPARENT);
     SetTextColor(dc, RGB(255, 255, 255));
     for (int m = 1; m <= 12; m++) {
         WCHAR name[80] = L"";
         GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SABBREVMONTHNAME1 + m - 1, name, 80);
-        RECT cell = {20 * (m - 1), 3, 20 * m, 18};
-        DrawTextW(dc, name, -1, &cell, DT_CENTER | DT_SINGLELINE | DT_NOPREFIX);
+        int left = 20 * (m - 1), right = 20 * m, bottom = 18;
+        DrawTextIn(dc, name, left, 3, right, bottom, DT_CENTER);
         if (m == g_app.viewMonth) {
-            HPEN pen = CreatePen(PS_SOLID, 2, RGB(255, 255, 0));
-            HGDIOBJ oldPen = SelectObject(dc, pen);
-            MoveToEx(dc, cell.left, cell.bottom - 2, nullptr);
-            LineTo(dc, cell.right, cell.bottom - 2);
-            SelectObject(dc, oldPen);
-            DeleteObject(pen);
+            ScopedPen pen(CreatePen(PS_SOLID, 2, RGB(255, 255, 0)));
+            ScopedSelect selectPen(dc, pen);
+            MoveToEx(dc, left, bottom - 2, nullptr);
+            LineTo(dc, right, bottom - 2);
         }
     }
-    SelectObject(dc, oldFont);
-    DeleteObject(font);
 }
 
-static void DrawYearTitle(HDC dc, int year)
+// The year centred over the width of the area the pass draws into.
+static void DrawYearTitle(HDC dc, const RECT &area, int year)
 {
-    HFONT font = CreateViewFont(14, 0, 1);
-    HGDIOBJ oldFont = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(14, 0, 1));
+    ScopedSelect selectFont(dc, font);
     SetBkMode(dc, TRANSPARENT);
     SetTextColor(dc, 0xC80000);
-    RECT rc;
-    GetClientRect(g_app.hwndMain, &rc);
-    rc.bottom = 15;
     WCHAR text[16];
     swprintf(text, 16, L"%d", year);
-    DrawTextW(dc, text, -1, &rc, DT_CENTER | DT_SINGLELINE | DT_NOPREFIX);
+    DrawTextIn(dc, text, area.left, area.top, area.right, 15, DT_CENTER);
     DrawBitmapAt(dc, g_app.bmpYearPrev, 205, 2);
     DrawBitmapAt(dc, g_app.bmpYearNext, 225, 2);
-    SelectObject(dc, oldFont);
-    DeleteObject(font);
 }
 
 // One drawing pass as the thread runs it when woken; 1 when it was shown.
@@ -144,14 +97,15 @@ static int RenderPass()
     InterlockedIncrement(&g_app.renderPasses);
     g_app.renderState = RENDER_DRAWING;
     HDC dc = g_app.backDC;
+    RECT area = {0, 0, g_app.clientWidth, g_app.clientHeight};
     int result = 0;
     if (dc) {
-        PatBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, WHITENESS);
+        PatBlt(dc, area.left, area.top, area.right - area.left, area.bottom - area.top, WHITENESS);
         if (g_app.viewMode == VIEW_YEAR) {
             // One year for the whole pass: the UI thread may step it
             // meanwhile, and the title must match the months below it.
             int year = g_app.viewYear;
-            DrawYearTitle(dc, year);
+            DrawYearTitle(dc, area, year);
             result = DrawYearView(dc, year);
             if (YearBadgeFlag(year) == 1)
                 DrawBitmapAt(dc, g_app.bmpBadge, 10, 5);
@@ -159,10 +113,7 @@ static int RenderPass()
             DrawBitmapAt(dc, g_app.bmpBackground, 0, 0);
             // The grey band's brush is freed at once: a brush left over
             // per pass would run the process out of GDI objects.
-            HBRUSH band = CreateSolidBrush(0x5A5A5A);
-            RECT bandRect = {0, 262, 240, 268};
-            FillRect(dc, &bandRect, band);
-            DeleteObject(band);
+            FillCellRect(dc, 0, 262, 240, 268, 0x5A5A5A);
             DrawMonthStrip(dc);
             result = DrawMonthGrid(dc, g_app.viewMonth, g_app.viewDay, g_app.viewYear);
         }

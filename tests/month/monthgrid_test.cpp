@@ -4,6 +4,7 @@
 #include "support/apphost.h"
 #include "common/appstate.h"
 #include "shell/render.h"
+#include "common/draw.h"
 #include "month/monthgrid.h"
 #include "calendar/dates.h"
 
