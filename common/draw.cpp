@@ -68,3 +68,14 @@ BOOL DrawTransparentBitmapAt(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy
         return FALSE;
     return TransparentImage(dc, dx, dy, w, h, bmp, sx, sy, w, h, transparent);
 }
+
+bool PassAbandoned()
+{
+    return g_app.renderState == RENDER_REQUESTED;
+}
+
+// Only a pass that is drawing is stopped: one that has finished stays shown.
+void AbandonPass()
+{
+    InterlockedCompareExchange(&g_app.renderState, RENDER_REQUESTED, RENDER_DRAWING);
+}

@@ -79,3 +79,12 @@ void DrawBitmapAt(HDC dc, HBITMAP bmp, int x, int y);
 // FALSE when nothing could be drawn.
 BOOL DrawTransparentBitmapAt(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy, int w, int h,
                              COLORREF transparent);
+
+// ---- the drawing pass -----------------------------------------------------
+
+// True once a redraw request or a tap has come during the pass being drawn:
+// the pass stops where it is and is not shown.
+bool PassAbandoned();
+// Makes a pass that is drawing stop at its next check; the redraw that the
+// caller requests then draws the new view.
+void AbandonPass();

@@ -355,7 +355,7 @@ static int VisitAppointment(IAppointment *item, void *)
 {
     // A tap or a new request: the query releases this item and its
     // collection, and the pass is abandoned.
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     // An appointment whose times the store cannot give is left out.
     AppointmentTimes t;
@@ -387,7 +387,7 @@ static int VisitAppointment(IAppointment *item, void *)
 // request abandoned it.
 static int RunPass(int month, int year, int mode)
 {
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     if (month < 1 || month > 12)
         return 0;

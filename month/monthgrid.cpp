@@ -139,7 +139,7 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
 
     // A tap or a new request during this pass: do not show it, and do not
     // start on the store for it.
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     if (s.showindicator == 1)
         return DrawMonthIndicators(month, year);

@@ -194,8 +194,7 @@ void PrepareYearView(int year)
     // A pass still drawing the old view gives up at its next check rather
     // than keep the lock; the redraw that follows every preparation draws
     // the new one.
-    if (g_app.renderState == RENDER_DRAWING)
-        g_app.renderState = RENDER_REQUESTED;
+    AbandonPass();
     EnterCriticalSection(&g_app.renderLock);
     for (int m = 0; m < 12; m++)
         g_app.yearBusyDays[m] = ys.days[m];
@@ -290,11 +289,9 @@ int DrawYearView(HDC dc, int year)
     SetBkMode(dc, TRANSPARENT);
     for (int month = 1; month <= 12; month++) {
         // A tap or a new request during this pass: do not show it.
-        if (g_app.renderState == RENDER_REQUESTED)
+        if (PassAbandoned())
             return 0;
         DrawMonth(dc, fonts, initials, month, year, first, busy, now);
     }
-    if (g_app.renderState == RENDER_REQUESTED)
-        return 0;
-    return 1;
+    return PassAbandoned() ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 // start, through this one walk.
 #include "store.h"
 #include "common/appstate.h"
+#include "common/draw.h"
 
 const WCHAR RestrictOverlapClosed[] = L"[End] >= %s AND [Start] <= %s";
 const WCHAR RestrictOverlapBeforeSecond[] = L"[End] >= %s AND [Start] <  %s";
@@ -32,7 +33,7 @@ void BuildRestriction(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
 // A redraw request from the UI thread abandons a rendering pass's walk.
 static bool StopRequested(int thread)
 {
-    return thread == QUERY_RENDERING && g_app.renderState == RENDER_REQUESTED;
+    return thread == QUERY_RENDERING && PassAbandoned();
 }
 
 IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
