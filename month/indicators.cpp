@@ -1,6 +1,7 @@
 // The month grid's appointment indicators and category icons. They run on
 // the rendering thread as the last step of a month pass, under renderLock,
-// and draw into the back buffer over the day cells the grid has painted.
+// and draw into the DC they are given (the back buffer, in a pass) over
+// the day cells the grid has painted there.
 //
 // Per day the bar form draws a box 28 pixels wide whose inside holds a
 // 27-pixel schedule: the morning (timeA to timeB), the afternoon (to
@@ -38,6 +39,7 @@ enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
 // at a time, so this lives in the file rather than on the thread's stack;
 // every pass clears it first.
 static struct {
+    HDC dc;              // what the pass draws into
     int mode;            // ICONS_BESIDE_INDICATOR or ICONS_ONLY
     int s, length, rows; // column of the 1st, days in the month, rows used
     long firstShown;     // whole days since 1899-12-30, as OleDate
@@ -245,7 +247,7 @@ static void IconPosition(int n, int row, int column, int mode, int *x, int *y)
     }
 }
 
-void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int mode)
+void PlaceDayIcons(HDC dc, const WCHAR *categories, int cell, int row, int column, int mode)
 {
     if (cell < 0 || cell >= CELLS)
         return;
@@ -267,7 +269,7 @@ void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int m
             continue;
         int x, y;
         IconPosition(g_pass.cellIconCount[cell], row, column, mode, &x, &y);
-        DrawIcon(g_app.backDC, (int)s.displayIcon[k], x, y);
+        DrawIcon(dc, (int)s.displayIcon[k], x, y);
         g_pass.cellIconCount[cell]++;
         g_pass.iconDrawn[k][cell] = 1;
     }
@@ -311,9 +313,8 @@ static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, l
 }
 
 // Spreads one appointment over the days it covers in the grid.
-static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
+static void PlaceAppointment(HDC dc, const AppointmentTimes &t, const WCHAR *categories)
 {
-    HDC dc = g_app.backDC;
     const AppSettings &s = g_app.settings;
     long firstDay = DayOf(t.start), lastDay = LastDayOf(t.start, t.end);
     float t1 = (float)DayFraction(t.start);
@@ -332,7 +333,7 @@ static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
             continue;
         int row = cell / GRID_COLS, column = cell % GRID_COLS;
         if (g_pass.mode == ICONS_ONLY) {
-            PlaceDayIcons(categories, cell, row, column, ICONS_ONLY);
+            PlaceDayIcons(dc, categories, cell, row, column, ICONS_ONLY);
             continue;
         }
         if (t.allDay) {
@@ -347,7 +348,7 @@ static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
             PlaceTimedDay(dc, t1, t2, day, firstDay, lastDay, cell, row, column);
         }
         if (s.showholiday == 1)
-            PlaceDayIcons(categories, cell, row, column, ICONS_BESIDE_INDICATOR);
+            PlaceDayIcons(dc, categories, cell, row, column, ICONS_BESIDE_INDICATOR);
     }
 }
 
@@ -376,7 +377,7 @@ static int VisitAppointment(IAppointment *item, void *)
         if (FAILED(item->get_Categories(&categories)))
             categories = nullptr;
     }
-    PlaceAppointment(t, categories ? categories : L"");
+    PlaceAppointment(g_pass.dc, t, categories ? categories : L"");
     FreeStoreString(categories);
     // The screen fills in appointment by appointment on a slow store.
     InvalidateRect(g_app.hwndMain, nullptr, FALSE);
@@ -385,13 +386,14 @@ static int VisitAppointment(IAppointment *item, void *)
 
 // Sets up the pass and walks the month's appointments; 0 when a redraw
 // request abandoned it.
-static int RunPass(int month, int year, int mode)
+static int RunPass(HDC dc, int month, int year, int mode)
 {
     if (PassAbandoned())
         return 0;
     if (month < 1 || month > 12)
         return 0;
     const AppSettings &s = g_app.settings;
+    g_pass.dc = dc;
     g_pass.mode = mode;
     g_pass.s = WeekdayColumn(month, 1, year);
     g_pass.length = MonthLength(month, year);
@@ -446,17 +448,17 @@ static int RunPass(int month, int year, int mode)
     return 1;
 }
 
-int DrawMonthIndicators(int month, int year)
+int DrawMonthIndicators(HDC dc, int month, int year)
 {
-    if (!RunPass(month, year, ICONS_BESIDE_INDICATOR))
+    if (!RunPass(dc, month, year, ICONS_BESIDE_INDICATOR))
         return 0;
     for (int cell = 0; cell < CELLS; cell++)
         if (g_pass.boxDrawn[cell])
-            DrawTicks(g_app.backDC, cell / GRID_COLS, cell % GRID_COLS);
+            DrawTicks(dc, cell / GRID_COLS, cell % GRID_COLS);
     return 1;
 }
 
-int DrawMonthIcons(int month, int year)
+int DrawMonthIcons(HDC dc, int month, int year)
 {
-    return RunPass(month, year, ICONS_ONLY);
+    return RunPass(dc, month, year, ICONS_ONLY);
 }

@@ -142,9 +142,9 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
     if (PassAbandoned())
         return 0;
     if (s.showindicator == 1)
-        return DrawMonthIndicators(month, year);
+        return DrawMonthIndicators(dc, month, year);
     if (s.showholiday == 1)
-        return DrawMonthIcons(month, year);
+        return DrawMonthIcons(dc, month, year);
     return 1;
 }
 

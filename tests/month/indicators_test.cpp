@@ -9,6 +9,7 @@
 #include "shell/render.h"
 #include "settings/settings.h"
 #include "calendar/dates.h"
+#include "month/monthgrid.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -498,4 +499,39 @@ TEST_F(Indicators, AbandonedPassesFreeEverything)
     EXPECT_GE(abandoned, 190) << "requests that came while a pass was walking the store";
     EXPECT_EQ(Bar(cell), full) << "the pass after them is whole";
     EXPECT_EQ(CountGdiObjects(), before) << "before " << summary << "after " << GdiObjectSummary();
+}
+
+// The month paints the DC it is given: a test's memory DC gets the same
+// grid, bars and icons as the back buffer a pass drew.
+TEST_F(Indicators, PaintsTheDCItIsGiven)
+{
+    Label(0, L"Business", 0);
+    Label(1, L"(None)", 2);
+    Show(1, 2031);
+    HDC mem = CreateCompatibleDC(nullptr);
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = 240;
+    bi.bmiHeader.biHeight = -270;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 32;
+    void *bits = nullptr;
+    HBITMAP bmp = CreateDIBSection(mem, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(mem, bmp);
+    PatBlt(mem, 0, 0, 240, 270, WHITENESS);
+    EnterCriticalSection(&g_app.renderLock); // the rendering thread stays out
+    LONG state = g_app.renderState;
+    g_app.renderState = RENDER_DRAWING;
+    EXPECT_EQ(DrawMonthGrid(mem, 1, 1, 2031), 1);
+    g_app.renderState = state;
+    LeaveCriticalSection(&g_app.renderLock);
+    int differing = 0;
+    for (int y = 41; y < 262; y++)
+        for (int x = 0; x < 240; x++)
+            differing += GetPixel(mem, x, y) != BackPixel(x, y);
+    EXPECT_EQ(differing, 0) << "pixels of the grid that differ from the back buffer's";
+    EXPECT_EQ(Bar(Jan(15)), "....brrbb.................|");
+    SelectObject(mem, old);
+    DeleteObject(bmp);
+    DeleteDC(mem);
 }
