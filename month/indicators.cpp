@@ -42,8 +42,8 @@ static struct {
     HDC dc;              // what the pass draws into
     int mode;            // ICONS_BESIDE_INDICATOR or ICONS_ONLY
     int s, length, rows; // column of the 1st, days in the month, rows used
-    long firstShown;     // whole days since 1899-12-30, as OleDate
-    long firstOfMonth, lastOfMonth;
+    int firstShown;      // day numbers (calendar/datecalc.h)
+    int firstOfMonth, lastOfMonth;
     int query;
     int cellIconCount[CELLS];
     unsigned char iconDrawn[ICON_SLOTS][CELLS];
@@ -52,51 +52,6 @@ static struct {
     int prevCell;
     float prevEnd;
 } g_pass;
-
-// ---- dates -----------------------------------------------------------------
-
-// The calendar day of an OleDate. Before 1899-12-30 the whole part counts
-// days back while the fraction still counts the time forward (-1.25 is
-// 29 December 1899, 6:00), so the day is the whole part, not its floor.
-static long DayOf(OleDate when)
-{
-    return (long)std::trunc(when);
-}
-
-static double DayFraction(OleDate when)
-{
-    return std::fabs(when - std::trunc(when));
-}
-
-static long OleDayNumber(int month, int day, int year)
-{
-    return (long)DayNumber(month, day, year) - (long)DayNumber(12, 30, 1899);
-}
-
-// The last calendar day an appointment occupies. The store gives an
-// all-day appointment's end as the midnight after its last day, and a timed
-// one may end exactly at midnight: such an end belongs to the day before,
-// as in the store's own whole-day comparisons, so an all-day appointment
-// marks only its own days and one from 22:00 to 24:00 puts nothing on the
-// next day. An appointment without length (or with its end before its
-// start) stays on its start's day.
-static long LastDayOf(OleDate start, OleDate end)
-{
-    long first = DayOf(start);
-    long last = DayOf(end);
-    if (end > start && DayFraction(end) == 0.0)
-        last--;
-    return last < first ? first : last;
-}
-
-static SYSTEMTIME DateOnly(int month, int day, int year)
-{
-    SYSTEMTIME st = {};
-    st.wYear = (WORD)year;
-    st.wMonth = (WORD)month;
-    st.wDay = (WORD)day;
-    return st;
-}
 
 // ---- drawing ---------------------------------------------------------------
 
@@ -279,18 +234,18 @@ void PlaceDayIcons(HDC dc, const WCHAR *categories, int cell, int row, int colum
 
 // The cell a day of the grid sits in, or -1 when the day is not drawn on:
 // outside the grid, or a neighbouring month's day while those are hidden.
-static int CellOfDay(long day)
+static int CellOfDay(int day)
 {
-    long cell = day - g_pass.firstShown;
-    if (cell < 0 || cell >= 7L * g_pass.rows)
+    int cell = day - g_pass.firstShown;
+    if (cell < 0 || cell >= 7 * g_pass.rows)
         return -1;
     if (g_app.settings.showdays != 1 && (cell < g_pass.s || cell > g_pass.s + g_pass.length - 1))
         return -1;
-    return (int)cell;
+    return cell;
 }
 
-static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, long lastDay,
-                          int cell, int row, int column)
+static void PlaceTimedDay(HDC dc, float t1, float t2, int day, int firstDay, int lastDay, int cell,
+                          int row, int column)
 {
     int p1 = StartPixel(t1), p2 = EndPixel(t2);
     if (day > firstDay)
@@ -316,18 +271,18 @@ static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, l
 static void PlaceAppointment(HDC dc, const AppointmentTimes &t, const WCHAR *categories)
 {
     const AppSettings &s = g_app.settings;
-    long firstDay = DayOf(t.start), lastDay = LastDayOf(t.start, t.end);
-    float t1 = (float)DayFraction(t.start);
+    int firstDay = OleDayOf(t.start), lastDay = LastOleDayOf(t.start, t.end);
+    float t1 = (float)OleTimeOfDay(t.start);
     // An end at midnight closes the day before: there it is 24:00.
-    float t2 = t.end > t.start && DayFraction(t.end) == 0.0 ? 1.0f : (float)DayFraction(t.end);
+    float t2 = lastDay < OleDayOf(t.end) ? 1.0f : (float)OleTimeOfDay(t.end);
     bool counts = !(t.allDay && t.busyStatus == olFree && s.showfree == 0);
 
     // Only the days inside the grid are walked: an appointment over years
     // costs no more than one over the grid.
-    long from = firstDay > g_pass.firstShown ? firstDay : g_pass.firstShown;
-    long lastCell = g_pass.firstShown + CELLS - 1;
-    long to = lastDay < lastCell ? lastDay : lastCell;
-    for (long day = from; day <= to; day++) {
+    int from = firstDay > g_pass.firstShown ? firstDay : g_pass.firstShown;
+    int lastCell = g_pass.firstShown + CELLS - 1;
+    int to = lastDay < lastCell ? lastDay : lastCell;
+    for (int day = from; day <= to; day++) {
         int cell = CellOfDay(day);
         if (cell < 0)
             continue;
@@ -367,7 +322,7 @@ static int VisitAppointment(IAppointment *item, void *)
     // month's last day also from the trailing days' query. Each query keeps
     // only the appointments that start in its own span, so each is drawn
     // once: drawn again, its bar would cover a red overlap drawn since.
-    long startDay = DayOf(t.start);
+    int startDay = OleDayOf(t.start);
     if ((g_pass.query == QUERY_MONTH && startDay < g_pass.firstOfMonth) ||
         (g_pass.query == QUERY_TRAILING && startDay <= g_pass.lastOfMonth))
         return 1;
@@ -411,14 +366,14 @@ static int RunPass(HDC dc, int month, int year, int mode)
 
     int prevMonth = month == 1 ? 12 : month - 1, prevYear = month == 1 ? year - 1 : year;
     int nextMonth = month == 12 ? 1 : month + 1, nextYear = month == 12 ? year + 1 : year;
-    SYSTEMTIME first = DateOnly(month, 1, year);
-    SYSTEMTIME last = DateOnly(month, g_pass.length, year);
+    SYSTEMTIME first = SystemDate(month, 1, year);
+    SYSTEMTIME last = SystemDate(month, g_pass.length, year);
     SYSTEMTIME firstShown =
         g_pass.s == 0
             ? first
-            : DateOnly(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
+            : SystemDate(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
     int trailing = 7 * g_pass.rows - g_pass.s - g_pass.length;
-    SYSTEMTIME lastShown = trailing > 0 ? DateOnly(nextMonth, trailing, nextYear) : last;
+    SYSTEMTIME lastShown = trailing > 0 ? SystemDate(nextMonth, trailing, nextYear) : last;
 
     memset(g_pass.cellIconCount, 0, sizeof(g_pass.cellIconCount));
     memset(g_pass.iconDrawn, 0, sizeof(g_pass.iconDrawn));

@@ -40,8 +40,6 @@
 
 static const COLORREF kHeaderText = 0x000000;
 
-static const long long kSecsPerDay = 86400;
-
 // ---- layout ------------------------------------------------------------
 
 // The locale's first day of the week, counted from Sunday = 0 as
@@ -105,65 +103,34 @@ int YearHitTest(int x, int y, int *cellX, int *cellY)
 // ---- preparation (UI thread) -------------------------------------------
 
 struct YearSpread {
-    long long firstDay, lastDay; // the year's first and last day, OLE day numbers
-    long long monthStart[13];    // OLE day number of each month's 1st; [12] the next year's
-    DWORD days[12];              // bit d - 1: day d holds an appointment
+    int firstDay, lastDay; // the year's first and last day (calendar/datecalc.h day numbers)
+    int monthStart[13];    // day number of each month's 1st; [12] the next year's
+    DWORD days[12];        // bit d - 1: day d holds an appointment
 };
 
-// An OleDate as seconds on one straight line. Before 1899-12-30 the
-// platform's dates count the day backwards but the time of day forwards
-// (-1.25 is 29 December, 6:00), so the day and the fraction are split
-// first.
-static long long LinearSeconds(OleDate when)
-{
-    double day = (double)(long long)when;
-    double fraction = when - day;
-    if (fraction < 0)
-        fraction = -fraction;
-    return (long long)day * kSecsPerDay + (long long)(fraction * kSecsPerDay + 0.5);
-}
-
-static long long DayOf(long long secs)
-{
-    return secs >= 0 ? secs / kSecsPerDay : -((-secs + kSecsPerDay - 1) / kSecsPerDay);
-}
-
-// OLE day 0 is 30 December 1899, Julian day 2415019.
-static long long OleDayNumber(int month, int day, int year)
-{
-    return (long long)DayNumber(month, day, year) - 2415019;
-}
-
-static void MarkDay(YearSpread *ys, long long day)
+static void MarkDay(YearSpread *ys, int day)
 {
     int m = 0;
     while (m < 11 && day >= ys->monthStart[m + 1])
         m++;
-    long long d = day - ys->monthStart[m];
+    int d = day - ys->monthStart[m];
     if (d >= 0 && d < 31)
         ys->days[m] |= 1u << d;
 }
 
 // Spreads one appointment (or one occurrence of a series) over its days.
-// An end exactly at midnight after the start belongs to the day before,
-// as the calendar server counts it: an all-day appointment ends at the
-// next midnight, an evening ending at 24:00 stays on its evening.
 static int SpreadVisit(IAppointment *item, void *context)
 {
     YearSpread *ys = static_cast<YearSpread *>(context);
     AppointmentTimes t;
     if (!ReadAppointmentTimes(item, &t))
         return 1;
-    long long start = LinearSeconds(t.start), end = LinearSeconds(t.end);
-    long long first = DayOf(start);
-    long long last = end > start && end % kSecsPerDay == 0 ? DayOf(end - 1) : DayOf(end);
-    if (last < first)
-        last = first; // an end before the start: the start's day alone
+    int first = OleDayOf(t.start), last = LastOleDayOf(t.start, t.end);
     if (first < ys->firstDay)
         first = ys->firstDay;
     if (last > ys->lastDay)
         last = ys->lastDay;
-    for (long long day = first; day <= last; day++)
+    for (int day = first; day <= last; day++)
         MarkDay(ys, day);
     return 1;
 }
@@ -179,13 +146,8 @@ void PrepareYearView(int year)
     // The store's date texts exist only for the platform's date range; a
     // year outside it has no appointments to show.
     if (year >= 1601 && year <= 9999) {
-        SYSTEMTIME first = {}, last = {};
-        first.wYear = last.wYear = (WORD)year;
-        first.wMonth = 1;
-        first.wDay = 1;
-        last.wMonth = 12;
-        last.wDay = 31;
-        QueryAppointments(first, last, RestrictOverlapClosed, SpreadVisit, &ys, QUERY_UI);
+        QueryAppointments(SystemDate(1, 1, year), SystemDate(12, 31, year), RestrictOverlapClosed,
+                          SpreadVisit, &ys, QUERY_UI);
     }
     int any = 0;
     for (DWORD bits : ys.days)

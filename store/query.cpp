@@ -4,6 +4,7 @@
 #include "store.h"
 #include "common/appstate.h"
 #include "common/draw.h"
+#include "calendar/dates.h"
 
 const WCHAR RestrictOverlapClosed[] = L"[End] >= %s AND [Start] <= %s";
 const WCHAR RestrictOverlapBeforeSecond[] = L"[End] >= %s AND [Start] <  %s";
@@ -13,10 +14,7 @@ void ShortDateText(const SYSTEMTIME &day, WCHAR *text, int length)
 {
     // Only the date counts; a caller may have set the hour to 24 to mean
     // the end of the day, which the date picture never prints.
-    SYSTEMTIME d = {};
-    d.wYear = day.wYear;
-    d.wMonth = day.wMonth;
-    d.wDay = day.wDay;
+    SYSTEMTIME d = SystemDate(day.wMonth, day.wDay, day.wYear);
     if (!GetDateFormatW(LOCALE_SYSTEM_DEFAULT, DATE_SHORTDATE, &d, nullptr, text, length))
         text[0] = 0;
 }
