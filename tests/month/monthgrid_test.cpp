@@ -4,7 +4,6 @@
 #include "support/apphost.h"
 #include "common/appstate.h"
 #include "shell/render.h"
-#include "common/draw.h"
 #include "month/monthgrid.h"
 #include "calendar/dates.h"
 
@@ -259,30 +258,4 @@ TEST_F(MonthGrid, HitTest)
     g_app.settings.showdays = 1;
     ASSERT_TRUE(MonthHitTest(GRID_LEFT + 5, GRID_TOP + 5));
     EXPECT_EQ(g_app.selectedDate, (DWORD)(100 + 31 - s + 1)) << "the first shown day of July";
-}
-
-TEST_F(MonthGrid, ViewFontsFollowTheClearTypeSetting)
-{
-    for (DWORD cleartype : {0u, 1u}) {
-        g_app.settings.cleartype = cleartype;
-        for (int bold : {0, 1}) {
-            HFONT font = CreateViewFont(12, 1, bold);
-            LOGFONTW lf = {};
-            GetObjectW(font, sizeof(lf), &lf);
-            HDC dc = CreateCompatibleDC(nullptr);
-            HGDIOBJ old = SelectObject(dc, font);
-            WCHAR face[LF_FACESIZE] = L"";
-            GetTextFaceW(dc, LF_FACESIZE, face);
-            SelectObject(dc, old);
-            DeleteDC(dc);
-            DeleteObject(font);
-            EXPECT_STREQ(face, L"Tahoma") << "the face the system actually chose";
-            EXPECT_EQ(lf.lfQuality, cleartype ? CLEARTYPE_QUALITY : DEFAULT_QUALITY) << "cleartype " << cleartype;
-            EXPECT_EQ(lf.lfWeight, bold ? FW_BOLD : FW_NORMAL);
-            EXPECT_EQ(lf.lfHeight, 12);
-            EXPECT_TRUE(lf.lfStrikeOut);
-            EXPECT_STREQ(lf.lfFaceName, L"Tahoma");
-        }
-    }
-    g_app.settings.cleartype = 0;
 }
