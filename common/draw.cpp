@@ -79,3 +79,16 @@ void AbandonPass()
 {
     InterlockedCompareExchange(&g_app.renderState, RENDER_REQUESTED, RENDER_DRAWING);
 }
+
+void (*g_passProgressHook)();
+
+// The UI thread copies the back buffer from its pixels whenever it paints,
+// so a flush is all it takes for the pass so far to reach the screen; on a
+// slow store the user watches the month fill in appointment by appointment.
+void ShowPassProgress()
+{
+    GdiFlush();
+    InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+    if (g_passProgressHook)
+        g_passProgressHook();
+}

@@ -88,3 +88,8 @@ bool PassAbandoned();
 // Makes a pass that is drawing stop at its next check; the redraw that the
 // caller requests then draws the new view.
 void AbandonPass();
+// What the pass has drawn so far becomes visible: the drawing is flushed
+// into the back buffer's pixels and the main window asked to copy them.
+void ShowPassProgress();
+// Test seam: when set, ShowPassProgress calls it after each appointment a pass draws.
+extern void (*g_passProgressHook)();

@@ -334,8 +334,7 @@ static int VisitAppointment(IAppointment *item, void *)
     }
     PlaceAppointment(g_pass.dc, t, categories ? categories : L"");
     FreeStoreString(categories);
-    // The screen fills in appointment by appointment on a slow store.
-    InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+    ShowPassProgress();
     return 1;
 }
 

@@ -10,13 +10,31 @@
 
 #include <cstdio>
 
+// The back buffer's pixels as the platform describes a top-down 32-bit DIB.
+static BITMAPINFO BackBufferInfo(int width, int height)
+{
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = width;
+    bi.bmiHeader.biHeight = -height;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 32;
+    bi.bmiHeader.biCompression = BI_RGB;
+    return bi;
+}
+
 void CreateBackBuffer(int width, int height)
 {
+    BITMAPINFO bi = BackBufferInfo(width, height);
     HDC screen = GetDC(nullptr);
     g_app.backDC = CreateCompatibleDC(screen);
-    g_app.backBitmap = CreateCompatibleBitmap(screen, width, height);
-    g_app.backOldBitmap = (HBITMAP)SelectObject(g_app.backDC, g_app.backBitmap);
     ReleaseDC(nullptr, screen);
+    void *bits = nullptr;
+    g_app.backBitmap = CreateDIBSection(g_app.backDC, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    g_app.backOldBitmap = (HBITMAP)SelectObject(g_app.backDC, g_app.backBitmap);
+    g_app.backBits = g_app.backBitmap ? bits : nullptr;
+    g_app.backWidth = width;
+    g_app.backHeight = height;
     PatBlt(g_app.backDC, 0, 0, width, height, WHITENESS);
 }
 
@@ -24,6 +42,7 @@ void DestroyBackBuffer()
 {
     if (!g_app.backDC)
         return;
+    g_app.backBits = nullptr;
     SelectObject(g_app.backDC, g_app.backOldBitmap);
     DeleteDC(g_app.backDC);
     DeleteObject(g_app.backBitmap);
@@ -32,20 +51,24 @@ void DestroyBackBuffer()
     g_app.backOldBitmap = nullptr;
 }
 
-// Draws through its own device context. The back buffer's context is
-// never used by both threads at once: Wine refuses GDI calls on a context
-// that another thread is using, so a blit during a pass made the pass's
-// own calls fail at random (text missing, fonts left selected and never
-// freed). A blit that finds a pass drawing is skipped; the pass
-// invalidates the window when it is done, and that paint copies it.
+// Copies from the back buffer's pixels and never touches its DC: Wine
+// refuses GDI calls on a DC that another thread is using, and a blit
+// through the back DC during a pass made the pass's own calls fail at
+// random (text missing, fonts left selected and never freed). So a paint
+// neither waits for a pass nor skips the copy: mid-pass it shows the pass
+// so far, as the handheld did, and the pass's end invalidates the window
+// for the whole picture.
 void BlitBackBuffer(HWND hwnd)
 {
-    if (!g_app.backDC || !TryEnterCriticalSection(&g_app.renderLock))
+    if (!g_app.backBits)
         return;
+    BITMAPINFO bi = BackBufferInfo(g_app.backWidth, g_app.backHeight);
+    int width = g_app.clientWidth < g_app.backWidth ? g_app.clientWidth : g_app.backWidth;
+    int height = g_app.clientHeight < g_app.backHeight ? g_app.clientHeight : g_app.backHeight;
     HDC dc = GetDC(hwnd);
-    BitBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, g_app.backDC, 0, 0, SRCCOPY);
+    SetDIBitsToDevice(dc, 0, 0, width, height, 0, 0, 0, g_app.backHeight, g_app.backBits, &bi,
+                      DIB_RGB_COLORS);
     ReleaseDC(hwnd, dc);
-    LeaveCriticalSection(&g_app.renderLock);
 }
 
 // Never waits: requests that arrive during a pass set the auto-reset event
@@ -118,6 +141,7 @@ static int RenderPass()
             result = DrawMonthGrid(dc, g_app.viewMonth, g_app.viewDay, g_app.viewYear);
         }
     }
+    GdiFlush();
     LeaveCriticalSection(&g_app.renderLock);
     if (result == 1) {
         InvalidateRect(g_app.hwndMain, nullptr, FALSE);

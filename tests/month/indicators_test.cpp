@@ -10,6 +10,7 @@
 #include "settings/settings.h"
 #include "calendar/dates.h"
 #include "month/monthgrid.h"
+#include "common/draw.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -534,4 +535,61 @@ TEST_F(Indicators, PaintsTheDCItIsGiven)
     SelectObject(mem, old);
     DeleteObject(bmp);
     DeleteDC(mem);
+}
+
+// The pass held after its third appointment, through the test seam.
+static HANDLE g_held, g_release;
+static LONG g_appointmentsDrawn;
+static void HoldAfterThird()
+{
+    if (InterlockedIncrement(&g_appointmentsDrawn) == 3) {
+        SetEvent(g_held);
+        WaitForSingleObject(g_release, 10000);
+    }
+}
+
+// A paint in the middle of a pass copies what the pass has drawn so far,
+// so the month fills in appointment by appointment and a window uncovered
+// during a pass is not left blank.
+TEST_F(Indicators, PaintDuringAPassShowsItSoFar)
+{
+    Show(1, 2031);
+    HDC dc = GetDC(hwnd);
+    RECT all = {0, 0, 240, 270};
+    HBRUSH red = CreateSolidBrush(RGB(255, 0, 0));
+    FillRect(dc, &all, red);
+    DeleteObject(red);
+    g_held = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_appointmentsDrawn = 0;
+    g_passProgressHook = HoldAfterThird;
+    RequestRedraw();
+    ASSERT_EQ(WaitForSingleObject(g_held, 10000), WAIT_OBJECT_0);
+    RedrawWindow(hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
+    // The first three in order of start: 23:00-1:00 on the 7th, 2:00-3:00
+    // on the 10th, 22:00-23:00 on the 13th. The 15th's comes later.
+    struct {
+        const char *name;
+        int day, pixel;
+        COLORREF colour;
+    } cases[] = {
+        {"the 7th, to the right end", 7, 26, kBusy}, {"the 8th, from the left end", 8, 0, kBusy},
+        {"the 10th", 10, 0, kBusy},                  {"the 13th", 13, 26, kBusy},
+        {"the 15th, not yet drawn", 15, 4, kFill},
+    };
+    COLORREF seen[5];
+    for (int i = 0; i < 5; i++) {
+        Cell cell = Jan(cases[i].day);
+        seen[i] = GetPixel(dc, 34 * cell.c + 6 + cases[i].pixel, 34 * cell.r + 86);
+    }
+    SetEvent(g_release);
+    EXPECT_TRUE(WaitForPass());
+    g_passProgressHook = nullptr;
+    for (int i = 0; i < 5; i++)
+        EXPECT_EQ(seen[i], cases[i].colour) << cases[i].name;
+    Cell last = Jan(15);
+    EXPECT_EQ(GetPixel(dc, 34 * last.c + 6 + 4, 34 * last.r + 86), kBusy) << "the whole pass, once it is done";
+    ReleaseDC(hwnd, dc);
+    CloseHandle(g_held);
+    CloseHandle(g_release);
 }

@@ -207,41 +207,6 @@ TEST_F(MonthGrid, PassesLeakNoGdiObjects)
     EXPECT_EQ(CountGdiObjects(), first) << "before " << before << "after " << GdiObjectSummary();
 }
 
-static DWORD WINAPI HoldRenderLock(LPVOID release)
-{
-    EnterCriticalSection(&g_app.renderLock);
-    WaitForSingleObject((HANDLE)release, INFINITE);
-    LeaveCriticalSection(&g_app.renderLock);
-    return 0;
-}
-
-// While a pass holds the buffer, a paint leaves the window as it was
-// rather than reading a context the rendering thread is drawing with.
-TEST_F(MonthGrid, PaintDuringAPassWaitsForItsEnd)
-{
-    Show(5, 2025);
-    HDC dc = GetDC(hwnd);
-    RECT rc = {0, 0, 240, 270};
-    HBRUSH red = CreateSolidBrush(RGB(255, 0, 0));
-    FillRect(dc, &rc, red);
-    DeleteObject(red);
-    HANDLE release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE holder = CreateThread(nullptr, 0, HoldRenderLock, release, 0, nullptr);
-    while (TryEnterCriticalSection(&g_app.renderLock)) { // until the holder has it
-        LeaveCriticalSection(&g_app.renderLock);
-        Sleep(1);
-    }
-    BlitBackBuffer(hwnd);
-    EXPECT_EQ(GetPixel(dc, 120, 200), RGB(255, 0, 0)) << "the busy buffer was not read";
-    SetEvent(release);
-    WaitForSingleObject(holder, INFINITE);
-    BlitBackBuffer(hwnd);
-    EXPECT_EQ(GetPixel(dc, 120, 200), BackPixel(120, 200)) << "the finished buffer is copied";
-    ReleaseDC(hwnd, dc);
-    CloseHandle(holder);
-    CloseHandle(release);
-}
-
 TEST_F(MonthGrid, HitTest)
 {
     g_app.viewMonth = 8;
