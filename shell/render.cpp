@@ -145,7 +145,9 @@ static int RenderPass()
     LeaveCriticalSection(&g_app.renderLock);
     if (result == 1) {
         InvalidateRect(g_app.hwndMain, nullptr, FALSE);
-        g_app.renderState = RENDER_SHOWN;
+        // A request or a tap that came after the pass last looked for one
+        // keeps its mark: the pass it asked for is still to come.
+        InterlockedCompareExchange(&g_app.renderState, RENDER_SHOWN, RENDER_DRAWING);
     }
     InterlockedIncrement(&g_app.renderDone);
     return result;

@@ -593,3 +593,53 @@ TEST_F(Indicators, PaintDuringAPassShowsItSoFar)
     CloseHandle(g_held);
     CloseHandle(g_release);
 }
+
+// A request made as a pass finishes, after its last look for one: the
+// pass that ends must not mark itself shown over it. The request comes
+// from the pass's last appointment, which then gives the test time to
+// queue for the lock, so the requested pass cannot begin before the test
+// has read how the first one ended.
+static LONG g_requestAfter;
+static void RequestAfterTheLast()
+{
+    if (InterlockedIncrement(&g_appointmentsDrawn) != g_requestAfter)
+        return;
+    RequestRedraw();
+    SetEvent(g_held);
+    Sleep(100);
+}
+
+TEST_F(Indicators, ARequestAsAPassEndsIsKept)
+{
+    Show(2, 2031);
+    g_held = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    g_requestAfter = 0;
+    g_appointmentsDrawn = 0;
+    g_passProgressHook = RequestAfterTheLast;
+    ASSERT_TRUE(RedrawAndWait());
+    LONG count = g_appointmentsDrawn;
+    ASSERT_GT(count, 0);
+    LONG state = 0;
+    bool read = false;
+    for (int attempt = 0; attempt < 5 && !read; attempt++) {
+        g_appointmentsDrawn = 0;
+        g_requestAfter = count;
+        LONG before = g_app.renderDone;
+        RequestRedraw();
+        if (WaitForSingleObject(g_held, 10000) != WAIT_OBJECT_0)
+            break;
+        EnterCriticalSection(&g_app.renderLock);
+        DWORD start = GetTickCount();
+        while (g_app.renderDone == before && GetTickCount() - start < 10000)
+            Sleep(1);
+        state = g_app.renderState;
+        read = g_app.renderPasses == before + 1; // else the lock went to the next pass first
+        LeaveCriticalSection(&g_app.renderLock);
+        WaitForPass();
+    }
+    g_passProgressHook = nullptr;
+    CloseHandle(g_held);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(state, RENDER_REQUESTED) << "the pass that ended marked itself shown";
+    EXPECT_TRUE(WaitForPass());
+}
