@@ -79,7 +79,7 @@ struct AppState {
     AppSettings settings;
     HBITMAP bmpBackground;  // month strip background
     HBITMAP bmpAlarm;       // day list markers
-    HBITMAP bmpRecurring;
+    HBITMAP bmpNotes;
     HBITMAP bmpIcons;       // built-in category icons
     HBITMAP bmpYearPrev;    // year view arrows and badge
     HBITMAP bmpYearNext;

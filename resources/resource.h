@@ -26,7 +26,7 @@
 #define IDB_YEARNEXT        127   // 6 x 11 year view arrows
 #define IDB_YEARPREV        128
 #define IDB_BADGE           130   // 5 x 5 year view badge
-#define IDB_RECURRING       131   // 9 x 8 recurring marker of the day list
+#define IDB_NOTES           131   // 9 x 8 notes marker of the day list
 
 // Dialogs.
 #define IDD_DAYVIEW         106
