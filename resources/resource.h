@@ -30,7 +30,13 @@
 
 // Dialogs.
 #define IDD_DAYVIEW         106
+#define IDD_NOTES           108
 #define IDD_DAYPOPUP        124
+
+// Controls of the day view and its notes popup.
+#define IDC_DAYLIST         222   // the day list, made by the day view's code
+#define IDC_NOTESTEXT       1081  // the notes popup's one text
+#define IDC_NOTESSCROLL     1082  // and its scroll bar
 
 // Controls of the main window.
 #define IDC_YEARTIP         223
