@@ -84,3 +84,17 @@ void TimeSlotToHourMinute(int slot, int *hour, int *minute)
     *hour = h;
     *minute = (slot % 2) ? 30 : 0;
 }
+
+int PackDate(int month, int day, int year)
+{
+    return (year * 100 + month) * 100 + day;
+}
+
+void UnpackDate(int packed, int *month, int *day, int *year)
+{
+    int y = packed / 10000;
+    int m = (packed - y * 10000) / 100;
+    *year = y;
+    *month = m;
+    *day = packed - (y * 100 + m) * 100;
+}
