@@ -33,6 +33,15 @@ struct AppSettings {
     double bandA, bandB, bandC, bandD; // timeA..timeD as fractions of a day
 };
 
+// The go-to-date popup's state (dayview/gotodate.cpp), which is also its dialog record: the
+// calendar control, the date the popup was opened with, packed, and that date decoded. Kept for
+// the life of the popup only.
+struct GoToDatePopup {
+    HWND calendar;
+    int packed;
+    int year, month, day;
+};
+
 struct AppState {
     // Main window and start-up (shell/mainwnd.cpp, shell/startup.cpp). Start-up sets today's
     // date and the shown dates from the local date.
@@ -120,6 +129,9 @@ struct AppState {
     int selectedRow;          // -1: none, something to paste; -2: none, nothing to paste
     POINT lastTapPoint;       // the last stylus-down in the list, in its client pixels
     long copiedItem, cutItem; // the day list's clipboard; at most one is non-zero
+
+    // Go-to-date popup (dayview/gotodate.cpp).
+    GoToDatePopup goToDate; // while the go-to-date popup is open
 };
 
 extern AppState g_app;

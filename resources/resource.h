@@ -31,6 +31,7 @@
 // Dialogs.
 #define IDD_DAYVIEW         106
 #define IDD_NOTES           108
+#define IDD_GOTODATE        123
 #define IDD_DAYPOPUP        124
 
 // Controls of the day view and its notes popup.
