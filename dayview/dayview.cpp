@@ -5,6 +5,7 @@
 #include "dayview.h"
 #include "daygestures.h"
 #include "daylist.h"
+#include "gotodate.h"
 #include "common/appstate.h"
 #include "common/cursor.h"
 #include "common/dialog.h"
@@ -29,6 +30,7 @@ const int LIST_X = 4, LIST_Y = 22, LIST_W = 224, LIST_H = 237;
 // The header strip: a tap on the date opens the go-to-date popup, one on the right end closes
 // the day view, one just left of it switches the row colouring.
 const int HEADER_H = 18;
+const int DATE_TAP_RIGHT = 180;
 const int CLOSE_LEFT = 208, SWITCH_LEFT = 194, SWITCH_RIGHT = 208;
 const RECT kHeaderRect = {0, 0, 240, 20};
 
@@ -203,6 +205,28 @@ static void SwitchRowColouring()
     InvalidateRect(g_app.dayList, nullptr, TRUE);
 }
 
+// A tap on the date opens the go-to-date popup on the shown day; a day picked there is shown.
+// Picking the same day again, or none, changes nothing.
+static INT_PTR DayViewTapDown(HWND dlg, UINT, WPARAM, LPARAM lp)
+{
+    int x = GET_X_LPARAM(lp), y = GET_Y_LPARAM(lp);
+    if (x >= DATE_TAP_RIGHT || y >= HEADER_H)
+        return TRUE;
+    int month, day, year;
+    if (GoToDate(dlg, g_app.shownMonth, g_app.shownDay, g_app.shownYear, &month, &day, &year) !=
+        GOTODATE_NEW)
+        return TRUE;
+    g_app.shownMonth = month;
+    g_app.shownDay = day;
+    g_app.shownYear = year;
+    WaitCursorOn();
+    RefillDayList();
+    WaitCursorOff();
+    InvalidateRect(dlg, &kHeaderRect, FALSE);
+    SetFocus(g_app.dayList);
+    return TRUE;
+}
+
 // The close test comes first: a tap at x 208 in the strip closes. The switch does not look at
 // the height, so a tap just below the strip switches too.
 static INT_PTR DayViewTapUp(HWND dlg, UINT, WPARAM, LPARAM lp)
@@ -291,6 +315,15 @@ static bool RowExpired(size_t row)
     return (float)RowValue(g_app.rowStart, row, 0.0) < (float)present;
 }
 
+// The list's own font back in place of the bold one, which goes.
+static void RestoreRowFont(HDC dc)
+{
+    if (!g_app.savedRowFont)
+        return;
+    DeleteObject(SelectObject(dc, g_app.savedRowFont));
+    g_app.savedRowFont = nullptr;
+}
+
 static LRESULT RowPrePaint(HWND list, NMLVCUSTOMDRAW *cd)
 {
     const AppSettings &s = g_app.settings;
@@ -305,6 +338,7 @@ static LRESULT RowPrePaint(HWND list, NMLVCUSTOMDRAW *cd)
     if (wcsncmp(time, L"All Day", 7) == 0)
         text = ALL_DAY_TEXT;
     if (wcsncmp(time, L"No Appointments", 7) == 0) {
+        RestoreRowFont(cd->nmcd.hdc); // one left from a paint that ended early
         HFONT bold = CreateViewFont(12, 0, 1);
         g_app.savedRowFont = (HFONT)SelectObject(cd->nmcd.hdc, bold);
         text = 0x000000;
@@ -383,10 +417,7 @@ static LRESULT RowPostPaint(HWND list, NMLVCUSTOMDRAW *cd)
             DrawRowLines(list, dc, row);
         DrawRowMarkers(list, dc, row);
     }
-    if (g_app.savedRowFont) {
-        DeleteObject(SelectObject(dc, g_app.savedRowFont));
-        g_app.savedRowFont = nullptr;
-    }
+    RestoreRowFont(dc);
     return CDRF_DODEFAULT;
 }
 
@@ -413,7 +444,8 @@ static INT_PTR DayViewNotify(HWND dlg, NMHDR *hdr)
 
 static const DialogEntry kDayView[] = {
     {WM_INITDIALOG, DialogInit<DayViewInit>}, {WM_PAINT, DayViewPaint},
-    {WM_PRINTCLIENT, DayViewPrintClient},     {WM_LBUTTONUP, DayViewTapUp},
+    {WM_PRINTCLIENT, DayViewPrintClient},     {WM_LBUTTONDOWN, DayViewTapDown},
+    {WM_LBUTTONUP, DayViewTapUp},
     {WM_NOTIFY, DialogNotify<DayViewNotify>}, {WM_TIMER, DayViewTimer},
     {WM_DAYVIEW_EDITED, DayViewEdited},       {WM_DESTROY, DayViewDestroy},
 };

@@ -348,3 +348,70 @@ TEST_F(DayGestures, NotesOfAVanishedAppointment)
     LeaveCriticalSection(&g_app.renderLock);
     EXPECT_EQ(OpenStore(hwnd), 1);
 }
+
+// The user picks a day in the go-to-date popup: its calendar reports the selection.
+static void PickInGoToDate(HWND popup, const Day &day)
+{
+    HWND cal = FindWindowExW(popup, nullptr, MONTHCAL_CLASSW, nullptr);
+    ASSERT_TRUE(cal);
+    SYSTEMTIME st = {};
+    st.wYear = (WORD)day.year;
+    st.wMonth = (WORD)day.month;
+    st.wDay = (WORD)day.day;
+    SendMessageW(cal, MCM_SETCURSEL, 0, (LPARAM)&st);
+    NMSELCHANGE sel = {};
+    sel.nmhdr.hwndFrom = cal;
+    sel.nmhdr.idFrom = (UINT_PTR)GetDlgCtrlID(cal);
+    sel.nmhdr.code = MCN_SELECT;
+    sel.stSelStart = sel.stSelEnd = st;
+    SendMessageW(popup, WM_NOTIFY, sel.nmhdr.idFrom, (LPARAM)&sel);
+    Pump(0);
+}
+
+// A tap on the date opens the go-to-date popup on the shown day; the day picked there is shown,
+// and picking the shown day again changes nothing. Taps beside the date open nothing.
+TEST_F(DayGestures, GoToDateFromTheHeader)
+{
+    RunDayView(kBusyDay, [&](HWND dlg, HWND list) {
+        struct {
+            int x, y;
+            bool opens;
+        } taps[] = {{100, 8, true}, {179, 17, true}, {180, 8, false}, {100, 18, false}};
+        for (auto &t : taps) {
+            bool opened = false;
+            RunScripted(
+                [&] {
+                    Tap(dlg, t.x, t.y);
+                    return (INT_PTR)0;
+                },
+                [&](HWND popup) {
+                    opened = true;
+                    PickInGoToDate(popup, kBusyDay);
+                });
+            EXPECT_EQ(opened, t.opens) << t.x << "," << t.y;
+        }
+
+        TapRow(list, 2);
+        RunScripted(
+            [&] {
+                Tap(dlg, 60, 8);
+                return (INT_PTR)0;
+            },
+            [&](HWND popup) { PickInGoToDate(popup, kBusyDay); });
+        EXPECT_TRUE(Selected(list, 2)) << "the same day: the list is not filled again";
+
+        RunScripted(
+            [&] {
+                Tap(dlg, 60, 8);
+                return (INT_PTR)0;
+            },
+            [&](HWND popup) { PickInGoToDate(popup, kPlainDay); });
+        EXPECT_EQ(g_app.shownMonth, kPlainDay.month);
+        EXPECT_EQ(g_app.shownDay, kPlainDay.day);
+        EXPECT_EQ(g_app.shownYear, kPlainDay.year);
+        ASSERT_EQ(RowCount(list), 2);
+        EXPECT_EQ(CellText(list, 0, 2), L"Plain one");
+        EXPECT_EQ(GetFocus(), list);
+        EXPECT_TRUE(IsWindowVisible(dlg));
+    });
+}
