@@ -39,7 +39,8 @@ const COLORREF ALL_DAY_TEXT = 0xFF0000; // pure blue
 const COLORREF EXPIRED_TEXT = 0x737373;
 const COLORREF ROW_LINE = 0xDEC6B5;
 const COLORREF MARKER_KEY = 0xFF00FF;
-const int ROW_COLOUR_MODES = 4; // by rows, by times, by category, one colour
+const int TIME_RIGHT_MARGIN = 4; // between a time and the marker column
+const int ROW_COLOUR_MODES = 4;  // by rows, by times, by category, one colour
 
 static const int kMenuBarButtons[] = {IDM_NEW, IDM_OPTIONS, IDM_EXIT};
 
@@ -360,13 +361,58 @@ static LRESULT RowPrePaint(HWND list, NMLVCUSTOMDRAW *cd)
     return answer;
 }
 
-// The marker column's text is only a code for the painting: it is drawn in the row's own
-// background, and the marker bitmaps go over it.
-static LRESULT SubItemPrePaint(NMLVCUSTOMDRAW *cd)
+// A row the list shows as selected (it does so only while it has the focus), in the
+// selection's colours.
+static bool ShownSelected(HWND list, int row)
 {
-    cd->clrTextBk = g_app.lastRowBackColor;
-    cd->clrText = cd->iSubItem == DAY_COL_MARKER ? g_app.lastRowBackColor : g_app.lastRowTextColor;
-    return CDRF_DODEFAULT;
+    return GetFocus() == list &&
+           (SendMessageW(list, LVM_GETITEMSTATE, row, LVIS_SELECTED) & LVIS_SELECTED);
+}
+
+// The time column and the marker column are painted here rather than by the list: the list
+// draws a first column's text on the left whatever its format says, and the marker column's
+// text is only a code for the painting, which a selected row would show in the selection's
+// colours. The subject column is the list's, in the row's colours.
+static LRESULT SubItemPrePaint(HWND list, NMLVCUSTOMDRAW *cd)
+{
+    int row = (int)cd->nmcd.dwItemSpec, column = cd->iSubItem;
+    if (column != DAY_COL_TIME && column != DAY_COL_MARKER) {
+        cd->clrText = g_app.lastRowTextColor;
+        cd->clrTextBk = g_app.lastRowBackColor;
+        return CDRF_DODEFAULT;
+    }
+    // The marker column's bounds; the time column ends where it begins.
+    RECT marker = {}, rc = {};
+    marker.top = DAY_COL_MARKER;
+    marker.left = LVIR_BOUNDS;
+    rc.top = column;
+    rc.left = column == DAY_COL_TIME ? LVIR_LABEL : LVIR_BOUNDS;
+    if (!SendMessageW(list, LVM_GETSUBITEMRECT, row, (LPARAM)&marker) ||
+        !SendMessageW(list, LVM_GETSUBITEMRECT, row, (LPARAM)&rc))
+        return CDRF_DODEFAULT;
+    if (column == DAY_COL_TIME)
+        rc.right = marker.left;
+    bool selected = ShownSelected(list, row);
+    HDC dc = cd->nmcd.hdc;
+    FillCellRect(dc, rc.left, rc.top, rc.right, rc.bottom,
+                 selected ? GetSysColor(COLOR_HIGHLIGHT) : g_app.lastRowBackColor);
+    if (column == DAY_COL_TIME) {
+        WCHAR time[81];
+        RowText(list, row, DAY_COL_TIME, time, 81);
+        int mode = SetBkMode(dc, TRANSPARENT);
+        COLORREF colour =
+            SetTextColor(dc, selected ? GetSysColor(COLOR_HIGHLIGHTTEXT) : g_app.lastRowTextColor);
+        UINT align = SetTextAlign(dc, TA_RIGHT | TA_TOP);
+        TEXTMETRICW tm = {};
+        GetTextMetricsW(dc, &tm);
+        int y = (rc.top + rc.bottom - tm.tmHeight) / 2;
+        ExtTextOutW(dc, rc.right - TIME_RIGHT_MARGIN, y, ETO_CLIPPED, &rc, time,
+                    (UINT)lstrlenW(time), nullptr);
+        SetTextAlign(dc, align);
+        SetTextColor(dc, colour);
+        SetBkMode(dc, mode);
+    }
+    return CDRF_SKIPDEFAULT;
 }
 
 static void DrawRowLines(HWND list, HDC dc, int row)
@@ -427,7 +473,7 @@ static LRESULT PaintDayRows(NMLVCUSTOMDRAW *cd)
     switch (cd->nmcd.dwDrawStage) {
     case CDDS_PREPAINT: return CDRF_NOTIFYITEMDRAW;
     case CDDS_ITEMPREPAINT: return RowPrePaint(list, cd);
-    case CDDS_ITEMPREPAINT | CDDS_SUBITEM: return SubItemPrePaint(cd);
+    case CDDS_ITEMPREPAINT | CDDS_SUBITEM: return SubItemPrePaint(list, cd);
     case CDDS_ITEMPOSTPAINT: return RowPostPaint(list, cd);
     }
     return CDRF_DODEFAULT;
@@ -443,11 +489,15 @@ static INT_PTR DayViewNotify(HWND dlg, NMHDR *hdr)
 }
 
 static const DialogEntry kDayView[] = {
-    {WM_INITDIALOG, DialogInit<DayViewInit>}, {WM_PAINT, DayViewPaint},
-    {WM_PRINTCLIENT, DayViewPrintClient},     {WM_LBUTTONDOWN, DayViewTapDown},
+    {WM_INITDIALOG, DialogInit<DayViewInit>},
+    {WM_PAINT, DayViewPaint},
+    {WM_PRINTCLIENT, DayViewPrintClient},
+    {WM_LBUTTONDOWN, DayViewTapDown},
     {WM_LBUTTONUP, DayViewTapUp},
-    {WM_NOTIFY, DialogNotify<DayViewNotify>}, {WM_TIMER, DayViewTimer},
-    {WM_DAYVIEW_EDITED, DayViewEdited},       {WM_DESTROY, DayViewDestroy},
+    {WM_NOTIFY, DialogNotify<DayViewNotify>},
+    {WM_TIMER, DayViewTimer},
+    {WM_DAYVIEW_EDITED, DayViewEdited},
+    {WM_DESTROY, DayViewDestroy},
 };
 
 static INT_PTR CALLBACK DayViewProc(HWND dlg, UINT msg, WPARAM wp, LPARAM lp)

@@ -73,6 +73,24 @@ TEST_F(DayList, TimesAndSubjectsOfABusyDay)
             items.push_back(item);
         }
         EXPECT_EQ(g_app.rowStart.size(), 7u);
+
+        // The times stand to the right of their column: "All Day" begins well after the
+        // longest time, and no time reaches into the marker column.
+        Picture pic = PaintClient(list);
+        int time = ColumnWidth(list, 0), shortest = 0, longest = 0;
+        for (int r : {1, 2}) {
+            RECT row = RowRect(list, r);
+            int left = time, right = 0;
+            for (int y = row.top + 1; y < row.bottom - 1; y++)
+                for (int x = 0; x < time + 2; x++)
+                    if (pic.At(x, y) == (r == 2 ? kBlue : kBlack)) {
+                        left = x < left ? x : left;
+                        right = x > right ? x : right;
+                    }
+            EXPECT_LT(right, time) << "row " << r;
+            (r == 2 ? shortest : longest) = left;
+        }
+        EXPECT_GT(shortest - longest, 20);
     });
 }
 
@@ -251,6 +269,24 @@ TEST_F(DayList, MarkersAndRules)
             }
         }
     });
+    // A selected row shows the selection's colours, with nothing of the marker codes.
+    g_app.settings.showlocation = 1;
+    RunDayView(kBusyDay, [&](HWND, HWND list) {
+        int lunch = 4;
+        ASSERT_EQ(CellText(list, lunch, 2), L"Lunch");
+        RECT row = RowRect(list, lunch + 1);
+        Tap(list, 150, (row.top + row.bottom) / 2);
+        ASSERT_EQ(CellText(list, lunch + 1, 1).size(), 1u) << "the location line's code";
+        Picture pic = PaintClient(list);
+        int left = ColumnWidth(list, 0), right = left + ColumnWidth(list, 1);
+        COLORREF highlight = GetSysColor(COLOR_HIGHLIGHT);
+        EXPECT_EQ(CountIn(pic, row, left, right, highlight),
+                  (right - left) * (row.bottom - row.top - 1))
+            << "the location line's marker column is all selection colour";
+        EXPECT_GT(CountIn(pic, row, right, pic.width, GetSysColor(COLOR_HIGHLIGHTTEXT)), 10);
+    });
+    g_app.settings.showlocation = 0;
+
     // Between an appointment's own rows there is no rule.
     g_app.settings.wrapsubject = 1;
     RunDayView(kLongTextDay, [&](HWND, HWND list) {

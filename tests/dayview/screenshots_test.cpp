@@ -29,6 +29,12 @@ TEST(Screenshots, DayViewAndNotes)
     g_app.settings.showlocation = 1;
     g_app.settings.wrapsubject = 1;
     RunDayView(kBusyDay, [&](HWND dlg, HWND list) {
+        // Lunch selected, with its location's row.
+        for (int row = 0; row < RowCount(list); row++)
+            if (CellText(list, row, 2) == L"Lunch") {
+                RECT rc = RowRect(list, row);
+                Tap(list, 150, (rc.top + rc.bottom) / 2);
+            }
         Pump(300);
         EXPECT_TRUE(SaveScreenShot({dlg}, ShotPath("dayview")));
         // The notes of the appointment with the alarm and the notes.
