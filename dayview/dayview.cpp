@@ -51,24 +51,27 @@ static void GreyMenuBar(int greyed)
 }
 
 // A neighbouring month's day is 100 + the day: the grid shows only late days of the month
-// before and early days of the month after, so a day below 16 lies in the next month.
+// before and early days of the month after, so a day below 16 lies in the next month. A day
+// that its month does not have (no caller passes one) is held to the month's first or last.
 static void ResolveDay(int param, int *month, int *day, int *year)
 {
-    *month = g_app.viewMonth;
+    *month = g_app.viewMonth < 1 || g_app.viewMonth > 12 ? 1 : g_app.viewMonth;
     *year = g_app.viewYear;
     *day = param;
-    if (param <= 100)
-        return;
-    *day = param - 100;
-    if (*day < 16) {
-        if (++*month > 12) {
-            *month = 1;
-            ++*year;
+    if (param > 100) {
+        *day = param - 100;
+        if (*day < 16) {
+            if (++*month > 12) {
+                *month = 1;
+                ++*year;
+            }
+        } else if (--*month < 1) {
+            *month = 12;
+            --*year;
         }
-    } else if (--*month < 1) {
-        *month = 12;
-        --*year;
     }
+    int last = MonthLength(*month, *year);
+    *day = *day < 1 ? 1 : *day > last ? last : *day;
 }
 
 // The handheld put the dialog 4 pixels in from the screen's edge and 5 below its navigation
