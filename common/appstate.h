@@ -32,7 +32,8 @@ struct AppSettings {
 };
 
 struct AppState {
-    // Main window and start-up (shell/mainwnd.cpp, shell/main.cpp).
+    // Main window and start-up (shell/mainwnd.cpp, shell/startup.cpp). Start-up sets today's
+    // date and the shown dates from the local date.
     HINSTANCE hInstance;
     HWND hwndMain;
     HWND hwndMenuBar;
@@ -43,10 +44,12 @@ struct AppState {
     HWND yearTipLabel;
     WCHAR monthNames[12][20];
     SYSTEMTIME todayStamp;
+    int todayYear, todayMonth, todayDay;
+    int shownYear, shownMonth, shownDay;    // the day view's date
     int storeOpen;
     CategoryProps *categoryProps;
     int categoryCount;
-    HCURSOR waitOldCursor;
+    HCURSOR waitOldCursor;                  // common/cursor.cpp
 
     // Rendering thread and back buffer (shell/render.cpp).
     CRITICAL_SECTION renderLock;
@@ -84,8 +87,6 @@ struct AppState {
     HBITMAP userIconsBitmap;
     int userIconsPresent;
     int iconCount;
-    int todayYear, todayMonth, todayDay;
-    int shownYear, shownMonth, shownDay;
 
     // Year view (month/yearview.cpp): the days of yearDataYear that hold
     // appointments (bit d - 1 of a month's word for day d) and whether the

@@ -49,18 +49,12 @@
 #include <unordered_map>
 #include <vector>
 
+#include "civil.h"
+
 namespace lfical {
 
 // ---------------------------------------------------------------- civil time
-constexpr int64_t kDay = 86400;
-int64_t floorDiv(int64_t a, int64_t b);
-int64_t daysFromCivil(int64_t y, int m, int d);
-void civilFromDays(int64_t days, int& y, int& m, int& d);
-int64_t civilSeconds(int y, int mo, int d, int h = 0, int mi = 0, int s = 0);
-// 0 = Monday ... 6 = Sunday
-int weekdayOfDay(int64_t day);
-int daysInMonth(int y, int m);
-bool isLeap(int64_t y);
+// Day numbers, weekdays and month lengths are in civil.h.
 // "YYYYMMDD" when dateOnly, else "YYYYMMDDTHHMMSS"
 std::string formatCivil(int64_t civil, bool dateOnly);
 // Parses "YYYYMMDD" or "YYYYMMDDTHHMMSS"; no zone suffix.

@@ -1,5 +1,6 @@
-// The store's own types, shared by its reading half (store.cpp) and its
-// changing and saving half (store_edit.cpp).
+// The store's own types, shared by the code that loads it (store_load.cpp),
+// answers queries (store_query.cpp), and changes and saves it
+// (store_edit.cpp).
 #pragma once
 
 #include <algorithm>

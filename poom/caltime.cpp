@@ -2,49 +2,29 @@
 
 #include <cmath>
 
+#include "civil.h"
+
 namespace poom {
 
 namespace {
-// Days from 1970-01-01 (Howard Hinnant's civil calendar algorithms).
-std::int64_t DaysFromCivilUnix(std::int64_t y, unsigned m, unsigned d) {
-    y -= m <= 2;
-    const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const unsigned yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
-}
-constexpr std::int64_t kUnixToOleDays = 25569;  // 1899-12-30 -> 1970-01-01
+// The engine counts days from 1970-01-01, the object model from 1899-12-30.
+constexpr std::int64_t kUnixToOleDays = 25569;
 }  // namespace
 
-std::int64_t DaysFromCivil(int y, int m, int d) {
-    return DaysFromCivilUnix(y, static_cast<unsigned>(m), static_cast<unsigned>(d)) + kUnixToOleDays;
-}
+std::int64_t DaysFromCivil(int y, int m, int d) { return lfical::daysFromCivil(y, m, d) + kUnixToOleDays; }
 
 void CivilFromDays(std::int64_t days, int& y, int& m, int& d) {
-    std::int64_t z = days - kUnixToOleDays + 719468;
-    const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    const unsigned doe = static_cast<unsigned>(z - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-    m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-    y = static_cast<int>(static_cast<std::int64_t>(yoe) + era * 400 + (m <= 2));
+    lfical::civilFromDays(days - kUnixToOleDays, y, m, d);
 }
 
 int WeekdayOfDays(std::int64_t days) {
-    // 1899-12-30 was a Saturday.
-    std::int64_t w = (days + 6) % 7;
-    if (w < 0) w += 7;
-    return static_cast<int>(w);
+    // The engine's week starts on Monday, the object model's on Sunday.
+    return (lfical::weekdayOfDay(days - kUnixToOleDays) + 1) % 7;
 }
 
 int DaysInMonth(int y, int m) {
-    static const int kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (m < 1 || m > 12) return 0;
-    if (m == 2 && ((y % 4 == 0 && y % 100 != 0) || y % 400 == 0)) return 29;
-    return kDays[m - 1];
+    return lfical::daysInMonth(y, m);
 }
 
 LocalSecs ToSecs(const CivilTime& t) {

@@ -4,6 +4,8 @@ set(LF_POOM_DIR ${CMAKE_CURRENT_LIST_DIR})
 if(NOT TARGET lfpoomrestrict)
   add_library(lfpoomrestrict STATIC ${LF_POOM_DIR}/caltime.cpp ${LF_POOM_DIR}/restrict.cpp)
   target_include_directories(lfpoomrestrict PUBLIC ${LF_POOM_DIR})
+  # Days are counted with the engine's civil arithmetic, which is header-only.
+  target_include_directories(lfpoomrestrict PRIVATE ${PROJECT_SOURCE_DIR}/ical)
   target_compile_options(lfpoomrestrict PRIVATE ${LF_WARNINGS})
 endif()
 # The store model needs the iCalendar engine.

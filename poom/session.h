@@ -1,6 +1,8 @@
 // One logon of the calendar server: the open store, the locale's date
 // picture for restrictions, and the thread that watches the store for
-// changes made by other programs.
+// changes made by other programs. It lasts while the application object
+// stays logged on or anything handed out under the logon lives; the last
+// of them to go closes it.
 #pragma once
 
 #include <windows.h>

@@ -192,13 +192,6 @@ void LoadSettings()
     g_app.bmpBadge = LoadProgramBitmap(IDB_BADGE);
     LoadUserIcons();
 
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    g_app.todayYear = g_app.shownYear = g_app.viewYear = now.wYear;
-    g_app.todayMonth = g_app.shownMonth = g_app.viewMonth = now.wMonth;
-    g_app.todayDay = g_app.shownDay = g_app.viewDay = now.wDay;
-    g_app.viewMode = VIEW_MONTH;
-
     // A label never written reads as empty: the "None" set first lasts
     // only until the read, which empties it when the value is missing.
     for (int k = 0; k < ICON_SLOTS; k++)

@@ -3,6 +3,7 @@
 #include "render.h"
 #include "common/appstate.h"
 #include "common/draw.h"
+#include "common/cursor.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
 

@@ -5,6 +5,7 @@
 #include "render.h"
 #include "input.h"
 #include "common/appstate.h"
+#include "common/cursor.h"
 #include "store/store.h"
 #include "platform/aygshell.h"
 #include "resource.h"
@@ -15,18 +16,6 @@
 
 AppState g_app;
 const WCHAR kMainClass[] = L"Lanternfields";
-
-void WaitCursorOn()
-{
-    g_app.waitOldCursor = SetCursor(LoadCursorW(nullptr, IDC_WAIT));
-    ShowCursor(TRUE);
-}
-
-void WaitCursorOff()
-{
-    ShowCursor(FALSE);
-    SetCursor(g_app.waitOldCursor);
-}
 
 HWND CreateMainMenuBar(HWND hwnd)
 {

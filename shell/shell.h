@@ -1,8 +1,9 @@
-// The main window: start-up, its message and command tables, the menu bar,
-// the wait cursor and shutdown.
+// The main window: start-up, its message and command tables, the menu bar
+// and shutdown.
 #pragma once
 
 #include <windows.h>
+#include "common/messages.h"
 
 extern const WCHAR kMainClass[];   // "Lanternfields", class and title alike
 
@@ -18,9 +19,6 @@ LRESULT CALLBACK MainWndProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp);
 LRESULT MainCommand(HWND hwnd, WORD id, LPARAM lp, WORD code);
 HWND CreateMainMenuBar(HWND hwnd);
 void SetToggleButtonImage(int image);
-
-void WaitCursorOn();
-void WaitCursorOff();
 
 // The month/year toggle and the refresh that every outside change asks for.
 LRESULT ToggleYearView(HWND hwnd);
@@ -39,14 +37,3 @@ extern const MessageEntry kMainMessages[];
 extern const int kMainMessageCount;
 extern const CommandEntry kMainCommands[];
 extern const int kMainCommandCount;
-
-const UINT WM_MENUBAR_CHECK = WM_USER - 1;  // 0x3FF
-const UINT WM_REFRESH_OUTSIDE = WM_USER - 3;
-const UINT WM_REFRESH_STORE = WM_USER + 1;
-const UINT WM_REFRESH_OTHER = WM_USER + 3;
-const UINT WM_REFRESH_DAY = WM_USER + 6;
-
-const UINT_PTR TIMER_TAPANIM = 1;
-const UINT_PTR TIMER_HOLD = 3;
-const UINT_PTR TIMER_FORMPOKE = 5;
-const UINT_PTR TIMER_MINUTE = 6;

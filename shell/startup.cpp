@@ -2,6 +2,7 @@
 #include "shell.h"
 #include "render.h"
 #include "common/appstate.h"
+#include "common/cursor.h"
 #include "platform/aygshell.h"
 #include "calendar/dates.h"
 #include "settings/settings.h"
@@ -30,6 +31,17 @@ static void AppAreaWindowSize(int *w, int *h)
     AdjustWindowRectEx(&rc, WS_VISIBLE | WS_CAPTION, FALSE, 0);
     *w = rc.right - rc.left;
     *h = rc.bottom - rc.top;
+}
+
+// The program opens on the month view of today, and today is marked.
+static void StartOnToday()
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    g_app.todayYear = g_app.shownYear = g_app.viewYear = now.wYear;
+    g_app.todayMonth = g_app.shownMonth = g_app.viewMonth = now.wMonth;
+    g_app.todayDay = g_app.shownDay = g_app.viewDay = now.wDay;
+    g_app.viewMode = VIEW_MONTH;
 }
 
 BOOL AppStartup(HINSTANCE inst, int showCmd)
@@ -72,6 +84,7 @@ BOOL AppStartup(HINSTANCE inst, int showCmd)
     CreateBackBuffer(g_app.clientWidth, g_app.clientHeight);
     CreateSettingsKey();
     LoadSettings();
+    StartOnToday();
     ShowWindow(hwnd, showCmd);
     UpdateWindow(hwnd);
     LoadMonthNames(g_app.monthNames);

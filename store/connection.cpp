@@ -2,6 +2,7 @@
 // the life of the process, closed when the main window is destroyed.
 #include "store.h"
 #include "common/appstate.h"
+#include "common/com.h"
 
 void StoreError(HWND owner, const WCHAR *text)
 {
@@ -19,30 +20,30 @@ int OpenStore(HWND hwnd)
         StoreError(nullptr, L"Error in call to CoInitializeEx");
         return 0;
     }
+    // The application object is kept only once the store is usable; a
+    // failure on the way lets it go when this returns, after its message.
+    ComPtr<IPOutlookApp> app;
     if (FAILED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
-                                reinterpret_cast<void **>(&g_app.outlookApp)))) {
-        g_app.outlookApp = nullptr;
+                                reinterpret_cast<void **>(&app)))) {
         StoreError(nullptr, L"Error in call to CoCreateInstance.");
         return 0;
     }
     // Window handles are significant in their low 32 bits, which is what
     // the object model's Logon carries.
-    if (FAILED(g_app.outlookApp->Logon((long)(LONG_PTR)hwnd))) {
+    if (FAILED(app->Logon((long)(LONG_PTR)hwnd))) {
         StoreError(nullptr, L"Failure to logon to app object.");
-        g_app.outlookApp->Release();
-        g_app.outlookApp = nullptr;
         return 0;
     }
     g_app.storeLoggedOn = 1;
-    if (SUCCEEDED(g_app.outlookApp->GetDefaultFolder(olFolderCalendar, &g_app.calendarFolder)) &&
-        g_app.calendarFolder)
+    if (SUCCEEDED(app->GetDefaultFolder(olFolderCalendar, &g_app.calendarFolder)) &&
+        g_app.calendarFolder) {
+        g_app.outlookApp = app.Detach();
         return 1;
+    }
 
     g_app.calendarFolder = nullptr;
     StoreError(nullptr, L"Failure to Obtain Calendar Folder");
-    g_app.outlookApp->Logoff();
-    g_app.outlookApp->Release();
-    g_app.outlookApp = nullptr;
+    app->Logoff();
     g_app.storeLoggedOn = 0;
     return 0;
 }

@@ -4,8 +4,10 @@
 // series' start time of day on that day.
 #include "store.h"
 #include "common/appstate.h"
+#include "common/com.h"
+#include "common/cursor.h"
+#include "common/messages.h"
 #include "calendar/dates.h"
-#include "shell/shell.h"
 #include <commctrl.h>
 #include <math.h>
 
@@ -51,14 +53,13 @@ void GetItemSubject(int row, WCHAR *text, int length)
     long oid = 0;
     if (g_app.dayList && SendMessageW(g_app.dayList, LVM_GETITEMW, 0, (LPARAM)&lvi))
         oid = (long)lvi.lParam;
-    IAppointment *item = FetchItem(oid);
+    ComPtr<IAppointment> item(FetchItem(oid));
     if (!item) {
         StoreError(nullptr, L"Failure to Obtain Appointment Item");
         DropStoreApp();
         return;
     }
-    CopySubject(item, text, length);
-    item->Release();
+    CopySubject(item.get(), text, length);
 }
 
 static int IsRecurring(IAppointment *item, HRESULT *hr = nullptr)
@@ -72,15 +73,14 @@ static int IsRecurring(IAppointment *item, HRESULT *hr = nullptr)
 
 int GetItemSubjectAndRecurrence(long oid, WCHAR *text, int length, int *recurring)
 {
-    IAppointment *item = FetchItem(oid);
+    ComPtr<IAppointment> item(FetchItem(oid));
     if (!item) {
         DropStoreApp();
         return 0;
     }
     if (length > 0)
-        CopySubject(item, text, length);
-    *recurring = IsRecurring(item);
-    item->Release();
+        CopySubject(item.get(), text, length);
+    *recurring = IsRecurring(item.get());
     return 1;
 }
 
@@ -108,61 +108,46 @@ enum { OCC_FOUND, OCC_NO_PATTERN, OCC_EXCEPTION_FAILED, OCC_NOT_FOUND };
 // The occurrence of the series `item` on the given day. The series' time
 // of day on that day reaches an occurrence where the pattern puts it (or
 // one changed since, by its original start); one moved onto the day from
-// another time is found among the pattern's exceptions.
-static int OccurrenceOnDay(IAppointment *item, int year, int month, int day, IRecurrencePattern **pattern,
-                           IAppointment **occurrence, HRESULT *why)
+// another time is found among the pattern's exceptions. The caller holds
+// the pattern and the occurrence and lets the occurrence go first (declared
+// after the pattern).
+static int OccurrenceOnDay(IAppointment *item, int year, int month, int day,
+                           ComPtr<IRecurrencePattern> &pattern, ComPtr<IAppointment> &occurrence,
+                           HRESULT *why)
 {
-    *pattern = nullptr;
-    *occurrence = nullptr;
+    occurrence.Reset();
+    pattern.Reset();
     *why = E_FAIL;
     OleDate start = 0;
     item->get_Start(&start);
     OleDate at = OnDay(start, year, month, day);
-    if (FAILED(item->GetRecurrencePattern(pattern)) || !*pattern) {
-        *pattern = nullptr;
+    if (FAILED(item->GetRecurrencePattern(&pattern)) || !pattern)
         return OCC_NO_PATTERN;
-    }
-    *why = (*pattern)->GetOccurrence(at, occurrence);
-    if (SUCCEEDED(*why) && *occurrence)
+    *why = pattern->GetOccurrence(at, &occurrence);
+    if (SUCCEEDED(*why) && occurrence)
         return OCC_FOUND;
-    *occurrence = nullptr;
 
-    IExceptions *exceptions = nullptr;
-    if (FAILED((*pattern)->get_Exceptions(&exceptions)) || !exceptions)
+    ComPtr<IExceptions> exceptions;
+    if (FAILED(pattern->get_Exceptions(&exceptions)) || !exceptions)
         return OCC_NOT_FOUND;
-    int count = 0, result = OCC_NOT_FOUND;
+    int count = 0;
     exceptions->get_Count(&count);
-    for (int i = 1; i <= count && result == OCC_NOT_FOUND; ++i) {
-        IException *ex = nullptr;
-        if (FAILED(exceptions->Item(i, &ex)) || !ex) {
-            result = OCC_EXCEPTION_FAILED;
-            break;
-        }
+    for (int i = 1; i <= count; ++i) {
+        ComPtr<IException> ex;
+        if (FAILED(exceptions->Item(i, &ex)) || !ex)
+            return OCC_EXCEPTION_FAILED;
         VARIANT_BOOL deleted = VARIANT_FALSE;
-        IAppointment *moved = nullptr;
+        ComPtr<IAppointment> moved;
         OleDate movedStart = 0;
         if (SUCCEEDED(ex->get_Deleted(&deleted)) && !(deleted & 0xFFFF) &&
-            SUCCEEDED(ex->get_AppointmentItem(&moved)) && moved) {
-            if (SUCCEEDED(moved->get_Start(&movedStart)) && SameDay(movedStart, at)) {
-                *occurrence = moved;
-                *why = S_OK;
-                result = OCC_FOUND;
-            } else {
-                moved->Release();
-            }
+            SUCCEEDED(ex->get_AppointmentItem(&moved)) && moved &&
+            SUCCEEDED(moved->get_Start(&movedStart)) && SameDay(movedStart, at)) {
+            occurrence.Reset(moved.Detach());
+            *why = S_OK;
+            return OCC_FOUND;
         }
-        ex->Release();
     }
-    exceptions->Release();
-    return result;
-}
-
-static void ReleaseOccurrence(IRecurrencePattern *pattern, IAppointment *occurrence)
-{
-    if (occurrence)
-        occurrence->Release();
-    if (pattern)
-        pattern->Release();
+    return OCC_NOT_FOUND;
 }
 
 static void RefreshCurrentView()
@@ -173,28 +158,27 @@ static void RefreshCurrentView()
 
 void DeleteItem(long oid, int mode)
 {
-    IAppointment *item = FetchItem(oid);
+    ComPtr<IAppointment> item(FetchItem(oid));
     if (!item) {
         StoreError(nullptr, L"Failure to Obtain Appointment Item");
         DropStoreApp();
         return;
     }
-    int recurring = IsRecurring(item);
+    int recurring = IsRecurring(item.get());
     WaitCursorOn();
     if (!recurring || mode == DELETE_SERIES) {
         item->Delete();
     } else {
-        IRecurrencePattern *pattern;
-        IAppointment *occurrence;
+        ComPtr<IRecurrencePattern> pattern;
+        ComPtr<IAppointment> occurrence;
         HRESULT why;
-        if (OccurrenceOnDay(item, g_app.shownYear, g_app.shownMonth, g_app.shownDay, &pattern, &occurrence,
-                            &why) == OCC_FOUND)
+        if (OccurrenceOnDay(item.get(), g_app.shownYear, g_app.shownMonth, g_app.shownDay, pattern,
+                            occurrence, &why) == OCC_FOUND)
             occurrence->Delete();
         else
             MessageBeep(0);
-        ReleaseOccurrence(pattern, occurrence);
     }
-    item->Release();
+    item.Reset();
     WaitCursorOff();
 }
 
@@ -231,15 +215,13 @@ static int OpenNewItem()
 {
     IDispatch *made = nullptr;
     HRESULT hr = g_app.outlookApp->CreateItem(olAppointmentItem, &made);
-    IAppointment *item = AsAppointment(hr, made);
+    ComPtr<IAppointment> item(AsAppointment(hr, made));
     if (!item) {
         StoreError(g_app.hwndMain, L"Error in getting appointment handle");
         return 0;
     }
     WaitCursorOn();
-    BSTR empty = SysAllocString(L"");
-    item->put_Subject(empty);
-    SysFreeString(empty);
+    item->put_Subject(Bstr(L""));
     item->put_Start(ShownDayAt(g_app.settings.defaultStartTime));
     item->put_End(ShownDayAt(g_app.settings.defaultEndTime));
     item->Save();
@@ -247,7 +229,7 @@ static int OpenNewItem()
     OleDate start = 0, end = 0, startAfter = 0, endAfter = 0;
     item->get_Start(&start);
     item->get_End(&end);
-    bool shown = ShowForm(item);
+    bool shown = ShowForm(item.get());
     BSTR subject = nullptr;
     item->get_Subject(&subject);
     item->get_Start(&startAfter);
@@ -255,7 +237,7 @@ static int OpenNewItem()
     if (Untitled(subject) && startAfter == start && endAfter == end)
         item->Delete();
     FreeStoreString(subject);
-    item->Release();
+    item.Reset();
     RefreshCurrentView();
     WaitCursorOff();
     return shown ? 1 : 0;
@@ -270,25 +252,25 @@ int OpenItemForEdit(long oid)
         }
         return OpenNewItem();
     }
-    IAppointment *item = FetchItem(oid);
+    ComPtr<IAppointment> item(FetchItem(oid));
     if (!item) {
         StoreError(g_app.hwndMain, L"Error in getting appointment handle");
         return 0;
     }
     HRESULT hr;
-    int recurring = IsRecurring(item, &hr);
+    int recurring = IsRecurring(item.get(), &hr);
     if (FAILED(hr))
         StoreError(g_app.hwndMain, L"Failed to get_IsRecurring");
     WaitCursorOn();
     bool shown = false;
     if (recurring) {
-        IRecurrencePattern *pattern;
-        IAppointment *occurrence;
+        ComPtr<IRecurrencePattern> pattern;
+        ComPtr<IAppointment> occurrence;
         HRESULT why;
-        switch (OccurrenceOnDay(item, g_app.shownYear, g_app.shownMonth, g_app.shownDay, &pattern, &occurrence,
-                                &why)) {
+        switch (OccurrenceOnDay(item.get(), g_app.shownYear, g_app.shownMonth, g_app.shownDay,
+                                pattern, occurrence, &why)) {
         case OCC_FOUND:
-            shown = ShowForm(occurrence);
+            shown = ShowForm(occurrence.get());
             break;
         case OCC_NO_PATTERN:
             StoreError(g_app.hwndMain, L"Failed to GetRecurrencePattern");
@@ -301,11 +283,10 @@ int OpenItemForEdit(long oid)
                        why == E_INVALIDARG ? L"Failed getOccurrence: Invalid Arg" : L"Failed to GetOccurrance");
             break;
         }
-        ReleaseOccurrence(pattern, occurrence);
     } else {
-        shown = ShowForm(item);
+        shown = ShowForm(item.get());
     }
-    item->Release();
+    item.Reset();
     RefreshCurrentView();
     WaitCursorOff();
     return shown ? 1 : 0;
@@ -321,27 +302,28 @@ static OleDate MovedOnto(OleDate when, OleDate target)
 void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targetYear, int sourceMonth,
                    int sourceDay, int sourceYear)
 {
-    IAppointment *item = FetchItem(oid);
+    // Declared in the reverse of the order they are let go in: the copy,
+    // the occurrence, the pattern, the item.
+    ComPtr<IAppointment> item(FetchItem(oid));
     if (!item) {
         StoreError(nullptr, L"Failure to Obtain Appointment Item");
         DropStoreApp();
         return;
     }
-    IRecurrencePattern *pattern = nullptr;
-    IAppointment *occurrence = nullptr;
-    IAppointment *source = item;
-    if (IsRecurring(item)) {
+    ComPtr<IRecurrencePattern> pattern;
+    ComPtr<IAppointment> occurrence;
+    IAppointment *source = item.get();
+    if (IsRecurring(item.get())) {
         HRESULT why;
-        if (OccurrenceOnDay(item, sourceYear, sourceMonth, sourceDay, &pattern, &occurrence, &why) != OCC_FOUND) {
+        if (OccurrenceOnDay(item.get(), sourceYear, sourceMonth, sourceDay, pattern, occurrence,
+                            &why) != OCC_FOUND) {
             MessageBeep(0);
-            ReleaseOccurrence(pattern, occurrence);
-            item->Release();
             return;
         }
-        source = occurrence;
+        source = occurrence.get();
     }
 
-    IAppointment *copy = nullptr;
+    ComPtr<IAppointment> copy;
     if (SUCCEEDED(source->Copy(&copy)) && copy) {
         SYSTEMTIME st = SystemDate(targetMonth, targetDay, targetYear);
         OleDate target = 0, start = 0, end = 0;
@@ -357,10 +339,7 @@ void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targe
         copy->put_End(MovedOnto(end, target));
         if (SUCCEEDED(copy->Save()) && mode == 1)
             source->Delete();
-        copy->Release();
     } else {
         MessageBeep(0);
     }
-    ReleaseOccurrence(pattern, occurrence);
-    item->Release();
 }

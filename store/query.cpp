@@ -3,6 +3,7 @@
 // start, through this one walk.
 #include "store.h"
 #include "common/appstate.h"
+#include "common/com.h"
 #include "common/draw.h"
 #include "calendar/dates.h"
 
@@ -36,15 +37,11 @@ static bool StopRequested(int thread)
 
 IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
 {
-    if (FAILED(hr) || !found) {
-        if (found)
-            found->Release();
-        return nullptr;
-    }
+    ComPtr<IDispatch> handed(found);
     IAppointment *item = nullptr;
-    if (FAILED(found->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item))))
-        item = nullptr;
-    found->Release();
+    if (FAILED(hr) || !found ||
+        FAILED(found->QueryInterface(IID_IAppointment, reinterpret_cast<void **>(&item))))
+        return nullptr;
     return item;
 }
 
@@ -58,36 +55,29 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
     WCHAR restriction[RESTRICTION_LEN];
     BuildRestriction(firstDay, secondDay, tmpl, restriction);
 
-    IPOutlookItemCollection *items = nullptr;
+    ComPtr<IPOutlookItemCollection> items;
     if (FAILED(g_app.calendarFolder->get_Items(&items)) || !items)
         return 1;
 
-    BSTR sortKey = SysAllocString(L"[Start]");
-    BSTR text = SysAllocString(restriction);
-    items->Sort(sortKey, VARIANT_FALSE);
+    items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
     items->put_IncludeRecurrences(VARIANT_TRUE);
 
-    int result = 1;
     // Find and FindNext fill `found` in, so they are called before it is
     // read: as arguments of one call their order would be unspecified.
+    // Each item is let go before the next is asked for, and the last one
+    // before the collection.
     IDispatch *found = nullptr;
-    HRESULT hr = items->Find(text, &found);
-    IAppointment *item = AsAppointment(hr, found);
+    HRESULT hr = items->Find(Bstr(restriction), &found);
+    ComPtr<IAppointment> item(AsAppointment(hr, found));
     while (item) {
-        if (StopRequested(thread) || !visit(item, context)) {
-            item->Release();
-            result = 0;
-            break;
-        }
-        item->Release();
+        if (StopRequested(thread) || !visit(item.get(), context))
+            return 0;
+        item.Reset();
         found = nullptr;
         hr = items->FindNext(&found);
-        item = AsAppointment(hr, found);
+        item.Reset(AsAppointment(hr, found));
     }
-    items->Release();
-    SysFreeString(text);
-    SysFreeString(sortKey);
-    return result;
+    return 1;
 }
 
 BOOL ReadAppointmentTimes(IAppointment *item, AppointmentTimes *out)

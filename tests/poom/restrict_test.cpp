@@ -37,6 +37,10 @@ TEST(Caltime, DateValuesRoundTrip) {
         {"y2k noon", 36526.5, {2000, 1, 1, 12, 0, 0}},
         {"before epoch", -1.25, {1899, 12, 29, 6, 0, 0}},
         {"leap day", 46082.75, {2026, 3, 1, 18, 0, 0}},
+        {"1900 is no leap year", 61.0, {1900, 3, 1, 0, 0, 0}},
+        {"2000 is one", 36585.0, {2000, 2, 29, 0, 0, 0}},
+        {"year 100", -657433.25, {100, 1, 2, 6, 0, 0}},
+        {"year 9999", 2958465.5, {9999, 12, 31, 12, 0, 0}},
     };
     for (const auto& c : cases) {
         LocalSecs s = 0;
@@ -53,6 +57,11 @@ TEST(Caltime, DateValuesRoundTrip) {
     EXPECT_FALSE(SecsFromOle(1e300, s));
     EXPECT_FALSE(SecsFromOle(-1e9, s));
     EXPECT_EQ(WeekdayOfDays(DaysFromCivil(2026, 11, 1)), 0);  // a Sunday
+    EXPECT_EQ(WeekdayOfDays(DaysFromCivil(2026, 10, 31)), 6);
+    EXPECT_EQ(WeekdayOfDays(DaysFromCivil(1899, 12, 29)), 5);  // before the epoch too
+    EXPECT_EQ(DaysInMonth(1900, 2), 28);
+    EXPECT_EQ(DaysInMonth(2024, 2), 29);
+    EXPECT_EQ(DaysInMonth(2026, 13), 0);
 }
 
 TEST(DatePicture, ReadsEachLocalesShortDate) {

@@ -1,14 +1,19 @@
 // The main window as the program creates it, driven by messages the way
 // the user and other programs drive it.
 #include "support/apphost.h"
+#include "support/drive.h"
+#include "support/msgseq.h"
 #include "shell/shell.h"
 #include "shell/render.h"
 #include "common/appstate.h"
 #include "common/draw.h"
+#include "month/yearview.h"
 #include "platform/aygshell.h"
 #include "resource.h"
 
+#include <algorithm>
 #include <commctrl.h>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 class Shell : public ::testing::Test {
@@ -24,8 +29,15 @@ protected:
     HWND hwnd = nullptr;
 };
 
-TEST_F(Shell, WindowGeometry)
+// First in the file, so that it sees the program as start-up left it.
+TEST_F(Shell, StartsOnTodaysMonthInTheAppArea)
 {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    EXPECT_EQ(g_app.viewMode, VIEW_MONTH);
+    EXPECT_EQ(g_app.viewYear, now.wYear);
+    EXPECT_EQ(g_app.viewMonth, now.wMonth);
+    EXPECT_EQ(g_app.todayDay, now.wDay);
     RECT rc;
     GetClientRect(hwnd, &rc);
     EXPECT_EQ(rc.right, 240);
@@ -39,19 +51,7 @@ TEST_F(Shell, WindowGeometry)
     EXPECT_STREQ(title, L"Lanternfields");
 }
 
-// The table is scanned in order, so its order is part of the behaviour.
-TEST_F(Shell, MessageTableOrder)
-{
-    static const UINT expected[] = {WM_CREATE, WM_PAINT, 0x3FF, WM_ACTIVATE, WM_DESTROY, WM_COMMAND, WM_CLOSE,
-                                    WM_NOTIFY, WM_TIMER, WM_LBUTTONDOWN, WM_LBUTTONUP, WM_MOUSEMOVE, WM_KEYDOWN,
-                                    WM_KEYUP, 0x406, 0x403, 0x401, 0x3FD, WM_CTLCOLORSTATIC};
-    ASSERT_EQ(kMainMessageCount, 19);
-    for (int i = 0; i < 19; i++)
-        EXPECT_EQ(kMainMessages[i].msg, expected[i]) << "entry " << i + 1;
-    EXPECT_EQ(MainCommand(hwnd, 12345, 0, 0), 0) << "an unknown command does nothing";
-}
-
-TEST_F(Shell, MenuBarButtonsAndGreying)
+TEST_F(Shell, MenuBarButtons)
 {
     HWND bar = g_app.hwndMenuBar;
     ASSERT_TRUE(IsWindow(bar));
@@ -79,21 +79,6 @@ TEST_F(Shell, MenuBarButtonsAndGreying)
     HMENU options = MenuBarSubMenu(bar, IDM_OPTIONS);
     ASSERT_TRUE(options);
     EXPECT_EQ(GetMenuItemID(options, 0), (UINT)IDM_SETTINGS);
-
-    // The day view greys the three buttons by command id and restores them.
-    for (int id : {IDM_NEW, IDM_OPTIONS, IDM_EXIT}) {
-        TBBUTTONINFOW info = {};
-        info.cbSize = sizeof(info);
-        info.dwMask = TBIF_STATE;
-        info.fsState = TBSTATE_INDETERMINATE;
-        EXPECT_TRUE(SendMessageW(bar, TB_SETBUTTONINFOW, id, (LPARAM)&info));
-        EXPECT_EQ(SendMessageW(bar, TB_GETSTATE, id, 0) & (TBSTATE_ENABLED | TBSTATE_INDETERMINATE),
-                  TBSTATE_INDETERMINATE);
-        info.fsState = TBSTATE_ENABLED;
-        SendMessageW(bar, TB_SETBUTTONINFOW, id, (LPARAM)&info);
-        EXPECT_EQ(SendMessageW(bar, TB_GETSTATE, id, 0) & (TBSTATE_ENABLED | TBSTATE_INDETERMINATE),
-                  TBSTATE_ENABLED);
-    }
 }
 
 // 0x3FF while another window is active takes the bar away; activating the
@@ -104,10 +89,9 @@ TEST_F(Shell, MenuBarGoesAndComesWithActivation)
     SetActiveWindow(hwnd);
     PumpMessages(50);
     HWND bar = g_app.hwndMenuBar;
+    ASSERT_EQ(GetActiveWindow(), hwnd);
     SendMessageW(hwnd, 0x3FF, 0, 0);
-    if (GetActiveWindow() == hwnd) {
-        EXPECT_EQ(g_app.hwndMenuBar, bar) << "kept while the main window is active";
-    }
+    EXPECT_EQ(g_app.hwndMenuBar, bar) << "kept while the main window is active";
 
     HWND other = CreateWindowExW(0, L"STATIC", L"other", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 100, 100, nullptr,
                                  nullptr, nullptr, nullptr);
@@ -164,13 +148,6 @@ TEST_F(Shell, ToggleRestoresTheMonth)
     SendMessageW(g_app.hwndMenuBar, TB_GETBUTTONINFOW, IDM_TOGGLEYEAR, (LPARAM)&info);
     EXPECT_EQ(info.iImage, IDI_IMAGE_MONTH);
 
-    // The label's colours.
-    HDC dc = GetDC(g_app.yearTipLabel);
-    LRESULT brush = SendMessageW(hwnd, WM_CTLCOLORSTATIC, (WPARAM)dc, (LPARAM)g_app.yearTipLabel);
-    EXPECT_EQ((HGDIOBJ)brush, GetStockObject(WHITE_BRUSH));
-    EXPECT_EQ(GetTextColor(dc), (COLORREF)0x000099);
-    ReleaseDC(g_app.yearTipLabel, dc);
-
     // Years change in the year view; the month view comes back as it was.
     g_app.keyReady = 1;
     SendMessageW(hwnd, WM_KEYDOWN, VK_RIGHT, 0);
@@ -185,6 +162,59 @@ TEST_F(Shell, ToggleRestoresTheMonth)
     EXPECT_EQ(g_app.yearTipLabel, (HWND) nullptr);
     SendMessageW(g_app.hwndMenuBar, TB_GETBUTTONINFOW, IDM_TOGGLEYEAR, (LPARAM)&info);
     EXPECT_EQ(info.iImage, IDI_IMAGE_YEAR);
+}
+
+// The label takes the day's number before it shows, so the number of the day before never
+// flashes; it never takes the activation from the main window.
+static const SeqMessage kTapShowsTheLabel[] = {
+    {WM_SETTEXT},
+    {WM_WINDOWPOSCHANGING},
+    {WM_WINDOWPOSCHANGED},
+};
+static const SeqMessage kReleaseHidesIt[] = {
+    {WM_SHOWWINDOW, SEQ_WPARAM, FALSE},
+    {WM_WINDOWPOSCHANGING},
+    {WM_WINDOWPOSCHANGED},
+};
+
+TEST_F(Shell, YearTipLabelUnderTheStylus)
+{
+    g_app.viewYear = 2023;
+    SendMessageW(hwnd, WM_COMMAND, IDM_TOGGLEYEAR, 0);
+    ASSERT_TRUE(WaitForPass());
+    HWND label = g_app.yearTipLabel;
+    int x, y;
+    ASSERT_TRUE(YearCellOrigin(2, 14, 2023, &x, &y));
+
+    LogMessages({label}, {WM_SETTEXT, WM_SHOWWINDOW, WM_WINDOWPOSCHANGING, WM_WINDOWPOSCHANGED,
+                          WM_NCACTIVATE, WM_ACTIVATE, WM_MOUSEACTIVATE, WM_SETFOCUS});
+    SendMessageW(hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(x + 5, y + 3));
+    EXPECT_SEQUENCE(kTapShowsTheLabel, "a tap on 14 February");
+
+    // "14" in dark red on white, centred: the colours the main window gives the label.
+    Picture pic = PaintClient(label);
+    ASSERT_GT(pic.width, 10);
+    int inkLeft = pic.width, inkRight = -1, ink = 0;
+    for (int py = 0; py < pic.height; py++)
+        for (int px = 0; px < pic.width; px++) {
+            COLORREF c = pic.At(px, py);
+            if (c == RGB(255, 255, 255))
+                continue;
+            ink++;
+            inkLeft = std::min(inkLeft, px);
+            inkRight = std::max(inkRight, px);
+            EXPECT_TRUE(GetRValue(c) > GetGValue(c) && GetGValue(c) == GetBValue(c))
+                << "ink at " << px << "," << py << " is not dark red: " << std::hex << c;
+        }
+    EXPECT_GT(ink, 10);
+    EXPECT_GT(pic.Count(RGB(0x99, 0, 0)), 0);
+    EXPECT_LE(std::abs(inkLeft - (pic.width - 1 - inkRight)), 1) << inkLeft << ".." << inkRight;
+
+    SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x + 5, y + 3));
+    EXPECT_SEQUENCE(kReleaseHidesIt, "the release");
+    StopLoggingMessages();
+    EXPECT_FALSE(IsWindowVisible(label));
+    SendMessageW(hwnd, WM_COMMAND, IDM_TOGGLEYEAR, 0);
 }
 
 TEST_F(Shell, ArrowKeysStepOneMonthPerPress)

@@ -830,6 +830,72 @@ TEST_F(Store, DrawingWhileChangingTheStore)
               "Standup, Standup, Standup, Standup") << "only the series is left in December";
 }
 
+// The month grid's day cells as the back buffer shows them, a row of the
+// grid a line: 'b' a schedule bar with a busy time, 'a' an all-day line, '.'
+// neither.
+static std::string MonthMarks()
+{
+    const COLORREF busy = 0xB5835A;
+    std::string s;
+    for (int r = 0; r < 6; r++) {
+        for (int c = 0; c < 7; c++) {
+            char mark = '.';
+            for (int p = 0; p < 27; p++) {
+                if (BackPixel(34 * c + 6 + p, 34 * r + 86) == busy)
+                    mark = 'b';
+                else if (mark == '.' &&
+                         BackPixel(34 * c + 6 + p, 34 * r + 82) == g_app.settings.alldaycolor)
+                    mark = 'a';
+            }
+            s += mark;
+        }
+        s += '\n';
+    }
+    return s;
+}
+
+// An appointment the program listed is removed by another program; its
+// fetch fails and the program lets the application object go, but keeps
+// the calendar folder, which goes on serving the month and the queries.
+TEST_F(Store, FailedFetchLeavesTheMonthShowing)
+{
+    std::wstring path = FreshStore();
+    g_app.viewMode = VIEW_MONTH;
+    g_app.viewMonth = 11;
+    g_app.viewYear = 2026;
+    g_app.settings.showindicator = 1;
+    long dentist = OidOf(L"Dentist", 2026, 11, 5);
+    ASSERT_NE(dentist, 0);
+
+    std::string ics = monthstore::kIcs;
+    size_t at = ics.find("BEGIN:VEVENT\r\nUID:dentist@");
+    ics.erase(at, ics.find("END:VEVENT\r\n", at) + 12 - at);
+    WriteBytes(path, ics);
+    DWORD until = GetTickCount() + 10000;
+    while (OidOf(L"Dentist", 2026, 11, 5) && (LONG)(GetTickCount() - until) < 0)
+        PumpMessages(50);
+    ASSERT_EQ(OidOf(L"Dentist", 2026, 11, 5), 0) << "the server did not take up the change";
+    ASSERT_TRUE(RedrawAndWait());
+    std::string shown = MonthMarks();
+    ASSERT_NE(shown.find('b'), std::string::npos) << "the month shows its appointments";
+    auto month = [] {
+        return Narrow(Subjects(Query(Day(2026, 11, 1), Day(2026, 11, 30), RestrictOverlapClosed)));
+    };
+    EXPECT_EQ(month(), "Standup, Holiday, Standup (moved), Trip, Standup, Late");
+
+    WCHAR text[20];
+    int recurring = 0;
+    EXPECT_EQ(GetItemSubjectAndRecurrence(dentist, text, 20, &recurring), 0);
+    EXPECT_EQ(g_app.outlookApp, nullptr) << "the application object was let go";
+    ASSERT_NE(g_app.calendarFolder, nullptr);
+
+    EXPECT_TRUE(RedrawAndWait());
+    EXPECT_EQ(MonthMarks(), shown) << "the month still shows its appointments";
+    EXPECT_EQ(month(), "Standup, Holiday, Standup (moved), Trip, Standup, Late");
+
+    FreshStore(); // a whole connection again for the tests after this one
+}
+
 // Last: a failed fetch lets the application object go for good.
 TEST_F(Store, ZFailedFetchLetsTheConnectionGo)
 {

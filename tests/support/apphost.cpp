@@ -1,4 +1,5 @@
 #include "apphost.h"
+#include "drive.h"
 #include "shell/shell.h"
 #include "shell/render.h"
 #include "common/appstate.h"
@@ -45,16 +46,7 @@ HWND StartProgram()
 
 void PumpMessages(DWORD ms)
 {
-    DWORD end = GetTickCount() + ms;
-    do {
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
-            TranslateMessage(&msg);
-            DispatchMessageW(&msg);
-        }
-        if (ms)
-            Sleep(1);
-    } while ((LONG)(GetTickCount() - end) < 0);
+    Pump(ms);
 }
 
 // Idle means no request is pending and every pass begun has ended; the

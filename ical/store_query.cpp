@@ -1,0 +1,376 @@
+// Querying the store: where events fall on a zone's wall clock, series
+// expanded into occurrences, date-range queries, and what an event holds.
+#include <algorithm>
+
+#include "storeimpl.h"
+
+namespace lfical {
+
+// ---- clocks
+// UTC for zoned and UTC times; the wall clock itself otherwise.
+int64_t StoreImpl::absolute(const Time& t) const
+{
+    if (t.kind == TimeKind::Zoned)
+        return zones[size_t(t.zone)].toUtc(t.civil);
+    return t.civil;
+}
+
+// A time in the series' own clock.
+int64_t StoreImpl::inClock(const Time& clock, const Time& t) const
+{
+    if (clock.kind == TimeKind::Zoned && (t.kind == TimeKind::Zoned || t.kind == TimeKind::Utc))
+        return zones[size_t(clock.zone)].fromUtc(absolute(t));
+    if (clock.kind == TimeKind::Utc && t.kind == TimeKind::Zoned)
+        return absolute(t);
+    return t.civil;
+}
+
+int64_t StoreImpl::toTarget(const Time& clock, int64_t civil, const Zone& target) const
+{
+    switch (clock.kind) {
+    case TimeKind::Zoned: return target.fromUtc(zones[size_t(clock.zone)].toUtc(civil));
+    case TimeKind::Utc: return target.fromUtc(civil);
+    default: return civil;
+    }
+}
+
+// Start and end of the instance starting at `c` (series clock) in the target's wall clock.
+void StoreImpl::place(const Ev& e, int64_t c, int64_t exactLen, const Zone& target, int64_t& s, int64_t& en) const
+{
+    s = toTarget(e.start, c, target);
+    const TimeKind k = e.start.kind;
+    if (exactLen >= 0 || e.endKind == EndKind::DtEnd) {
+        int64_t len = exactLen >= 0 ? exactLen : e.exact;
+        if (k == TimeKind::Zoned || k == TimeKind::Utc)
+            en = target.fromUtc((k == TimeKind::Zoned ? zones[size_t(e.start.zone)].toUtc(c) : c) + len);
+        else
+            en = c + len;
+    } else if (e.endKind == EndKind::Duration) {
+        int64_t wall = c + e.dur.days * kDay;
+        if (k == TimeKind::Zoned)
+            en = target.fromUtc(zones[size_t(e.start.zone)].toUtc(wall) + e.dur.seconds);
+        else if (k == TimeKind::Utc)
+            en = target.fromUtc(wall + e.dur.seconds);
+        else
+            en = wall + e.dur.seconds;
+    } else {
+        en = k == TimeKind::Date ? c + kDay : s;
+    }
+    if (en < s)
+        en = s;
+}
+
+// ---- queries
+bool StoreImpl::overlaps(int64_t s, int64_t e, int64_t from, int64_t to, Range range)
+{
+    if (range == Range::Closed)
+        return s <= to && e >= from;
+    return s < to && (e > from || (s == e && s >= from));
+}
+
+void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
+                       std::vector<Occurrence>& out, QueryReport* rep) const
+{
+    const Ev& e = evs[id];
+    const Series& sr = *e.series;
+    int64_t lo = inSeriesClock(e.start, target, from, false) - sr.maxLen - 1;
+    int64_t hi = inSeriesClock(e.start, target, to, true) + 1;
+    if (sr.future != kNoEvent) {
+        const Ev& f = evs[sr.future];
+        int64_t shift = inClock(e.start, f.start) - sr.futureRid;
+        lo -= std::max<int64_t>(shift, 0) + 400 * kDay;
+        hi += std::max<int64_t>(-shift, 0);
+    }
+    std::vector<int64_t> starts;
+    bool cut = false;
+    if (e.start.civil >= lo && e.start.civil <= hi)
+        starts.push_back(e.start.civil);
+    if (sr.hasRule) {
+        if (sr.rule.count) {
+            auto a = std::lower_bound(sr.counted.begin(), sr.counted.end(), lo);
+            auto b = std::upper_bound(sr.counted.begin(), sr.counted.end(), hi);
+            starts.insert(starts.end(), a, b);
+            cut = sr.countCut && b == sr.counted.end();
+        } else if (hi >= e.start.civil) {
+            RecurIter it(sr.rule, e.start.civil, e.start.isDate(), sr.until);
+            it.seek(lo);
+            int64_t t;
+            while (it.next(t, hi)) {
+                if (t > hi)
+                    break;
+                if (t >= lo)
+                    starts.push_back(t);
+                if (starts.size() > kMaxPerSeriesQuery) {
+                    cut = true;
+                    break;
+                }
+            }
+            cut = cut || it.cut();
+        }
+    }
+    for (auto& r : sr.rdates)
+        if (r.first >= lo && r.first <= hi)
+            starts.push_back(r.first);
+    std::sort(starts.begin(), starts.end());
+    starts.erase(std::unique(starts.begin(), starts.end()), starts.end());
+    if (rep) {
+        rep->instancesExamined += starts.size();
+        if (cut)
+            rep->cut.push_back(std::string(uidOf(e)));
+    }
+    for (int64_t c : starts) {
+        if (std::binary_search(sr.exdates.begin(), sr.exdates.end(), c))
+            continue;
+        if (!sr.exdays.empty() && std::binary_search(sr.exdays.begin(), sr.exdays.end(), floorDiv(c, kDay)))
+            continue;
+        if (!sr.overrides.empty()) {
+            auto it = std::lower_bound(sr.overrides.begin(), sr.overrides.end(), std::make_pair(c, EventId(0)));
+            if (it != sr.overrides.end() && it->first == c)
+                continue;  // the override is indexed as an event of its own
+        }
+        int64_t len = -1;
+        for (auto& r : sr.rdates)
+            if (r.first == c && r.second >= 0)
+                len = r.second;
+        Occurrence o;
+        o.series = id;
+        o.event = id;
+        o.recurring = true;
+        o.recurrenceId = e.start;
+        o.recurrenceId.civil = c;
+        if (sr.future != kNoEvent && c >= sr.futureRid) {
+            const Ev& f = evs[sr.future];
+            int64_t shifted = c + (inClock(e.start, f.start) - sr.futureRid);
+            place(f, shifted, -1, target, o.start, o.end);
+            o.event = sr.future;
+        } else {
+            place(e, c, len, target, o.start, o.end);
+        }
+        if (!overlaps(o.start, o.end, from, to, range))
+            continue;
+        o.allDay = e.start.isDate();
+        o.floating = e.start.kind == TimeKind::Floating;
+        out.push_back(o);
+    }
+}
+
+// How far a zone's offset moves within a day of `utc`.
+int64_t StoreImpl::jump(const Zone& z, int64_t utc)
+{
+    int32_t a = z.offsetAtUtc(utc - kDay), b = z.offsetAtUtc(utc), c = z.offsetAtUtc(utc + kDay);
+    return std::max({a, b, c}) - std::min({a, b, c});
+}
+
+// A bound of the query's window (target wall clock) in the series' own
+// clock, widened only by what offset changes nearby could move it.
+int64_t StoreImpl::inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const
+{
+    if (clock.kind == TimeKind::Floating || clock.kind == TimeKind::Date)
+        return t;
+    int64_t u = target.toUtc(t);
+    int64_t margin = jump(target, u);
+    int64_t v = u;
+    if (clock.kind == TimeKind::Zoned) {
+        const Zone& z = zones[size_t(clock.zone)];
+        v = z.fromUtc(u);
+        margin += jump(z, u);
+    }
+    return upper ? v + margin : v - margin;
+}
+
+std::vector<Occurrence> StoreImpl::query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const
+{
+    if (range == Range::WholeDays) {
+        from = floorDiv(from, kDay) * kDay;
+        to = (floorDiv(to, kDay) + 1) * kDay;
+        range = Range::HalfOpen;
+    }
+    std::vector<Occurrence> out;
+    for (size_t b = 0; b < buckets.size(); ++b) {
+        const auto& v = buckets[b];
+        if (v.empty())
+            continue;
+        int64_t maxLen = b == 0 ? 0 : (int64_t(1) << b);
+        auto it = std::lower_bound(v.begin(), v.end(), std::make_pair(from - maxLen - kZoneSlack, EventId(0)));
+        for (; it != v.end() && it->first <= to + kZoneSlack; ++it) {
+            const Ev& e = evs[it->second];
+            Occurrence o;
+            place(e, e.start.civil, -1, target, o.start, o.end);
+            if (!overlaps(o.start, o.end, from, to, range))
+                continue;
+            o.event = it->second;
+            o.series = e.master != kNoEvent ? e.master : it->second;
+            o.allDay = e.start.isDate();
+            o.floating = e.start.kind == TimeKind::Floating;
+            o.recurring = e.master != kNoEvent;
+            o.recurrenceId = e.hasRid ? e.rid : e.start;
+            out.push_back(o);
+        }
+    }
+    for (EventId id : seriesList) {
+        const Ev& e = evs[id];
+        const Series& sr = *e.series;
+        int64_t first = e.start.civil - kZoneSlack, last = sr.last == kNoEnd ? kNoEnd : sr.last + sr.maxLen + kZoneSlack;
+        if (sr.future == kNoEvent && (first > to || last < from))
+            continue;
+        expand(id, target, from, to, range, out, rep);
+    }
+    std::sort(out.begin(), out.end(), [](const Occurrence& a, const Occurrence& b) {
+        if (a.start != b.start) return a.start < b.start;
+        if (a.end != b.end) return a.end < b.end;
+        return a.event < b.event;
+    });
+    return out;
+}
+
+std::vector<EventId> Store::events() const
+{
+    std::vector<EventId> out;
+    for (EventId i = 0; i < d_->evs.size(); ++i)
+        if (d_->evs[i].live)
+            out.push_back(i);
+    return out;
+}
+
+size_t Store::eventCount() const
+{
+    size_t n = 0;
+    for (const Ev& e : d_->evs)
+        n += e.live;
+    return n;
+}
+
+bool Store::valid(EventId id) const { return id < d_->evs.size() && d_->evs[id].live; }
+
+std::string Store::uid(EventId id) const
+{
+    return id < d_->evs.size() ? std::string(d_->uidOf(d_->evs[id])) : std::string();
+}
+
+std::string Store::bytes(EventId id) const
+{
+    if (id >= d_->evs.size())
+        return std::string();
+    const Ev& e = d_->evs[id];
+    const Source& s = d_->sources[e.source];
+    return d_->itemBytes(s, s.items[e.item]);
+}
+
+EventId Store::findUid(std::string_view uid) const
+{
+    auto it = d_->masters.find(std::string(uid));
+    if (it != d_->masters.end() && d_->evs[it->second].live)
+        return it->second;
+    for (EventId i = 0; i < d_->evs.size(); ++i)
+        if (d_->evs[i].live && d_->uidOf(d_->evs[i]) == uid)
+            return i;
+    return kNoEvent;
+}
+
+std::vector<EventId> Store::overridesOf(EventId series) const
+{
+    std::vector<EventId> out;
+    if (!valid(series) || !d_->evs[series].series)
+        return out;
+    for (auto& p : d_->evs[series].series->overrides)
+        out.push_back(p.second);
+    if (d_->evs[series].series->future != kNoEvent)
+        out.push_back(d_->evs[series].series->future);
+    return out;
+}
+
+int Store::zoneIndex(std::string_view tzid) const
+{
+    auto it = d_->zoneByName.find(tzid);
+    return it == d_->zoneByName.end() ? -1 : it->second;
+}
+
+const Zone& Store::zone(int index) const { return d_->zones.at(size_t(index)); }
+
+EventInfo Store::info(EventId id) const
+{
+    EventInfo in;
+    if (id >= d_->evs.size())
+        return in;
+    const Ev& e = d_->evs[id];
+    Component c = d_->parsed(id);
+    Source& s = d_->sources[e.source];
+    auto text = [&](const char* n) {
+        const Property* p = c.find(n);
+        return p ? unescapeText(p->value) : std::string();
+    };
+    in.uid = std::string(d_->uidOf(e));
+    in.summary = text("SUMMARY");
+    in.location = text("LOCATION");
+    in.description = text("DESCRIPTION");
+    in.cls = text("CLASS");
+    for (const Property* p : c.findAll("CATEGORIES"))
+        for (std::string& cat : splitTextList(p->value))
+            in.categories.push_back(std::move(cat));
+    in.start = e.start;
+    in.allDay = e.start.isDate();
+    in.endKind = e.endKind;
+    in.duration = e.dur;
+    if (e.endKind == EndKind::DtEnd) {
+        in.end = e.start;
+        if (const Property* p = c.find("DTEND"))
+            d_->parseTime(s, p->params, p->value, in.end, p->line, nullptr);
+    } else {
+        in.end = e.start;
+        if (e.endKind == EndKind::Duration)
+            in.end.civil += e.dur.days * kDay + e.dur.seconds;
+        else if (e.start.isDate())
+            in.end.civil += kDay;
+    }
+    std::string transp = toUpper(text("TRANSP"));
+    in.transparent = transp == "TRANSPARENT";
+    in.busy = in.transparent ? Busy::Free : Busy::Busy;
+    std::string cdo = toUpper(text("X-MICROSOFT-CDO-BUSYSTATUS"));
+    if (cdo == "FREE") in.busy = Busy::Free;
+    else if (cdo == "TENTATIVE") in.busy = Busy::Tentative;
+    else if (cdo == "BUSY") in.busy = Busy::Busy;
+    else if (cdo == "OOF") in.busy = Busy::OutOfOffice;
+    for (const Component& sub : c.subs) {
+        if (sub.name != "VALARM")
+            continue;
+        if (!in.hasAlarm) {
+            const Property* trig = sub.find("TRIGGER");
+            Duration d;
+            if (trig && !eqUpper(trig->param("VALUE"), "DATE-TIME") && parseDuration(trig->value, d) &&
+                d.days <= 0 && d.seconds <= 0)
+                in.alarmMinutes = int(-(d.days * kDay + d.seconds) / 60);
+        }
+        in.hasAlarm = true;
+    }
+    if (const Property* p = c.find("RRULE"))
+        in.rrule = p->value;
+    for (const char* n : {"RDATE", "EXDATE"}) {
+        for (const Property* p : c.findAll(n)) {
+            forEachListItem(p->value, [&](std::string_view item) {
+                item = item.substr(0, item.find('/'));
+                Time t;
+                if (!item.empty() && d_->parseTime(s, p->params, item, t, p->line, nullptr))
+                    (n[0] == 'R' ? in.rdates : in.exdates).push_back(t);
+            });
+        }
+    }
+    in.hasRecurrenceId = e.hasRid;
+    in.recurrenceId = e.rid;
+    in.thisAndFuture = e.ridFuture;
+    if (const Property* p = c.find("SEQUENCE"))
+        in.sequence = atoll(p->value.c_str());
+    if (const Property* p = c.find("DTSTAMP"))
+        in.dtstamp = p->value;
+    if (const Property* p = c.find("LAST-MODIFIED"))
+        in.lastModified = p->value;
+    in.recurring = e.series != nullptr;
+    return in;
+}
+
+std::vector<Occurrence> Store::query(const Zone& target, int64_t from, int64_t to, Range range,
+                                     QueryReport* report) const
+{
+    return d_->query(target, from, to, range, report);
+}
+
+}  // namespace lfical

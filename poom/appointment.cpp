@@ -1,0 +1,327 @@
+// An appointment: a stored item, one occurrence of a series, or a new item
+// not yet saved. Its fields are a copy taken from the store; Save writes
+// the changes back.
+#include "objects.h"
+
+#include <new>
+
+namespace poom {
+
+namespace {
+
+bool SameFields(const Fields& a, const Fields& b) {
+    return a.subject == b.subject && a.location == b.location && a.categories == b.categories &&
+           a.body == b.body && a.start == b.start && a.end == b.end && a.allDay == b.allDay &&
+           a.reminderSet == b.reminderSet && a.busyStatus == b.busyStatus && a.sensitivity == b.sensitivity &&
+           a.reminderMinutes == b.reminderMinutes;
+}
+
+}  // namespace
+
+Appointment::Appointment(const Origin& origin) : origin_(origin) {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    CivilTime t{now.wYear, now.wMonth, now.wDay, now.wHour, 0, 0};
+    item_.f.start = ToSecs(t) + 3600;  // the next full hour
+    item_.f.end = item_.f.start + 3600;
+    item_.f.reminderSet = false;
+    saved_ = item_.f;
+}
+
+// The pattern the appointment has or will have on Save.
+Pattern Appointment::GetPattern() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return PatternLocked();
+}
+
+void Appointment::SetPattern(const Pattern& p) {
+    std::lock_guard<std::mutex> lock(mu_);
+    pending_ = p;
+    pending_.exact = true;
+    hasPending_ = true;
+    clearRecurrence_ = false;
+}
+
+Fields Appointment::GetFields() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return item_.f;
+}
+
+void Appointment::SetTimes(LocalSecs start, LocalSecs end) {
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.start = start;
+    item_.f.end = std::max(start, end);
+}
+
+std::uint32_t Appointment::Oid() {
+    std::lock_guard<std::mutex> lock(mu_);
+    return item_.oid;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_IsRecurring(VARIANT_BOOL* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = VBool((item_.recurring || hasPending_) && !clearRecurrence_);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_Start(DATE* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = OleFromSecs(item_.f.start);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_End(DATE* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = OleFromSecs(item_.f.end);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_Duration(long* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = static_cast<long>((item_.f.end - item_.f.start) / 60);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_Recipients(IRecipients** p) {
+    // Meetings with attendees are not part of this calendar.
+    if (p) *p = nullptr;
+    return E_NOTIMPL;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_MeetingStatus(long* p) {
+    if (!p) return E_POINTER;
+    *p = 0;  // olNonMeeting: the server keeps no attendees
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_ReminderSoundFile(BSTR* p) {
+    if (p) *p = nullptr;
+    return E_NOTIMPL;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_ReminderMinutesBeforeStart(long* p) {
+    return Number(&Fields::reminderMinutes, p);
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_ReminderOptions(long* p) {
+    if (p) *p = 0;
+    return E_NOTIMPL;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_Start(DATE st) {
+    LocalSecs s = 0;
+    if (!SecsFromOle(st, s)) return E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(mu_);
+    // Moving the start keeps the length, as the device's form does.
+    LocalSecs length = item_.f.end - item_.f.start;
+    item_.f.start = s;
+    item_.f.end = s + length;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_End(DATE st) {
+    LocalSecs s = 0;
+    if (!SecsFromOle(st, s)) return E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(mu_);
+    if (s < item_.f.start) return E_INVALIDARG;
+    item_.f.end = s;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_Duration(long minutes) {
+    if (minutes < 0) return E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.end = item_.f.start + static_cast<LocalSecs>(minutes) * 60;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_AllDayEvent(VARIANT_BOOL v) {
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.allDay = v != VARIANT_FALSE;
+    if (item_.f.allDay) {
+        // Whole days: from the first day's midnight to the midnight after the last.
+        LocalSecs first = DayOf(item_.f.start) * kSecsPerDay;
+        LocalSecs last = (LastDayOf(item_.f.start, item_.f.end) + 1) * kSecsPerDay;
+        item_.f.start = first;
+        item_.f.end = std::max(last, first + kSecsPerDay);
+    }
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_BusyStatus(long v) {
+    if (v < olFree || v > olOutOfOffice) return E_INVALIDARG;
+    return SetNumber(&Fields::busyStatus, v);
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_Sensitivity(long v) {
+    if (v < olNormal || v > olConfidential) return E_INVALIDARG;
+    return SetNumber(&Fields::sensitivity, v);
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_ReminderSet(VARIANT_BOOL v) {
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.reminderSet = v != VARIANT_FALSE;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::put_ReminderMinutesBeforeStart(long v) {
+    if (v < 0) return E_INVALIDARG;
+    return SetNumber(&Fields::reminderMinutes, v);
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_Oid(long* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = static_cast<long>(item_.oid);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_BodyInk(BSTR* p) {
+    if (p) *p = nullptr;
+    return E_NOTIMPL;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::ClearRecurrencePattern() {
+    std::lock_guard<std::mutex> lock(mu_);
+    if (item_.isOccurrence) return E_INVALIDARG;  // only the series can stop recurring
+    hasPending_ = false;
+    clearRecurrence_ = item_.recurring;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::get_Application(IPOutlookApp** pp) {
+    return origin_.app()->get_Application(pp);
+}
+
+Pattern Appointment::PatternLocked() {
+    if (hasPending_) return pending_;
+    Pattern p;
+    if (item_.recurring && item_.oid != 0 && !clearRecurrence_) {
+        auto store = origin_.session().GetStore();
+        if (store && store->GetPattern(item_.oid, p)) return p;
+    }
+    // A fresh pattern for an appointment that does not recur yet: daily,
+    // from its own day, without end.
+    p = Pattern();
+    p.dayOfWeekMask = 1L << WeekdayOfDays(DayOf(item_.f.start));
+    CivilTime t = FromSecs(item_.f.start);
+    p.dayOfMonth = t.day;
+    p.monthOfYear = t.month;
+    p.instance = 1;
+    return p;
+}
+
+HRESULT Appointment::Text(std::wstring Fields::*m, BSTR* p) {
+    std::lock_guard<std::mutex> lock(mu_);
+    return OutString(item_.f.*m, p);
+}
+
+HRESULT Appointment::SetText(std::wstring Fields::*m, BSTR v) {
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.*m = InString(v);
+    return S_OK;
+}
+
+HRESULT Appointment::Flag(bool Fields::*m, VARIANT_BOOL* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = VBool(item_.f.*m);
+    return S_OK;
+}
+
+HRESULT Appointment::Number(long Fields::*m, long* p) {
+    if (!p) return E_POINTER;
+    std::lock_guard<std::mutex> lock(mu_);
+    *p = item_.f.*m;
+    return S_OK;
+}
+
+HRESULT Appointment::SetNumber(long Fields::*m, long v) {
+    std::lock_guard<std::mutex> lock(mu_);
+    item_.f.*m = v;
+    return S_OK;
+}
+HRESULT Appointment::Save() {
+    auto store = origin_.session().GetStore();
+    if (!store) return kNotLoggedOn;
+    std::uint32_t oid = 0;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (deleted_) return kNotFound;
+        if (item_.isOccurrence) {
+            if (SameFields(item_.f, saved_)) return S_OK;
+            // A changed occurrence is an exception of its series; the rest
+            // of the series stays as it was.
+            std::string error, uid = store->UidOf(item_.oid);
+            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error))
+                return StoreFailure(*store, uid);
+            item_.isOverride = true;
+            saved_ = item_.f;
+        } else {
+            oid = item_.oid;
+            std::string error;
+            std::string uid = store->UidOf(oid);
+            // On a conflict the watch picks up the version kept on disk and
+            // tells the logon window to show it.
+            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
+                return StoreFailure(*store, uid);
+            item_.oid = oid;
+            item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
+            hasPending_ = clearRecurrence_ = false;
+            saved_ = item_.f;
+        }
+    }
+    origin_.session().NoteOwnChange();
+    return S_OK;
+}
+
+HRESULT Appointment::Delete() {
+    auto store = origin_.session().GetStore();
+    if (!store) return kNotLoggedOn;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (deleted_) return kNotFound;
+        if (item_.oid == 0) {
+            deleted_ = true;  // never saved: nothing in the store to remove
+            return S_OK;
+        }
+        std::string error;
+        std::string uid = store->UidOf(item_.oid);
+        bool ok = item_.isOccurrence ? store->DeleteOccurrence(item_.oid, item_.originalStart, error)
+                                     : store->DeleteItem(item_.oid, error);
+        if (!ok) return StoreFailure(*store, uid);
+        deleted_ = true;
+    }
+    origin_.session().NoteOwnChange();
+    return S_OK;
+}
+
+HRESULT Appointment::Copy(IAppointment** pp) {
+    if (!pp) return E_POINTER;
+    *pp = nullptr;
+    auto* copy = new (std::nothrow) Appointment(origin_);
+    if (!copy) return E_OUTOFMEMORY;
+    std::lock_guard<std::mutex> lock(mu_);
+    copy->item_.f = item_.f;
+    copy->saved_ = item_.f;
+    // A series copies with its pattern; one occurrence copies as a one-off.
+    if ((item_.recurring || hasPending_) && !item_.isOccurrence && !clearRecurrence_) {
+        copy->pending_ = PatternLocked();
+        copy->pending_.exact = true;
+        copy->hasPending_ = true;
+    }
+    *pp = copy;
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::GetRecurrencePattern(IRecurrencePattern** pp) {
+    if (!pp) return E_POINTER;
+    *pp = NewRecurrencePattern(this);
+    return *pp ? S_OK : E_OUTOFMEMORY;
+}
+
+}  // namespace poom

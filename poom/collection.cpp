@@ -1,0 +1,182 @@
+// An item collection: a folder's appointments, found, restricted and sorted
+// by the object model's restriction language; with recurrences included,
+// each occurrence of a series is an item of its own.
+#include "objects.h"
+
+#include <new>
+#include <vector>
+
+namespace poom {
+
+namespace {
+
+enum class SortKey { None, Start, End, Subject, Location, Categories, Duration };
+
+class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCollection> {
+public:
+    Collection(const Origin& origin, bool infrared) : origin_(origin), infrared_(infrared) {}
+
+    HRESULT STDMETHODCALLTYPE Add(IDispatch** pp) override {
+        if (!pp) return E_POINTER;
+        *pp = nullptr;
+        if (infrared_) return E_NOTIMPL;
+        *pp = new (std::nothrow) Appointment(origin_);
+        return *pp ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE get_Count(int* p) override {
+        if (!p) return E_POINTER;
+        std::lock_guard<std::mutex> lock(mu_);
+        HRESULT hr = Refresh();
+        if (FAILED(hr)) return hr;
+        *p = static_cast<int>(items_.size());
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Find(BSTR restriction, IDispatch** pp) override {
+        if (!pp) return E_POINTER;
+        *pp = nullptr;
+        auto r = std::make_shared<Restriction>();
+        if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
+        std::lock_guard<std::mutex> lock(mu_);
+        found_.clear();
+        cursor_ = 0;
+        auto store = origin_.session().GetStore();
+        if (!store) return kNotLoggedOn;
+        if (!infrared_) found_ = Compute(*store, r.get());
+        return NextLocked(pp);
+    }
+    HRESULT STDMETHODCALLTYPE FindNext(IDispatch** pp) override {
+        if (!pp) return E_POINTER;
+        *pp = nullptr;
+        std::lock_guard<std::mutex> lock(mu_);
+        return NextLocked(pp);
+    }
+    HRESULT STDMETHODCALLTYPE Item(int i, IDispatch** pp) override {
+        if (!pp) return E_POINTER;
+        *pp = nullptr;
+        std::lock_guard<std::mutex> lock(mu_);
+        HRESULT hr = Refresh();
+        if (FAILED(hr)) return hr;
+        if (i < 1 || static_cast<size_t>(i) > items_.size()) return E_INVALIDARG;
+        *pp = new (std::nothrow) Appointment(origin_, items_[i - 1]);
+        return *pp ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE Remove(int i) override {
+        IDispatch* item = nullptr;
+        HRESULT hr = Item(i, &item);
+        if (FAILED(hr)) return hr;
+        hr = static_cast<IAppointment*>(item)->Delete();
+        item->Release();
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE Restrict(BSTR restriction, IPOutlookItemCollection** pp) override {
+        if (!pp) return E_POINTER;
+        *pp = nullptr;
+        auto r = std::make_shared<Restriction>();
+        if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
+        auto* c = new (std::nothrow) Collection(origin_, infrared_);
+        if (!c) return E_OUTOFMEMORY;
+        std::lock_guard<std::mutex> lock(mu_);
+        c->restrictions_ = restrictions_;
+        c->restrictions_.push_back(r);
+        c->include_ = include_;
+        c->sort_ = sort_;
+        c->descending_ = descending_;
+        *pp = c;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Sort(BSTR property, VARIANT_BOOL descending) override {
+        std::wstring name = InString(property);
+        for (auto& ch : name) ch = static_cast<wchar_t>(towupper(ch));
+        SortKey key = SortKey::None;
+        if (name == L"[START]") key = SortKey::Start;
+        else if (name == L"[END]") key = SortKey::End;
+        else if (name == L"[SUBJECT]") key = SortKey::Subject;
+        else if (name == L"[LOCATION]") key = SortKey::Location;
+        else if (name == L"[CATEGORIES]") key = SortKey::Categories;
+        else if (name == L"[DURATION]") key = SortKey::Duration;
+        else return E_INVALIDARG;
+        std::lock_guard<std::mutex> lock(mu_);
+        sort_ = key;
+        descending_ = descending != VARIANT_FALSE;
+        generation_ = ~0u;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE get_IncludeRecurrences(VARIANT_BOOL* p) override {
+        if (!p) return E_POINTER;
+        std::lock_guard<std::mutex> lock(mu_);
+        *p = VBool(include_);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE put_IncludeRecurrences(VARIANT_BOOL v) override {
+        std::lock_guard<std::mutex> lock(mu_);
+        include_ = v != VARIANT_FALSE;
+        generation_ = ~0u;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pp) override {
+        if (pp) *pp = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
+
+private:
+    std::vector<ItemSnapshot> Compute(const Store& store, const Restriction* extra) const {
+        std::vector<const Restriction*> rs;
+        for (const auto& r : restrictions_) rs.push_back(r.get());
+        if (extra) rs.push_back(extra);
+        std::vector<ItemSnapshot> list = store.Query(include_, rs);
+        if (sort_ != SortKey::None) {
+            SortKey key = sort_;
+            bool desc = descending_;
+            std::stable_sort(list.begin(), list.end(), [key, desc](const ItemSnapshot& a, const ItemSnapshot& b) {
+                const ItemSnapshot& x = desc ? b : a;
+                const ItemSnapshot& y = desc ? a : b;
+                switch (key) {
+                case SortKey::End: return x.f.end < y.f.end;
+                case SortKey::Subject: return x.f.subject < y.f.subject;
+                case SortKey::Location: return x.f.location < y.f.location;
+                case SortKey::Categories: return x.f.categories < y.f.categories;
+                case SortKey::Duration: return x.f.end - x.f.start < y.f.end - y.f.start;
+                default: return x.f.start < y.f.start;
+                }
+            });
+        }
+        return list;
+    }
+    HRESULT Refresh() {
+        auto store = origin_.session().GetStore();
+        if (!store) return kNotLoggedOn;
+        unsigned gen = origin_.session().Generation();
+        if (gen != generation_) {
+            items_ = infrared_ ? std::vector<ItemSnapshot>() : Compute(*store, nullptr);
+            generation_ = gen;
+        }
+        return S_OK;
+    }
+    HRESULT NextLocked(IDispatch** pp) {
+        // Nothing (more) found: no item, and not an error.
+        if (cursor_ >= found_.size()) return S_OK;
+        *pp = new (std::nothrow) Appointment(origin_, found_[cursor_++]);
+        return *pp ? S_OK : E_OUTOFMEMORY;
+    }
+
+    std::mutex mu_;
+    Origin origin_;
+    bool infrared_;
+    std::vector<std::shared_ptr<Restriction>> restrictions_;
+    bool include_ = false;
+    SortKey sort_ = SortKey::None;
+    bool descending_ = false;
+    unsigned generation_ = ~0u;
+    std::vector<ItemSnapshot> items_;
+    std::vector<ItemSnapshot> found_;
+    size_t cursor_ = 0;
+};
+
+}  // namespace
+
+IPOutlookItemCollection* NewCollection(const Origin& origin, bool infrared) {
+    return new (std::nothrow) Collection(origin, infrared);
+}
+
+}  // namespace poom
