@@ -73,6 +73,13 @@ int MonthLength(int month, int year)
     return lengths[month - 1];
 }
 
+int CalendarMonthLength(int month, int year)
+{
+    if (month == 2)
+        return LeapGregorian(year) ? 29 : 28;
+    return MonthLength(month, year);
+}
+
 // Slot s is the half hour s/2 : 00 or 30, except that the first two slots
 // read as 24:00 and 24:30: a date-time record with hour 24 converts to the
 // next midnight, and only the fraction of the day is used afterwards.
@@ -83,4 +90,61 @@ void TimeSlotToHourMinute(int slot, int *hour, int *minute)
         h = 24;
     *hour = h;
     *minute = (slot % 2) ? 30 : 0;
+}
+
+static const long long kSecondsPerDay = 86400;
+static const int kOleDayZero = 2415019; // Julian day number of 1899-12-30
+
+int OleDayNumber(int month, int day, int year)
+{
+    return DayNumber(month, day, year) - kOleDayZero;
+}
+
+// A date and time as seconds on one straight line. Before 1899-12-30 the
+// whole part counts days back while the fraction still counts the time
+// forward (-1.25 is 29 December 1899, 6:00), so the two are split first.
+// Rounding to the second keeps a midnight that arrived as 23:59:59.9999
+// a midnight. Dates beyond any calendar (or not numbers at all) are held
+// at its ends.
+static long long OleSeconds(OleDate when)
+{
+    const double limit = 1e7;
+    if (!(when > -limit))
+        when = -limit;
+    if (!(when < limit))
+        when = limit;
+    double day = std::trunc(when);
+    double fraction = std::fabs(when - day);
+    return (long long)day * kSecondsPerDay + std::llround(fraction * kSecondsPerDay);
+}
+
+static int DayOfSeconds(long long seconds)
+{
+    long long day = seconds >= 0 ? seconds / kSecondsPerDay
+                                 : -((-seconds + kSecondsPerDay - 1) / kSecondsPerDay);
+    return (int)day;
+}
+
+int OleDayOf(OleDate when)
+{
+    return DayOfSeconds(OleSeconds(when));
+}
+
+double OleTimeOfDay(OleDate when)
+{
+    return std::fabs(when - std::trunc(when));
+}
+
+// The store gives an all-day appointment's end as the midnight after its
+// last day, and a timed one may end exactly at midnight: such an end
+// belongs to the day before, as in the store's own whole-day comparisons,
+// so an all-day appointment marks only its own days and one from 22:00 to
+// 24:00 puts nothing on the next day. An appointment without length (or
+// with its end before its start) stays on its start's day.
+int LastOleDayOf(OleDate start, OleDate end)
+{
+    long long from = OleSeconds(start), to = OleSeconds(end);
+    int first = DayOfSeconds(from);
+    int last = to > from && to % kSecondsPerDay == 0 ? DayOfSeconds(to - 1) : DayOfSeconds(to);
+    return last < first ? first : last;
 }

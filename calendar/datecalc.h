@@ -3,6 +3,10 @@
 // month (1-12), day (1-31), year.
 #pragma once
 
+// A date and time as the platform and the store give it: days since
+// 1899-12-30, the time of day as the fraction.
+typedef double OleDate;
+
 int DayNumber(int month, int day, int year);
 int DayOfYear(int month, int day, int year);
 int DayOfWeek(int month, int day, int year);
@@ -10,4 +14,18 @@ int IsLeapYear4(int year);
 int LeapGregorian(int x);
 int WeekNumber(int month, int day, int year, int mondayFirst);
 int MonthLength(int month, int year);
+// The month's length in the calendar the platform and the store count in,
+// where 1900 and 2100 have no 29 February.
+int CalendarMonthLength(int month, int year);
 void TimeSlotToHourMinute(int slot, int *hour, int *minute);
+
+// The program's day numbers: whole days since 1899-12-30, so that an
+// OleDate's calendar day is its day number.
+int OleDayNumber(int month, int day, int year);
+// The calendar day of a date and time, to the second.
+int OleDayOf(OleDate when);
+// The time of day as a fraction of the day.
+double OleTimeOfDay(OleDate when);
+// The last calendar day that a span from `start` to `end` occupies; never
+// before the start's day.
+int LastOleDayOf(OleDate start, OleDate end);

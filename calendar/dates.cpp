@@ -62,11 +62,9 @@ void LoadMonthNames(WCHAR names[12][20])
 // the date part.
 BOOL AddDays(int *month, int *day, int *year, int days)
 {
-    SYSTEMTIME st;
-    GetLocalTime(&st);
-    st.wYear = (WORD)*year;
-    st.wMonth = (WORD)*month;
-    st.wDay = (WORD)*day;
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    SYSTEMTIME st = SystemDate(*month, *day, *year, &now);
     double when;
     if (!SystemTimeToVariantTime(&st, &when))
         return FALSE;
@@ -78,6 +76,21 @@ BOOL AddDays(int *month, int *day, int *year, int days)
         *year = st.wYear;
     }
     return ok;
+}
+
+SYSTEMTIME SystemDate(int month, int day, int year, const SYSTEMTIME *timeOfDay)
+{
+    SYSTEMTIME st = {};
+    if (timeOfDay) {
+        st.wHour = timeOfDay->wHour;
+        st.wMinute = timeOfDay->wMinute;
+        st.wSecond = timeOfDay->wSecond;
+        st.wMilliseconds = timeOfDay->wMilliseconds;
+    }
+    st.wYear = (WORD)year;
+    st.wMonth = (WORD)month;
+    st.wDay = (WORD)day;
+    return st;
 }
 
 // The day fraction of a half-hour slot as the platform's date conversion

@@ -55,9 +55,11 @@ struct AppState {
     CRITICAL_SECTION renderLock;
     HANDLE hRenderEvent;
     volatile LONG renderState;
-    HDC backDC;
-    HBITMAP backBitmap;
+    HDC backDC;             // only the rendering thread draws with it
+    HBITMAP backBitmap;     // a 32-bit top-down DIB section
     HBITMAP backOldBitmap;
+    void *backBits;         // its pixels, which the UI thread copies
+    int backWidth, backHeight;
     volatile LONG renderPasses;   // passes begun and ended; the tests and
     volatile LONG renderDone;     // the benchmark wait on these
 

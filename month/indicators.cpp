@@ -1,6 +1,7 @@
 // The month grid's appointment indicators and category icons. They run on
 // the rendering thread as the last step of a month pass, under renderLock,
-// and draw into the back buffer over the day cells the grid has painted.
+// and draw into the DC they are given (the back buffer, in a pass) over
+// the day cells the grid has painted there.
 //
 // Per day the bar form draws a box 28 pixels wide whose inside holds a
 // 27-pixel schedule: the morning (timeA to timeB), the afternoon (to
@@ -12,9 +13,10 @@
 #include "monthgrid.h"
 #include "common/appstate.h"
 #include "store/store.h"
+#include "common/draw.h"
 #include "calendar/dates.h"
-#include "platform/aygshell.h"
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <cwchar>
@@ -23,13 +25,14 @@ static const COLORREF kBoxBorder = 0xADA3AD; // also the tick marks
 static const COLORREF kBoxFill = 0xFFFFFF;
 static const COLORREF kBusy = 0xB5835A;
 static const COLORREF kOverlap = 0x0000FF;
-static const COLORREF kIconKey = 0xFF00FF;   // transparent in the icon strips
+static const COLORREF kIconKey = 0xFF00FF; // transparent in the icon strips
 
 const int CELLS = GRID_ROWS * GRID_COLS;
 const int BAR_PIXELS = 27;
 const int BAND_PIXELS = 9;
 const int ICON_SIZE = 9;
 const int ICON_FALLBACK = 2; // the plain icon, for a user icon that is not there
+const int NO_DAY = INT_MIN;  // a cell that shows no day an appointment can be on
 
 // The three month queries, in the order they run.
 enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
@@ -38,10 +41,11 @@ enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
 // at a time, so this lives in the file rather than on the thread's stack;
 // every pass clears it first.
 static struct {
-    int mode;                // ICONS_BESIDE_INDICATOR or ICONS_ONLY
-    int s, length, rows;     // column of the 1st, days in the month, rows used
-    long firstShown;         // whole days since 1899-12-30, as OleDate
-    long firstOfMonth, lastOfMonth;
+    HDC dc;              // what the pass draws into
+    int mode;            // ICONS_BESIDE_INDICATOR or ICONS_ONLY
+    int s, length, rows; // column of the 1st, days in the month, rows used
+    int cellDay[CELLS];  // the day each cell shows (calendar/datecalc.h), or NO_DAY
+    int firstOfMonth, lastOfMonth;
     int query;
     int cellIconCount[CELLS];
     unsigned char iconDrawn[ICON_SLOTS][CELLS];
@@ -50,51 +54,6 @@ static struct {
     int prevCell;
     float prevEnd;
 } g_pass;
-
-// ---- dates -----------------------------------------------------------------
-
-// The calendar day of an OleDate. Before 1899-12-30 the whole part counts
-// days back while the fraction still counts the time forward (-1.25 is
-// 29 December 1899, 6:00), so the day is the whole part, not its floor.
-static long DayOf(OleDate when)
-{
-    return (long)std::trunc(when);
-}
-
-static double DayFraction(OleDate when)
-{
-    return std::fabs(when - std::trunc(when));
-}
-
-static long OleDayNumber(int month, int day, int year)
-{
-    return (long)DayNumber(month, day, year) - (long)DayNumber(12, 30, 1899);
-}
-
-// The last calendar day an appointment occupies. The store gives an
-// all-day appointment's end as the midnight after its last day, and a timed
-// one may end exactly at midnight: such an end belongs to the day before,
-// as in the store's own whole-day comparisons, so an all-day appointment
-// marks only its own days and one from 22:00 to 24:00 puts nothing on the
-// next day. An appointment without length (or with its end before its
-// start) stays on its start's day.
-static long LastDayOf(OleDate start, OleDate end)
-{
-    long first = DayOf(start);
-    long last = DayOf(end);
-    if (end > start && DayFraction(end) == 0.0)
-        last--;
-    return last < first ? first : last;
-}
-
-static SYSTEMTIME DateOnly(int month, int day, int year)
-{
-    SYSTEMTIME st = {};
-    st.wYear = (WORD)year;
-    st.wMonth = (WORD)month;
-    st.wDay = (WORD)day;
-    return st;
-}
 
 // ---- drawing ---------------------------------------------------------------
 
@@ -133,8 +92,8 @@ static void DrawAllDayLine(HDC dc, int row, int column)
 static void DrawTicks(HDC dc, int row, int column)
 {
     int x = CellLeft(column), y = CellTop(row);
-    HPEN pen = CreatePen(PS_SOLID, 1, kBoxBorder);
-    HGDIOBJ oldPen = SelectObject(dc, pen);
+    ScopedPen pen(CreatePen(PS_SOLID, 1, kBoxBorder));
+    ScopedSelect selectPen(dc, pen);
     static const int kTickX[] = {13, 23};
     for (int dx : kTickX) {
         MoveToEx(dc, x + dx, y + 84, nullptr);
@@ -142,8 +101,6 @@ static void DrawTicks(HDC dc, int row, int column)
         MoveToEx(dc, x + dx, y + 89, nullptr);
         LineTo(dc, x + dx, y + 87);
     }
-    SelectObject(dc, oldPen);
-    DeleteObject(pen);
 }
 
 void DrawIcon(HDC dc, int iconNumber, int x, int y)
@@ -151,14 +108,12 @@ void DrawIcon(HDC dc, int iconNumber, int x, int y)
     // A number past the user's strip, or any user number without the strip,
     // gets the plain built-in icon rather than nothing.
     if (iconNumber >= BUILTIN_ICONS && iconNumber < g_app.iconCount && g_app.userIconsPresent &&
-        g_app.userIconsBitmap &&
-        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.userIconsBitmap,
-                         ICON_SIZE * (iconNumber - BUILTIN_ICONS), 0, ICON_SIZE, ICON_SIZE, kIconKey))
+        DrawTransparentBitmapAt(dc, g_app.userIconsBitmap, ICON_SIZE * (iconNumber - BUILTIN_ICONS),
+                                0, x, y, ICON_SIZE, ICON_SIZE, kIconKey))
         return;
     int icon = iconNumber >= 0 && iconNumber < BUILTIN_ICONS ? iconNumber : ICON_FALLBACK;
-    if (g_app.bmpIcons)
-        TransparentImage(dc, x, y, ICON_SIZE, ICON_SIZE, g_app.bmpIcons, ICON_SIZE * icon, 0, ICON_SIZE,
-                         ICON_SIZE, kIconKey);
+    DrawTransparentBitmapAt(dc, g_app.bmpIcons, ICON_SIZE * icon, 0, x, y, ICON_SIZE, ICON_SIZE,
+                            kIconKey);
 }
 
 // ---- the schedule bar --------------------------------------------------------
@@ -249,7 +204,7 @@ static void IconPosition(int n, int row, int column, int mode, int *x, int *y)
     }
 }
 
-void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int mode)
+void PlaceDayIcons(HDC dc, const WCHAR *categories, int cell, int row, int column, int mode)
 {
     if (cell < 0 || cell >= CELLS)
         return;
@@ -264,13 +219,14 @@ void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int m
             continue;
         // An appointment without categories shows the icon of the slot
         // labelled "(None)".
-        bool match = categories[0] ? HasCategory(categories, s.displayIconString[k])
-                                   : wcsncmp(s.displayIconString[k], L"(None)", ICON_LABEL_LEN) == 0;
+        bool match = categories[0]
+                         ? HasCategory(categories, s.displayIconString[k])
+                         : wcsncmp(s.displayIconString[k], L"(None)", ICON_LABEL_LEN) == 0;
         if (!match)
             continue;
         int x, y;
         IconPosition(g_pass.cellIconCount[cell], row, column, mode, &x, &y);
-        DrawIcon(g_app.backDC, (int)s.displayIcon[k], x, y);
+        DrawIcon(dc, (int)s.displayIcon[k], x, y);
         g_pass.cellIconCount[cell]++;
         g_pass.iconDrawn[k][cell] = 1;
     }
@@ -278,20 +234,8 @@ void PlaceDayIcons(const WCHAR *categories, int cell, int row, int column, int m
 
 // ---- one pass ----------------------------------------------------------------
 
-// The cell a day of the grid sits in, or -1 when the day is not drawn on:
-// outside the grid, or a neighbouring month's day while those are hidden.
-static int CellOfDay(long day)
-{
-    long cell = day - g_pass.firstShown;
-    if (cell < 0 || cell >= 7L * g_pass.rows)
-        return -1;
-    if (g_app.settings.showdays != 1 && (cell < g_pass.s || cell > g_pass.s + g_pass.length - 1))
-        return -1;
-    return (int)cell;
-}
-
-static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, long lastDay, int cell, int row,
-                          int column)
+static void PlaceTimedDay(HDC dc, float t1, float t2, int day, int firstDay, int lastDay, int cell,
+                          int row, int column)
 {
     int p1 = StartPixel(t1), p2 = EndPixel(t2);
     if (day > firstDay)
@@ -314,28 +258,24 @@ static void PlaceTimedDay(HDC dc, float t1, float t2, long day, long firstDay, l
 }
 
 // Spreads one appointment over the days it covers in the grid.
-static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
+static void PlaceAppointment(HDC dc, const AppointmentTimes &t, const WCHAR *categories)
 {
-    HDC dc = g_app.backDC;
     const AppSettings &s = g_app.settings;
-    long firstDay = DayOf(t.start), lastDay = LastDayOf(t.start, t.end);
-    float t1 = (float)DayFraction(t.start);
+    int firstDay = OleDayOf(t.start), lastDay = LastOleDayOf(t.start, t.end);
+    float t1 = (float)OleTimeOfDay(t.start);
     // An end at midnight closes the day before: there it is 24:00.
-    float t2 = t.end > t.start && DayFraction(t.end) == 0.0 ? 1.0f : (float)DayFraction(t.end);
+    float t2 = lastDay < OleDayOf(t.end) ? 1.0f : (float)OleTimeOfDay(t.end);
     bool counts = !(t.allDay && t.busyStatus == olFree && s.showfree == 0);
 
-    // Only the days inside the grid are walked: an appointment over years
-    // costs no more than one over the grid.
-    long from = firstDay > g_pass.firstShown ? firstDay : g_pass.firstShown;
-    long lastCell = g_pass.firstShown + CELLS - 1;
-    long to = lastDay < lastCell ? lastDay : lastCell;
-    for (long day = from; day <= to; day++) {
-        int cell = CellOfDay(day);
-        if (cell < 0)
+    // The cells are walked rather than the days, so an appointment over
+    // years costs no more than one over the grid.
+    for (int cell = 0; cell < CELLS; cell++) {
+        int day = g_pass.cellDay[cell];
+        if (day == NO_DAY || day < firstDay || day > lastDay)
             continue;
         int row = cell / GRID_COLS, column = cell % GRID_COLS;
         if (g_pass.mode == ICONS_ONLY) {
-            PlaceDayIcons(categories, cell, row, column, ICONS_ONLY);
+            PlaceDayIcons(dc, categories, cell, row, column, ICONS_ONLY);
             continue;
         }
         if (t.allDay) {
@@ -350,7 +290,7 @@ static void PlaceAppointment(const AppointmentTimes &t, const WCHAR *categories)
             PlaceTimedDay(dc, t1, t2, day, firstDay, lastDay, cell, row, column);
         }
         if (s.showholiday == 1)
-            PlaceDayIcons(categories, cell, row, column, ICONS_BESIDE_INDICATOR);
+            PlaceDayIcons(dc, categories, cell, row, column, ICONS_BESIDE_INDICATOR);
     }
 }
 
@@ -358,7 +298,7 @@ static int VisitAppointment(IAppointment *item, void *)
 {
     // A tap or a new request: the query releases this item and its
     // collection, and the pass is abandoned.
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     // An appointment whose times the store cannot give is left out.
     AppointmentTimes t;
@@ -369,7 +309,7 @@ static int VisitAppointment(IAppointment *item, void *)
     // month's last day also from the trailing days' query. Each query keeps
     // only the appointments that start in its own span, so each is drawn
     // once: drawn again, its bar would cover a red overlap drawn since.
-    long startDay = DayOf(t.start);
+    int startDay = OleDayOf(t.start);
     if ((g_pass.query == QUERY_MONTH && startDay < g_pass.firstOfMonth) ||
         (g_pass.query == QUERY_TRAILING && startDay <= g_pass.lastOfMonth))
         return 1;
@@ -379,22 +319,35 @@ static int VisitAppointment(IAppointment *item, void *)
         if (FAILED(item->get_Categories(&categories)))
             categories = nullptr;
     }
-    PlaceAppointment(t, categories ? categories : L"");
+    PlaceAppointment(g_pass.dc, t, categories ? categories : L"");
     FreeStoreString(categories);
-    // The screen fills in appointment by appointment on a slow store.
-    InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+    ShowPassProgress();
     return 1;
+}
+
+// The date of a grid cell as the store knows it. The grid gives February
+// a 29th every fourth year, so in a year like 2100 it shows a day that no
+// calendar has; the queries ask for the 28th in its place. Nothing is
+// drawn in that cell, and the next month's days keep the cells that name
+// them.
+static SYSTEMTIME StoreDateOfCell(int cell, int month, int year)
+{
+    int m, d, y;
+    GridCellDate(cell, month, year, g_pass.s, &m, &d, &y);
+    int length = CalendarMonthLength(m, y);
+    return SystemDate(m, d < length ? d : length, y);
 }
 
 // Sets up the pass and walks the month's appointments; 0 when a redraw
 // request abandoned it.
-static int RunPass(int month, int year, int mode)
+static int RunPass(HDC dc, int month, int year, int mode)
 {
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     if (month < 1 || month > 12)
         return 0;
     const AppSettings &s = g_app.settings;
+    g_pass.dc = dc;
     g_pass.mode = mode;
     g_pass.s = WeekdayColumn(month, 1, year);
     g_pass.length = MonthLength(month, year);
@@ -406,19 +359,20 @@ static int RunPass(int month, int year, int mode)
         float q = (float)(g_pass.s + g_pass.length) * (1.0f / 7.0f);
         g_pass.rows = q > 5.0f ? 6 : q > 4.0f ? 5 : 4;
     }
-    g_pass.firstOfMonth = OleDayNumber(month, 1, year);
-    g_pass.lastOfMonth = g_pass.firstOfMonth + g_pass.length - 1;
-    g_pass.firstShown = g_pass.firstOfMonth - g_pass.s;
-
-    int prevMonth = month == 1 ? 12 : month - 1, prevYear = month == 1 ? year - 1 : year;
-    int nextMonth = month == 12 ? 1 : month + 1, nextYear = month == 12 ? year + 1 : year;
-    SYSTEMTIME first = DateOnly(month, 1, year);
-    SYSTEMTIME last = DateOnly(month, g_pass.length, year);
-    SYSTEMTIME firstShown = g_pass.s == 0
-                                ? first
-                                : DateOnly(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
-    int trailing = 7 * g_pass.rows - g_pass.s - g_pass.length;
-    SYSTEMTIME lastShown = trailing > 0 ? DateOnly(nextMonth, trailing, nextYear) : last;
+    int lastCell = 7 * g_pass.rows - 1;
+    for (int cell = 0; cell < CELLS; cell++) {
+        int m, d, y;
+        bool inMonth = GridCellDate(cell, month, year, g_pass.s, &m, &d, &y);
+        bool shown = cell <= lastCell && (inMonth || s.showdays == 1);
+        g_pass.cellDay[cell] =
+            shown && d <= CalendarMonthLength(m, y) ? OleDayNumber(m, d, y) : NO_DAY;
+    }
+    SYSTEMTIME firstShown = StoreDateOfCell(0, month, year);
+    SYSTEMTIME first = StoreDateOfCell(g_pass.s, month, year);
+    SYSTEMTIME last = StoreDateOfCell(g_pass.s + g_pass.length - 1, month, year);
+    SYSTEMTIME lastShown = StoreDateOfCell(lastCell, month, year);
+    g_pass.firstOfMonth = OleDayNumber(first.wMonth, first.wDay, first.wYear);
+    g_pass.lastOfMonth = OleDayNumber(last.wMonth, last.wDay, last.wYear);
 
     memset(g_pass.cellIconCount, 0, sizeof(g_pass.cellIconCount));
     memset(g_pass.iconDrawn, 0, sizeof(g_pass.iconDrawn));
@@ -448,17 +402,17 @@ static int RunPass(int month, int year, int mode)
     return 1;
 }
 
-int DrawMonthIndicators(int month, int year)
+int DrawMonthIndicators(HDC dc, int month, int year)
 {
-    if (!RunPass(month, year, ICONS_BESIDE_INDICATOR))
+    if (!RunPass(dc, month, year, ICONS_BESIDE_INDICATOR))
         return 0;
     for (int cell = 0; cell < CELLS; cell++)
         if (g_pass.boxDrawn[cell])
-            DrawTicks(g_app.backDC, cell / GRID_COLS, cell % GRID_COLS);
+            DrawTicks(dc, cell / GRID_COLS, cell % GRID_COLS);
     return 1;
 }
 
-int DrawMonthIcons(int month, int year)
+int DrawMonthIcons(HDC dc, int month, int year)
 {
-    return RunPass(month, year, ICONS_ONLY);
+    return RunPass(dc, month, year, ICONS_ONLY);
 }

@@ -1,53 +1,30 @@
 #include "monthgrid.h"
 #include "indicators.h"
 #include "common/appstate.h"
-#include "shell/render.h"
+#include "common/draw.h"
 #include "calendar/dates.h"
 
 #include <cstdio>
 
-static const COLORREF kYearLabel = 0x844100;
 static const COLORREF kTitle = 0x6B9663;
 static const COLORREF kBorder = 0xB5BEC6;
-static const COLORREF kHeaderFill = 0xB0C5D9;
 static const COLORREF kNeighbourDate = 0x808080;
 static const COLORREF kWeekNumber = 0x0000FF;
 
-void DrawCellRect(HDC dc, int left, int top, int right, int bottom, COLORREF border, COLORREF fill)
-{
-    HPEN pen = CreatePen(PS_SOLID, 1, border);
-    HBRUSH brush = CreateSolidBrush(fill);
-    HGDIOBJ oldPen = SelectObject(dc, pen);
-    HGDIOBJ oldBrush = SelectObject(dc, brush);
-    Rectangle(dc, left, top, right, bottom);
-    SelectObject(dc, oldBrush);
-    SelectObject(dc, oldPen);
-    DeleteObject(brush);
-    DeleteObject(pen);
-}
-
-static void DrawTextIn(HDC dc, const WCHAR *text, int left, int top, int right, int bottom, UINT format)
-{
-    RECT rc = {left, top, right, bottom};
-    DrawTextW(dc, text, -1, &rc, format | DT_SINGLELINE | DT_NOPREFIX);
-}
-
 // Draws with a fresh view font and deletes it at once.
-static void DrawInFont(HDC dc, int height, int bold, COLORREF colour, const WCHAR *text, int left, int top,
-                       int right, int bottom, UINT format)
+static void DrawInFont(HDC dc, int height, int bold, COLORREF colour, const WCHAR *text, int left,
+                       int top, int right, int bottom, UINT format)
 {
-    HFONT font = CreateViewFont(height, 0, bold);
-    HGDIOBJ old = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(height, 0, bold));
+    ScopedSelect selectFont(dc, font);
     SetTextColor(dc, colour);
     DrawTextIn(dc, text, left, top, right, bottom, format);
-    SelectObject(dc, old);
-    DeleteObject(font);
 }
 
-// The date a grid cell shows: a day of the previous month before the 1st,
-// the shown month's days, then the next month's; s1 is the column of the
-// 1st. True for the shown month.
-static bool CellDate(int index, int month, int year, int s1, int *dm, int *dd, int *dy)
+// Months are as long as the four-year rule makes them (February 1900 and
+// 2100 have a 29th here), so a cell's date is counted from the 1st, not
+// from a day number.
+bool GridCellDate(int index, int month, int year, int s1, int *dm, int *dd, int *dy)
 {
     int length = MonthLength(month, year);
     if (index < s1) {
@@ -75,25 +52,23 @@ static void DrawHeaders(HDC dc, int year, int month)
 {
     WCHAR text[64];
     swprintf(text, 64, L"%d", year - 1);
-    DrawInFont(dc, 12, 0, kYearLabel, text, 4, 26, 30, 36, DT_CENTER | DT_VCENTER);
+    DrawInFont(dc, 12, 0, LABEL_TEXT, text, 4, 26, 30, 36, DT_CENTER | DT_VCENTER);
     swprintf(text, 64, L"%d", year + 1);
-    DrawInFont(dc, 12, 0, kYearLabel, text, 207, 26, 233, 36, DT_CENTER | DT_VCENTER);
+    DrawInFont(dc, 12, 0, LABEL_TEXT, text, 207, 26, 233, 36, DT_CENTER | DT_VCENTER);
     int m = (month >= 1 && month <= 12) ? month : 1;
     swprintf(text, 64, L"%ls %d", g_app.monthNames[m - 1], year);
     DrawInFont(dc, 14, 1, kTitle, text, 61, 23, 171, 38, DT_CENTER);
 
-    HFONT font = CreateViewFont(12, 0, 0);
-    HGDIOBJ old = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(12, 0, 0));
+    ScopedSelect selectFont(dc, font);
     SetTextColor(dc, 0x000000);
     for (int c = 0; c < GRID_COLS; c++) {
         int x = GRID_LEFT + GRID_PITCH * c;
-        DrawCellRect(dc, x, 41, x + 35, 41 + 17, kBorder, kHeaderFill);
+        DrawCellRect(dc, x, 41, x + 35, 41 + 17, kBorder, HEADER_FILL);
         WCHAR name[20];
         WeekdayHeader(c, name, 1);
         DrawTextIn(dc, name, x, 41, x + 35, 58, DT_CENTER);
     }
-    SelectObject(dc, old);
-    DeleteObject(font);
 }
 
 static void DrawWeekNumber(HDC dc, int rowTop, int month, int day, int year, int mondayFirst)
@@ -103,20 +78,12 @@ static void DrawWeekNumber(HDC dc, int rowTop, int month, int day, int year, int
     DrawInFont(dc, 11, 0, kWeekNumber, text, 2, rowTop, 17, rowTop + 15, DT_LEFT);
 }
 
-int DrawMonthGrid(HDC dc, int month, int, int year)
+// The six rows of day cells with their dates and week numbers.
+static void DrawDayCells(HDC dc, int month, int year, const SYSTEMTIME &now)
 {
     const AppSettings &s = g_app.settings;
-    if (month < 1 || month > 12)
-        return 0;
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-
-    HGDIOBJ entryFont = GetCurrentObject(dc, OBJ_FONT);
-    SetBkMode(dc, TRANSPARENT);
-    DrawHeaders(dc, year, month);
-
-    HFONT dateFont = CreateViewFont(12, 0, 1);
-    SelectObject(dc, dateFont);
+    ScopedFont dateFont(CreateViewFont(12, 0, 1));
+    ScopedSelect selectFont(dc, dateFont);
     int mondayFirst = LocaleMondayFirst();
     int s1 = WeekdayColumn(month, 1, year);
     int length = MonthLength(month, year);
@@ -141,7 +108,7 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
 
             WCHAR text[8];
             int dm, dd, dy;
-            bool inMonth = CellDate(index, month, year, s1, &dm, &dd, &dy);
+            bool inMonth = GridCellDate(index, month, year, s1, &dm, &dd, &dy);
             bool shown = inMonth || s.showdays == 1;
             if (shown && IsToday(dm, dd, dy, now))
                 DrawCellRect(dc, x, y, x + GRID_CELL, y + GRID_CELL, kBorder, s.todaycolor);
@@ -153,23 +120,31 @@ int DrawMonthGrid(HDC dc, int month, int, int year)
             bool weekCell = inMonth || (s.showdays == 1 && index - s1 >= length && c == 0);
             if (s.showweeknumber == 1 && !weekDrawn && weekCell) {
                 DrawWeekNumber(dc, y, dm, dd, dy, mondayFirst);
-                SelectObject(dc, dateFont);
                 weekDrawn = true;
             }
         }
     }
+}
 
-    SelectObject(dc, entryFont);
-    DeleteObject(dateFont);
+int DrawMonthGrid(HDC dc, int month, int, int year)
+{
+    const AppSettings &s = g_app.settings;
+    if (month < 1 || month > 12)
+        return 0;
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    SetBkMode(dc, TRANSPARENT);
+    DrawHeaders(dc, year, month);
+    DrawDayCells(dc, month, year, now);
 
     // A tap or a new request during this pass: do not show it, and do not
     // start on the store for it.
-    if (g_app.renderState == RENDER_REQUESTED)
+    if (PassAbandoned())
         return 0;
     if (s.showindicator == 1)
-        return DrawMonthIndicators(month, year);
+        return DrawMonthIndicators(dc, month, year);
     if (s.showholiday == 1)
-        return DrawMonthIcons(month, year);
+        return DrawMonthIcons(dc, month, year);
     return 1;
 }
 
@@ -183,7 +158,8 @@ BOOL MonthHitTest(int x, int y)
         return FALSE;
     int dm, dd, dy;
     int month = g_app.viewMonth, year = g_app.viewYear;
-    bool inMonth = CellDate(r * GRID_COLS + c, month, year, WeekdayColumn(month, 1, year), &dm, &dd, &dy);
+    bool inMonth =
+        GridCellDate(r * GRID_COLS + c, month, year, WeekdayColumn(month, 1, year), &dm, &dd, &dy);
     if (!inMonth && g_app.settings.showdays != 1)
         return FALSE;
     DWORD date = inMonth ? (DWORD)dd : (DWORD)(100 + dd);

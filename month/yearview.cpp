@@ -32,17 +32,13 @@
 // year being drawn.
 #include "yearview.h"
 #include "common/appstate.h"
-#include "shell/render.h"
+#include "common/draw.h"
 #include "calendar/dates.h"
 #include "store/store.h"
 
 #include <cstdio>
 
-static const COLORREF kMonthName = 0x844100;
-static const COLORREF kHeaderFill = 0xB0C5D9;
 static const COLORREF kHeaderText = 0x000000;
-
-static const long long kSecsPerDay = 86400;
 
 // ---- layout ------------------------------------------------------------
 
@@ -107,65 +103,34 @@ int YearHitTest(int x, int y, int *cellX, int *cellY)
 // ---- preparation (UI thread) -------------------------------------------
 
 struct YearSpread {
-    long long firstDay, lastDay;  // the year's first and last day, OLE day numbers
-    long long monthStart[13];     // OLE day number of each month's 1st; [12] the next year's
-    DWORD days[12];               // bit d - 1: day d holds an appointment
+    int firstDay, lastDay; // the year's first and last day (calendar/datecalc.h day numbers)
+    int monthStart[13];    // day number of each month's 1st; [12] the next year's
+    DWORD days[12];        // bit d - 1: day d holds an appointment
 };
 
-// An OleDate as seconds on one straight line. Before 1899-12-30 the
-// platform's dates count the day backwards but the time of day forwards
-// (-1.25 is 29 December, 6:00), so the day and the fraction are split
-// first.
-static long long LinearSeconds(OleDate when)
-{
-    double day = (double)(long long)when;
-    double fraction = when - day;
-    if (fraction < 0)
-        fraction = -fraction;
-    return (long long)day * kSecsPerDay + (long long)(fraction * kSecsPerDay + 0.5);
-}
-
-static long long DayOf(long long secs)
-{
-    return secs >= 0 ? secs / kSecsPerDay : -((-secs + kSecsPerDay - 1) / kSecsPerDay);
-}
-
-// OLE day 0 is 30 December 1899, Julian day 2415019.
-static long long OleDayNumber(int month, int day, int year)
-{
-    return (long long)DayNumber(month, day, year) - 2415019;
-}
-
-static void MarkDay(YearSpread *ys, long long day)
+static void MarkDay(YearSpread *ys, int day)
 {
     int m = 0;
     while (m < 11 && day >= ys->monthStart[m + 1])
         m++;
-    long long d = day - ys->monthStart[m];
+    int d = day - ys->monthStart[m];
     if (d >= 0 && d < 31)
         ys->days[m] |= 1u << d;
 }
 
 // Spreads one appointment (or one occurrence of a series) over its days.
-// An end exactly at midnight after the start belongs to the day before,
-// as the calendar server counts it: an all-day appointment ends at the
-// next midnight, an evening ending at 24:00 stays on its evening.
 static int SpreadVisit(IAppointment *item, void *context)
 {
     YearSpread *ys = static_cast<YearSpread *>(context);
     AppointmentTimes t;
     if (!ReadAppointmentTimes(item, &t))
         return 1;
-    long long start = LinearSeconds(t.start), end = LinearSeconds(t.end);
-    long long first = DayOf(start);
-    long long last = end > start && end % kSecsPerDay == 0 ? DayOf(end - 1) : DayOf(end);
-    if (last < first)
-        last = first; // an end before the start: the start's day alone
+    int first = OleDayOf(t.start), last = LastOleDayOf(t.start, t.end);
     if (first < ys->firstDay)
         first = ys->firstDay;
     if (last > ys->lastDay)
         last = ys->lastDay;
-    for (long long day = first; day <= last; day++)
+    for (int day = first; day <= last; day++)
         MarkDay(ys, day);
     return 1;
 }
@@ -181,13 +146,8 @@ void PrepareYearView(int year)
     // The store's date texts exist only for the platform's date range; a
     // year outside it has no appointments to show.
     if (year >= 1601 && year <= 9999) {
-        SYSTEMTIME first = {}, last = {};
-        first.wYear = last.wYear = (WORD)year;
-        first.wMonth = 1;
-        first.wDay = 1;
-        last.wMonth = 12;
-        last.wDay = 31;
-        QueryAppointments(first, last, RestrictOverlapClosed, SpreadVisit, &ys, QUERY_UI);
+        QueryAppointments(SystemDate(1, 1, year), SystemDate(12, 31, year), RestrictOverlapClosed,
+                          SpreadVisit, &ys, QUERY_UI);
     }
     int any = 0;
     for (DWORD bits : ys.days)
@@ -196,8 +156,7 @@ void PrepareYearView(int year)
     // A pass still drawing the old view gives up at its next check rather
     // than keep the lock; the redraw that follows every preparation draws
     // the new one.
-    if (g_app.renderState == RENDER_DRAWING)
-        g_app.renderState = RENDER_REQUESTED;
+    AbandonPass();
     EnterCriticalSection(&g_app.renderLock);
     for (int m = 0; m < 12; m++)
         g_app.yearBusyDays[m] = ys.days[m];
@@ -213,53 +172,40 @@ int YearBadgeFlag(int year)
     return g_app.yearDataYear == year && g_app.yearBadge == 1 ? 1 : 0;
 }
 
-static void FillCell(HDC dc, int x, int y, int w, int h, COLORREF colour)
-{
-    HBRUSH brush = CreateSolidBrush(colour);
-    RECT rc = {x, y, x + w, y + h};
-    FillRect(dc, &rc, brush);
-    DeleteObject(brush);
-}
-
-static void FrameCell(HDC dc, int x, int y, COLORREF colour)
-{
-    HBRUSH brush = CreateSolidBrush(colour);
-    RECT rc = {x, y, x + YEAR_CELL_W, y + YEAR_CELL_H};
-    FrameRect(dc, &rc, brush);
-    DeleteObject(brush);
-}
-
 static void TextIn(HDC dc, const WCHAR *text, int left, int top, int right, int bottom, UINT format)
 {
-    RECT rc = {left, top, right, bottom};
-    DrawTextW(dc, text, -1, &rc, format | DT_SINGLELINE | DT_NOPREFIX | DT_NOCLIP);
+    DrawTextIn(dc, text, left, top, right, bottom, format | DT_NOCLIP);
 }
 
 struct YearFonts {
     HFONT name, initials, days;
 };
 
-static void DrawMonth(HDC dc, const YearFonts &fonts, const WCHAR initials[7][2], int month, int year, int first,
-                      const DWORD *busy, const SYSTEMTIME &now)
+static void DrawMonth(HDC dc, const YearFonts &fonts, const WCHAR initials[7][2], int month,
+                      int year, int first, const DWORD *busy, const SYSTEMTIME &now)
 {
     const AppSettings &s = g_app.settings;
     int left = BlockLeft(month), top = BlockTop(month);
     int width = 7 * YEAR_CELL_W;
 
-    SelectObject(dc, fonts.name);
-    SetTextColor(dc, kMonthName);
-    TextIn(dc, g_app.monthNames[month - 1], left, top, left + width, top + YEAR_NAME_H,
-           DT_CENTER | DT_VCENTER | DT_END_ELLIPSIS);
-
-    SelectObject(dc, fonts.initials);
-    FillCell(dc, left, top + YEAR_NAME_H, width, YEAR_HEAD_H, kHeaderFill);
-    SetTextColor(dc, kHeaderText);
-    for (int c = 0; c < 7; c++) {
-        int x = left + YEAR_CELL_W * c;
-        TextIn(dc, initials[c], x, top + YEAR_NAME_H, x + YEAR_CELL_W, top + YEAR_DAYS_TOP, DT_CENTER | DT_VCENTER);
+    {
+        ScopedSelect selectFont(dc, fonts.name);
+        SetTextColor(dc, LABEL_TEXT);
+        TextIn(dc, g_app.monthNames[month - 1], left, top, left + width, top + YEAR_NAME_H,
+               DT_CENTER | DT_VCENTER | DT_END_ELLIPSIS);
+    }
+    {
+        ScopedSelect selectFont(dc, fonts.initials);
+        FillCellRect(dc, left, top + YEAR_NAME_H, left + width, top + YEAR_DAYS_TOP, HEADER_FILL);
+        SetTextColor(dc, kHeaderText);
+        for (int c = 0; c < 7; c++) {
+            int x = left + YEAR_CELL_W * c;
+            TextIn(dc, initials[c], x, top + YEAR_NAME_H, x + YEAR_CELL_W, top + YEAR_DAYS_TOP,
+                   DT_CENTER | DT_VCENTER);
+        }
     }
 
-    SelectObject(dc, fonts.days);
+    ScopedSelect selectFont(dc, fonts.days);
     int s1 = Column(month, 1, year, first);
     int length = MonthLength(month, year);
     for (int day = 1; day <= length; day++) {
@@ -268,11 +214,11 @@ static void DrawMonth(HDC dc, const YearFonts &fonts, const WCHAR initials[7][2]
         bool today = day == now.wDay && month == now.wMonth && year == now.wYear;
         bool isBusy = busy && (busy[month - 1] >> (day - 1) & 1);
         if (isBusy)
-            FillCell(dc, x, y, YEAR_CELL_W, YEAR_CELL_H, YEAR_BUSY_FILL);
+            FillCellRect(dc, x, y, x + YEAR_CELL_W, y + YEAR_CELL_H, YEAR_BUSY_FILL);
         else if (today)
-            FillCell(dc, x, y, YEAR_CELL_W, YEAR_CELL_H, s.todaycolor);
+            FillCellRect(dc, x, y, x + YEAR_CELL_W, y + YEAR_CELL_H, s.todaycolor);
         if (today)
-            FrameCell(dc, x, y, YEAR_TODAY_FRAME);
+            FrameCellRect(dc, x, y, x + YEAR_CELL_W, y + YEAR_CELL_H, YEAR_TODAY_FRAME);
         WCHAR text[4];
         swprintf(text, 4, L"%d", day);
         SetTextColor(dc, s.datecolor);
@@ -285,7 +231,8 @@ int DrawYearView(HDC dc, int year)
     const AppSettings &s = g_app.settings;
     SYSTEMTIME now;
     GetLocalTime(&now);
-    const DWORD *busy = s.coloryearview == 1 && g_app.yearDataYear == year ? g_app.yearBusyDays : nullptr;
+    const DWORD *busy =
+        s.coloryearview == 1 && g_app.yearDataYear == year ? g_app.yearBusyDays : nullptr;
 
     // One letter per weekday, in the locale's week order.
     WCHAR initials[7][2];
@@ -297,26 +244,16 @@ int DrawYearView(HDC dc, int year)
     }
     int first = FirstWeekday();
 
-    YearFonts fonts;
-    fonts.name = CreateViewFont(11, 0, 1);
-    fonts.initials = CreateViewFont(8, 0, 0);
-    fonts.days = CreateViewFont(10, 0, 0);
-    HGDIOBJ entryFont = SelectObject(dc, fonts.name);
+    ScopedFont name(CreateViewFont(11, 0, 1));
+    ScopedFont initialsFont(CreateViewFont(8, 0, 0));
+    ScopedFont days(CreateViewFont(10, 0, 0));
+    YearFonts fonts = {name, initialsFont, days};
     SetBkMode(dc, TRANSPARENT);
-    int result = 1;
     for (int month = 1; month <= 12; month++) {
         // A tap or a new request during this pass: do not show it.
-        if (g_app.renderState == RENDER_REQUESTED) {
-            result = 0;
-            break;
-        }
+        if (PassAbandoned())
+            return 0;
         DrawMonth(dc, fonts, initials, month, year, first, busy, now);
     }
-    SelectObject(dc, entryFont);
-    DeleteObject(fonts.name);
-    DeleteObject(fonts.initials);
-    DeleteObject(fonts.days);
-    if (g_app.renderState == RENDER_REQUESTED)
-        result = 0;
-    return result;
+    return PassAbandoned() ? 0 : 1;
 }

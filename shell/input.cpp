@@ -2,6 +2,7 @@
 #include "shell.h"
 #include "render.h"
 #include "common/appstate.h"
+#include "common/draw.h"
 #include "common/cursor.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
@@ -16,16 +17,11 @@ static void Navigate()
     WaitCursorOff();
 }
 
-// A tap during a pass abandons it, so the pass never shows the old month.
-static void StopRunningPass()
-{
-    if (g_app.renderState == RENDER_DRAWING)
-        g_app.renderState = RENDER_REQUESTED;
-}
 
 static void MonthTapDown(HWND, int x, int y)
 {
-    StopRunningPass();
+    // A tap during a pass abandons it, so the pass never shows the old month.
+    AbandonPass();
     if (y >= 1 && y < 18) {
         // The month strip: both cell bounds are strict, so a tap on a
         // boundary selects nothing but still redraws.
@@ -95,7 +91,7 @@ static void StepYear(int step)
 
 static void YearTapDown(int x, int y)
 {
-    StopRunningPass();
+    AbandonPass();
     int step = 0;
     if (x >= 201 && x < 215 && y < 15)
         step = -1;

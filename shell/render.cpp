@@ -3,19 +3,38 @@
 // appointments are fetched and painted. WM_PAINT only copies the buffer.
 #include "render.h"
 #include "common/appstate.h"
+#include "common/draw.h"
 #include "platform/aygshell.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
 
 #include <cstdio>
 
+// The back buffer's pixels as the platform describes a top-down 32-bit DIB.
+static BITMAPINFO BackBufferInfo(int width, int height)
+{
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = width;
+    bi.bmiHeader.biHeight = -height;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 32;
+    bi.bmiHeader.biCompression = BI_RGB;
+    return bi;
+}
+
 void CreateBackBuffer(int width, int height)
 {
+    BITMAPINFO bi = BackBufferInfo(width, height);
     HDC screen = GetDC(nullptr);
     g_app.backDC = CreateCompatibleDC(screen);
-    g_app.backBitmap = CreateCompatibleBitmap(screen, width, height);
-    g_app.backOldBitmap = (HBITMAP)SelectObject(g_app.backDC, g_app.backBitmap);
     ReleaseDC(nullptr, screen);
+    void *bits = nullptr;
+    g_app.backBitmap = CreateDIBSection(g_app.backDC, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    g_app.backOldBitmap = (HBITMAP)SelectObject(g_app.backDC, g_app.backBitmap);
+    g_app.backBits = g_app.backBitmap ? bits : nullptr;
+    g_app.backWidth = width;
+    g_app.backHeight = height;
     PatBlt(g_app.backDC, 0, 0, width, height, WHITENESS);
 }
 
@@ -23,6 +42,7 @@ void DestroyBackBuffer()
 {
     if (!g_app.backDC)
         return;
+    g_app.backBits = nullptr;
     SelectObject(g_app.backDC, g_app.backOldBitmap);
     DeleteDC(g_app.backDC);
     DeleteObject(g_app.backBitmap);
@@ -31,20 +51,24 @@ void DestroyBackBuffer()
     g_app.backOldBitmap = nullptr;
 }
 
-// Draws through its own device context. The back buffer's context is
-// never used by both threads at once: Wine refuses GDI calls on a context
-// that another thread is using, so a blit during a pass made the pass's
-// own calls fail at random (text missing, fonts left selected and never
-// freed). A blit that finds a pass drawing is skipped; the pass
-// invalidates the window when it is done, and that paint copies it.
+// Copies from the back buffer's pixels and never touches its DC: Wine
+// refuses GDI calls on a DC that another thread is using, and a blit
+// through the back DC during a pass made the pass's own calls fail at
+// random (text missing, fonts left selected and never freed). So a paint
+// neither waits for a pass nor skips the copy: mid-pass it shows the pass
+// so far, as the handheld did, and the pass's end invalidates the window
+// for the whole picture.
 void BlitBackBuffer(HWND hwnd)
 {
-    if (!g_app.backDC || !TryEnterCriticalSection(&g_app.renderLock))
+    if (!g_app.backBits)
         return;
+    BITMAPINFO bi = BackBufferInfo(g_app.backWidth, g_app.backHeight);
+    int width = g_app.clientWidth < g_app.backWidth ? g_app.clientWidth : g_app.backWidth;
+    int height = g_app.clientHeight < g_app.backHeight ? g_app.clientHeight : g_app.backHeight;
     HDC dc = GetDC(hwnd);
-    BitBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, g_app.backDC, 0, 0, SRCCOPY);
+    SetDIBitsToDevice(dc, 0, 0, width, height, 0, 0, 0, g_app.backHeight, g_app.backBits, &bi,
+                      DIB_RGB_COLORS);
     ReleaseDC(hwnd, dc);
-    LeaveCriticalSection(&g_app.renderLock);
 }
 
 // Never waits: requests that arrive during a pass set the auto-reset event
@@ -55,86 +79,38 @@ void RequestRedraw()
     EventModify(g_app.hRenderEvent, EVENT_SET);
 }
 
-HFONT CreateViewFont(int height, int strikeOut, int bold)
-{
-    LOGFONTW lf = {};
-    lf.lfHeight = height;
-    lf.lfWidth = 0;
-    lf.lfWeight = bold == 1 ? FW_BOLD : FW_NORMAL;
-    lf.lfStrikeOut = (BYTE)strikeOut;
-    // The handheld asked for character set 255 and got Tahoma all the same;
-    // a desktop then picks some other face with that set, so the desktop
-    // asks for the default set to get the same Tahoma.
-    lf.lfCharSet = DEFAULT_CHARSET;
-    lf.lfOutPrecision = OUT_DEFAULT_PRECIS;
-    lf.lfClipPrecision = CLIP_DEFAULT_PRECIS;
-    lf.lfQuality = g_app.settings.cleartype == 1 ? CLEARTYPE_QUALITY : DEFAULT_QUALITY;
-    lf.lfPitchAndFamily = FF_ROMAN;
-    lstrcpyW(lf.lfFaceName, L"Tahoma");
-    return CreateFontIndirectW(&lf);
-}
-
-void DrawBitmapAt(HDC dc, HBITMAP bmp, int x, int y)
-{
-    if (!bmp)
-        return;
-    HDC mem = CreateCompatibleDC(dc);
-    HGDIOBJ old = SelectObject(mem, bmp);
-    BITMAP bm = {};
-    GetObjectW(bmp, sizeof(bm), &bm);
-    BitBlt(dc, x, y, bm.bmWidth, bm.bmHeight, mem, 0, 0, SRCCOPY);
-    SelectObject(mem, old);
-    DeleteDC(mem);
-}
-
-void DrawBitmapTransparent(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy, int w, int h,
-                           COLORREF transparent)
-{
-    if (!bmp)
-        return;
-    TransparentImage(dc, dx, dy, w, h, bmp, sx, sy, w, h, transparent);
-}
-
 static void DrawMonthStrip(HDC dc)
 {
-    HFONT font = CreateViewFont(11, 0, 0);
-    HGDIOBJ oldFont = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(11, 0, 0));
+    ScopedSelect selectFont(dc, font);
     SetBkMode(dc, TRANSPARENT);
     SetTextColor(dc, RGB(255, 255, 255));
     for (int m = 1; m <= 12; m++) {
         WCHAR name[80] = L"";
         GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SABBREVMONTHNAME1 + m - 1, name, 80);
-        RECT cell = {20 * (m - 1), 3, 20 * m, 18};
-        DrawTextW(dc, name, -1, &cell, DT_CENTER | DT_SINGLELINE | DT_NOPREFIX);
+        int left = 20 * (m - 1), right = 20 * m, bottom = 18;
+        DrawTextIn(dc, name, left, 3, right, bottom, DT_CENTER);
         if (m == g_app.viewMonth) {
-            HPEN pen = CreatePen(PS_SOLID, 2, RGB(255, 255, 0));
-            HGDIOBJ oldPen = SelectObject(dc, pen);
-            MoveToEx(dc, cell.left, cell.bottom - 2, nullptr);
-            LineTo(dc, cell.right, cell.bottom - 2);
-            SelectObject(dc, oldPen);
-            DeleteObject(pen);
+            ScopedPen pen(CreatePen(PS_SOLID, 2, RGB(255, 255, 0)));
+            ScopedSelect selectPen(dc, pen);
+            MoveToEx(dc, left, bottom - 2, nullptr);
+            LineTo(dc, right, bottom - 2);
         }
     }
-    SelectObject(dc, oldFont);
-    DeleteObject(font);
 }
 
-static void DrawYearTitle(HDC dc, int year)
+// The year centred over the width of the area the pass draws into.
+static void DrawYearTitle(HDC dc, const RECT &area, int year)
 {
-    HFONT font = CreateViewFont(14, 0, 1);
-    HGDIOBJ oldFont = SelectObject(dc, font);
+    ScopedFont font(CreateViewFont(14, 0, 1));
+    ScopedSelect selectFont(dc, font);
     SetBkMode(dc, TRANSPARENT);
     SetTextColor(dc, 0xC80000);
-    RECT rc;
-    GetClientRect(g_app.hwndMain, &rc);
-    rc.bottom = 15;
     WCHAR text[16];
     swprintf(text, 16, L"%d", year);
-    DrawTextW(dc, text, -1, &rc, DT_CENTER | DT_SINGLELINE | DT_NOPREFIX);
+    DrawTextIn(dc, text, area.left, area.top, area.right, 15, DT_CENTER);
     DrawBitmapAt(dc, g_app.bmpYearPrev, 205, 2);
     DrawBitmapAt(dc, g_app.bmpYearNext, 225, 2);
-    SelectObject(dc, oldFont);
-    DeleteObject(font);
 }
 
 // One drawing pass as the thread runs it when woken; 1 when it was shown.
@@ -144,14 +120,15 @@ static int RenderPass()
     InterlockedIncrement(&g_app.renderPasses);
     g_app.renderState = RENDER_DRAWING;
     HDC dc = g_app.backDC;
+    RECT area = {0, 0, g_app.clientWidth, g_app.clientHeight};
     int result = 0;
     if (dc) {
-        PatBlt(dc, 0, 0, g_app.clientWidth, g_app.clientHeight, WHITENESS);
+        PatBlt(dc, area.left, area.top, area.right - area.left, area.bottom - area.top, WHITENESS);
         if (g_app.viewMode == VIEW_YEAR) {
             // One year for the whole pass: the UI thread may step it
             // meanwhile, and the title must match the months below it.
             int year = g_app.viewYear;
-            DrawYearTitle(dc, year);
+            DrawYearTitle(dc, area, year);
             result = DrawYearView(dc, year);
             if (YearBadgeFlag(year) == 1)
                 DrawBitmapAt(dc, g_app.bmpBadge, 10, 5);
@@ -159,18 +136,18 @@ static int RenderPass()
             DrawBitmapAt(dc, g_app.bmpBackground, 0, 0);
             // The grey band's brush is freed at once: a brush left over
             // per pass would run the process out of GDI objects.
-            HBRUSH band = CreateSolidBrush(0x5A5A5A);
-            RECT bandRect = {0, 262, 240, 268};
-            FillRect(dc, &bandRect, band);
-            DeleteObject(band);
+            FillCellRect(dc, 0, 262, 240, 268, 0x5A5A5A);
             DrawMonthStrip(dc);
             result = DrawMonthGrid(dc, g_app.viewMonth, g_app.viewDay, g_app.viewYear);
         }
     }
+    GdiFlush();
     LeaveCriticalSection(&g_app.renderLock);
     if (result == 1) {
         InvalidateRect(g_app.hwndMain, nullptr, FALSE);
-        g_app.renderState = RENDER_SHOWN;
+        // A request or a tap that came after the pass last looked for one
+        // keeps its mark: the pass it asked for is still to come.
+        InterlockedCompareExchange(&g_app.renderState, RENDER_SHOWN, RENDER_DRAWING);
     }
     InterlockedIncrement(&g_app.renderDone);
     return result;

@@ -7,6 +7,7 @@
 #include "common/com.h"
 #include "common/cursor.h"
 #include "common/messages.h"
+#include "calendar/dates.h"
 #include <commctrl.h>
 #include <math.h>
 
@@ -90,10 +91,7 @@ static OleDate OnDay(OleDate when, int year, int month, int day)
     OleDate moved = when;
     if (FAILED(g_app.outlookApp->VariantTimeToSystemTime(when, &st)))
         return when;
-    st.wYear = (WORD)year;
-    st.wMonth = (WORD)month;
-    st.wDay = (WORD)day;
-    st.wDayOfWeek = 0;
+    st = SystemDate(month, day, year, &st);
     if (FAILED(g_app.outlookApp->SystemTimeToVariantTime(&st, &moved)))
         return when;
     return moved;
@@ -195,10 +193,7 @@ static bool Untitled(BSTR subject)
 // the end of the day.
 static OleDate ShownDayAt(const SYSTEMTIME &time)
 {
-    SYSTEMTIME st = {};
-    st.wYear = (WORD)g_app.shownYear;
-    st.wMonth = (WORD)g_app.shownMonth;
-    st.wDay = (WORD)g_app.shownDay;
+    SYSTEMTIME st = SystemDate(g_app.shownMonth, g_app.shownDay, g_app.shownYear);
     OleDate day = 0;
     g_app.outlookApp->SystemTimeToVariantTime(&st, &day);
     return day + time.wHour / 24.0 + time.wMinute / 1440.0;
@@ -330,10 +325,7 @@ void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targe
 
     ComPtr<IAppointment> copy;
     if (SUCCEEDED(source->Copy(&copy)) && copy) {
-        SYSTEMTIME st = {};
-        st.wYear = (WORD)targetYear;
-        st.wMonth = (WORD)targetMonth;
-        st.wDay = (WORD)targetDay;
+        SYSTEMTIME st = SystemDate(targetMonth, targetDay, targetYear);
         OleDate target = 0, start = 0, end = 0;
         g_app.outlookApp->SystemTimeToVariantTime(&st, &target);
         copy->get_Start(&start);

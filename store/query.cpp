@@ -4,6 +4,8 @@
 #include "store.h"
 #include "common/appstate.h"
 #include "common/com.h"
+#include "common/draw.h"
+#include "calendar/dates.h"
 
 const WCHAR RestrictOverlapClosed[] = L"[End] >= %s AND [Start] <= %s";
 const WCHAR RestrictOverlapBeforeSecond[] = L"[End] >= %s AND [Start] <  %s";
@@ -13,10 +15,7 @@ void ShortDateText(const SYSTEMTIME &day, WCHAR *text, int length)
 {
     // Only the date counts; a caller may have set the hour to 24 to mean
     // the end of the day, which the date picture never prints.
-    SYSTEMTIME d = {};
-    d.wYear = day.wYear;
-    d.wMonth = day.wMonth;
-    d.wDay = day.wDay;
+    SYSTEMTIME d = SystemDate(day.wMonth, day.wDay, day.wYear);
     if (!GetDateFormatW(LOCALE_SYSTEM_DEFAULT, DATE_SHORTDATE, &d, nullptr, text, length))
         text[0] = 0;
 }
@@ -33,7 +32,7 @@ void BuildRestriction(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
 // A redraw request from the UI thread abandons a rendering pass's walk.
 static bool StopRequested(int thread)
 {
-    return thread == QUERY_RENDERING && g_app.renderState == RENDER_REQUESTED;
+    return thread == QUERY_RENDERING && PassAbandoned();
 }
 
 IAppointment *AsAppointment(HRESULT hr, IDispatch *found)

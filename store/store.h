@@ -8,8 +8,8 @@
 
 #include <windows.h>
 #include "poom/pimstore_if.h"
+#include "calendar/datecalc.h"
 
-typedef double OleDate;               // days since 1899-12-30, time as fraction
 const OleDate kNoDate = 949998.0;     // the store's "no date" (4501-01-01)
 
 // ---- connection -----------------------------------------------------------

@@ -62,15 +62,6 @@ static int ReadVisit(IAppointment *item, void *context)
     return 1;
 }
 
-static SYSTEMTIME Day(int month, int day, int year)
-{
-    SYSTEMTIME st = {};
-    st.wYear = (WORD)year;
-    st.wMonth = (WORD)month;
-    st.wDay = (WORD)day;
-    return st;
-}
-
 // The month's three queries over the six rows of the grid, as the pass
 // asks them; returns the appointments they walked.
 static long RunQueries(int month, int year, AppointmentVisitor visit)
@@ -78,9 +69,9 @@ static long RunQueries(int month, int year, AppointmentVisitor visit)
     int s = WeekdayColumn(month, 1, year), length = MonthLength(month, year);
     int pm = month == 1 ? 12 : month - 1, py = month == 1 ? year - 1 : year;
     int nm = month == 12 ? 1 : month + 1, ny = month == 12 ? year + 1 : year;
-    SYSTEMTIME first = Day(month, 1, year), last = Day(month, length, year);
-    SYSTEMTIME firstShown = s ? Day(pm, MonthLength(pm, py) - s + 1, py) : first;
-    SYSTEMTIME lastShown = Day(nm, 42 - s - length, ny);
+    SYSTEMTIME first = SystemDate(month, 1, year), last = SystemDate(month, length, year);
+    SYSTEMTIME firstShown = s ? SystemDate(pm, MonthLength(pm, py) - s + 1, py) : first;
+    SYSTEMTIME lastShown = SystemDate(nm, 42 - s - length, ny);
     long walked = 0;
     QueryAppointments(firstShown, first, RestrictOverlapBeforeSecond, visit, &walked, QUERY_RENDERING);
     QueryAppointments(first, last, RestrictOverlapClosed, visit, &walked, QUERY_RENDERING);

@@ -31,6 +31,10 @@ TEST(DateCalc, FebruaryFollowsTheFourYearRule)
     EXPECT_EQ(MonthLength(2, 2023), 28);
     EXPECT_EQ(MonthLength(4, 2023), 30);
     EXPECT_EQ(MonthLength(12, 2023), 31);
+    EXPECT_EQ(CalendarMonthLength(2, 1900), 28) << "the grid's 29th is no date";
+    EXPECT_EQ(CalendarMonthLength(2, 2100), 28);
+    EXPECT_EQ(CalendarMonthLength(2, 2000), 29);
+    EXPECT_EQ(CalendarMonthLength(4, 2100), 30);
     EXPECT_EQ(LeapGregorian(1900), 0);
     EXPECT_EQ(LeapGregorian(2000), 1);
     EXPECT_EQ(LeapGregorian(2300), 0);
@@ -65,6 +69,34 @@ TEST(DateCalc, WeekNumbersAroundTheYearTurns)
                     int w = WeekNumber(m, d, y, mf);
                     ASSERT_TRUE(w >= 1 && w <= 53) << m << "/" << d << "/" << y << " gives " << w;
                 }
+}
+
+// The days an appointment marks. Before 1899-12-30 the whole part of a
+// date counts days back while the fraction counts the time forward, so
+// -1.25 (29 December 1899, 6:00) comes before -1.75 (18:00).
+TEST(DateCalc, DaysAnAppointmentOccupies)
+{
+    EXPECT_EQ(OleDayNumber(12, 30, 1899), 0);
+    EXPECT_EQ(OleDayNumber(1, 1, 2000), 36526);
+    const double jan1 = 36526, hour = 1.0 / 24;
+    struct { const char *name; double start, end; int first, last; } cases[] = {
+        {"9:00-10:00", jan1 + 9 * hour, jan1 + 10 * hour, 36526, 36526},
+        {"22:00 to midnight", jan1 + 22 * hour, jan1 + 1, 36526, 36526},
+        {"all day", jan1, jan1 + 1, 36526, 36526},
+        {"two days all day", jan1, jan1 + 2, 36526, 36527},
+        {"23:00 to 1:00", jan1 + 23 * hour, jan1 + 1 + hour, 36526, 36527},
+        {"midnight a little early", jan1 + 12 * hour, jan1 + 1 - 1e-9, 36526, 36526},
+        {"no length at midnight", jan1 + 1, jan1 + 1, 36527, 36527},
+        {"end before start", jan1 + 1.5, jan1 + 0.5, 36527, 36527},
+        {"29 December 1899, 6:00-18:00", -1.25, -1.75, -1, -1},
+        {"29 December 18:00 to 30 December 6:00", -1.75, 0.25, -1, 0},
+        {"28 December 12:00 to midnight", -2.5, -1.0, -2, -2},
+    };
+    for (auto &c : cases) {
+        EXPECT_EQ(OleDayOf(c.start), c.first) << c.name;
+        EXPECT_EQ(LastOleDayOf(c.start, c.end), c.last) << c.name;
+    }
+    EXPECT_DOUBLE_EQ(OleTimeOfDay(-1.25), 0.25);
 }
 
 TEST(DateCalc, HalfHourSlots)

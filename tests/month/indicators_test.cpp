@@ -9,6 +9,8 @@
 #include "shell/render.h"
 #include "settings/settings.h"
 #include "calendar/dates.h"
+#include "month/monthgrid.h"
+#include "common/draw.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -57,6 +59,12 @@ static std::string StoreText()
     // April: user icons.
     ics += Event("custom", "20310415T090000", "20310415T100000", "CATEGORIES:Custom\r\n");
     ics += Event("far", "20310416T090000", "20310416T100000", "CATEGORIES:Far\r\n");
+    // February 2100, which the grid gives a 29th that no calendar has,
+    // and the first days of March after it.
+    ics += Event("feb-2100-first", "21000201T090000", "21000201T100000");
+    ics += Event("feb-2100-last", "21000228T100000", "21000228T110000");
+    ics += Event("mar-2100-first", "21000301T100000", "21000301T110000");
+    ics += Event("mar-2100-second", "21000302T140000", "21000302T150000");
     // June: a crowded month, for passes abandoned half-way.
     for (int day = 1; day <= 30; day++)
         for (int i = 0; i < 60; i++) {
@@ -498,4 +506,177 @@ TEST_F(Indicators, AbandonedPassesFreeEverything)
     EXPECT_GE(abandoned, 190) << "requests that came while a pass was walking the store";
     EXPECT_EQ(Bar(cell), full) << "the pass after them is whole";
     EXPECT_EQ(CountGdiObjects(), before) << "before " << summary << "after " << GdiObjectSummary();
+}
+
+// The month paints the DC it is given: a test's memory DC gets the same
+// grid, bars and icons as the back buffer a pass drew.
+TEST_F(Indicators, PaintsTheDCItIsGiven)
+{
+    Label(0, L"Business", 0);
+    Label(1, L"(None)", 2);
+    Show(1, 2031);
+    HDC mem = CreateCompatibleDC(nullptr);
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = 240;
+    bi.bmiHeader.biHeight = -270;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 32;
+    void *bits = nullptr;
+    HBITMAP bmp = CreateDIBSection(mem, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(mem, bmp);
+    PatBlt(mem, 0, 0, 240, 270, WHITENESS);
+    EnterCriticalSection(&g_app.renderLock); // the rendering thread stays out
+    LONG state = g_app.renderState;
+    g_app.renderState = RENDER_DRAWING;
+    EXPECT_EQ(DrawMonthGrid(mem, 1, 1, 2031), 1);
+    g_app.renderState = state;
+    LeaveCriticalSection(&g_app.renderLock);
+    int differing = 0;
+    for (int y = 41; y < 262; y++)
+        for (int x = 0; x < 240; x++)
+            differing += GetPixel(mem, x, y) != BackPixel(x, y);
+    EXPECT_EQ(differing, 0) << "pixels of the grid that differ from the back buffer's";
+    EXPECT_EQ(Bar(Jan(15)), "....brrbb.................|");
+    SelectObject(mem, old);
+    DeleteObject(bmp);
+    DeleteDC(mem);
+}
+
+// The grid gives February 2100 a 29th (its four-year rule), a day no
+// calendar has: the month's appointments still show, that cell stays
+// bare, and March's days come in the cells that say March.
+TEST_F(Indicators, FebruaryOfACenturyYear)
+{
+    int feb = WeekdayColumn(2, 1, 2100), mar = WeekdayColumn(3, 1, 2100);
+    struct {
+        const char *name;
+        int month, showdays, index;
+        const char *bar;
+    } cases[] = {
+        {"1 February", 2, 0, feb, "....b.....................|"},
+        {"28 February", 2, 0, feb + 27, ".....bb...................|"},
+        {"the grid's 29 February", 2, 0, feb + 28, kNoBox},
+        {"1 March, hidden", 2, 0, feb + 29, kNoBox},
+        {"the grid's 29 February, neighbours shown", 2, 1, feb + 28, kNoBox},
+        {"1 March after it", 2, 1, feb + 29, ".....bb...................|"},
+        {"2 March after it", 2, 1, feb + 30, "............bb............|"},
+        {"1 March in March", 3, 1, mar, ".....bb...................|"},
+        {"the grid's 29 February before March", 3, 1, mar - 1, kNoBox},
+        {"28 February before March", 3, 1, mar - 2, ".....bb...................|"},
+    };
+    for (auto &c : cases) {
+        if (c.index < 0)
+            continue; // a month that starts in the first column
+        g_app.settings.showdays = (DWORD)c.showdays;
+        Show(c.month, 2100);
+        EXPECT_EQ(Bar({c.index / 7, c.index % 7}), c.bar) << c.name;
+    }
+}
+
+// The pass held after its third appointment, through the test seam.
+static HANDLE g_held, g_release;
+static LONG g_appointmentsDrawn;
+static void HoldAfterThird()
+{
+    if (InterlockedIncrement(&g_appointmentsDrawn) == 3) {
+        SetEvent(g_held);
+        WaitForSingleObject(g_release, 10000);
+    }
+}
+
+// A paint in the middle of a pass copies what the pass has drawn so far,
+// so the month fills in appointment by appointment and a window uncovered
+// during a pass is not left blank.
+TEST_F(Indicators, PaintDuringAPassShowsItSoFar)
+{
+    Show(1, 2031);
+    HDC dc = GetDC(hwnd);
+    RECT all = {0, 0, 240, 270};
+    HBRUSH red = CreateSolidBrush(RGB(255, 0, 0));
+    FillRect(dc, &all, red);
+    DeleteObject(red);
+    g_held = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_appointmentsDrawn = 0;
+    g_passProgressHook = HoldAfterThird;
+    RequestRedraw();
+    ASSERT_EQ(WaitForSingleObject(g_held, 10000), WAIT_OBJECT_0);
+    RedrawWindow(hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
+    // The first three in order of start: 23:00-1:00 on the 7th, 2:00-3:00
+    // on the 10th, 22:00-23:00 on the 13th. The 15th's comes later.
+    struct {
+        const char *name;
+        int day, pixel;
+        COLORREF colour;
+    } cases[] = {
+        {"the 7th, to the right end", 7, 26, kBusy}, {"the 8th, from the left end", 8, 0, kBusy},
+        {"the 10th", 10, 0, kBusy},                  {"the 13th", 13, 26, kBusy},
+        {"the 15th, not yet drawn", 15, 4, kFill},
+    };
+    COLORREF seen[5];
+    for (int i = 0; i < 5; i++) {
+        Cell cell = Jan(cases[i].day);
+        seen[i] = GetPixel(dc, 34 * cell.c + 6 + cases[i].pixel, 34 * cell.r + 86);
+    }
+    SetEvent(g_release);
+    EXPECT_TRUE(WaitForPass());
+    g_passProgressHook = nullptr;
+    for (int i = 0; i < 5; i++)
+        EXPECT_EQ(seen[i], cases[i].colour) << cases[i].name;
+    Cell last = Jan(15);
+    EXPECT_EQ(GetPixel(dc, 34 * last.c + 6 + 4, 34 * last.r + 86), kBusy) << "the whole pass, once it is done";
+    ReleaseDC(hwnd, dc);
+    CloseHandle(g_held);
+    CloseHandle(g_release);
+}
+
+// A request made as a pass finishes, after its last look for one: the
+// pass that ends must not mark itself shown over it. The request comes
+// from the pass's last appointment, which then gives the test time to
+// queue for the lock, so the requested pass cannot begin before the test
+// has read how the first one ended.
+static LONG g_requestAfter;
+static void RequestAfterTheLast()
+{
+    if (InterlockedIncrement(&g_appointmentsDrawn) != g_requestAfter)
+        return;
+    RequestRedraw();
+    SetEvent(g_held);
+    Sleep(100);
+}
+
+TEST_F(Indicators, ARequestAsAPassEndsIsKept)
+{
+    Show(2, 2031);
+    g_held = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    g_requestAfter = 0;
+    g_appointmentsDrawn = 0;
+    g_passProgressHook = RequestAfterTheLast;
+    ASSERT_TRUE(RedrawAndWait());
+    LONG count = g_appointmentsDrawn;
+    ASSERT_GT(count, 0);
+    LONG state = 0;
+    bool read = false;
+    for (int attempt = 0; attempt < 5 && !read; attempt++) {
+        g_appointmentsDrawn = 0;
+        g_requestAfter = count;
+        LONG before = g_app.renderDone;
+        RequestRedraw();
+        if (WaitForSingleObject(g_held, 10000) != WAIT_OBJECT_0)
+            break;
+        EnterCriticalSection(&g_app.renderLock);
+        DWORD start = GetTickCount();
+        while (g_app.renderDone == before && GetTickCount() - start < 10000)
+            Sleep(1);
+        state = g_app.renderState;
+        read = g_app.renderPasses == before + 1; // else the lock went to the next pass first
+        LeaveCriticalSection(&g_app.renderLock);
+        WaitForPass();
+    }
+    g_passProgressHook = nullptr;
+    CloseHandle(g_held);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(state, RENDER_REQUESTED) << "the pass that ended marked itself shown";
+    EXPECT_TRUE(WaitForPass());
 }

@@ -207,41 +207,6 @@ TEST_F(MonthGrid, PassesLeakNoGdiObjects)
     EXPECT_EQ(CountGdiObjects(), first) << "before " << before << "after " << GdiObjectSummary();
 }
 
-static DWORD WINAPI HoldRenderLock(LPVOID release)
-{
-    EnterCriticalSection(&g_app.renderLock);
-    WaitForSingleObject((HANDLE)release, INFINITE);
-    LeaveCriticalSection(&g_app.renderLock);
-    return 0;
-}
-
-// While a pass holds the buffer, a paint leaves the window as it was
-// rather than reading a context the rendering thread is drawing with.
-TEST_F(MonthGrid, PaintDuringAPassWaitsForItsEnd)
-{
-    Show(5, 2025);
-    HDC dc = GetDC(hwnd);
-    RECT rc = {0, 0, 240, 270};
-    HBRUSH red = CreateSolidBrush(RGB(255, 0, 0));
-    FillRect(dc, &rc, red);
-    DeleteObject(red);
-    HANDLE release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE holder = CreateThread(nullptr, 0, HoldRenderLock, release, 0, nullptr);
-    while (TryEnterCriticalSection(&g_app.renderLock)) { // until the holder has it
-        LeaveCriticalSection(&g_app.renderLock);
-        Sleep(1);
-    }
-    BlitBackBuffer(hwnd);
-    EXPECT_EQ(GetPixel(dc, 120, 200), RGB(255, 0, 0)) << "the busy buffer was not read";
-    SetEvent(release);
-    WaitForSingleObject(holder, INFINITE);
-    BlitBackBuffer(hwnd);
-    EXPECT_EQ(GetPixel(dc, 120, 200), BackPixel(120, 200)) << "the finished buffer is copied";
-    ReleaseDC(hwnd, dc);
-    CloseHandle(holder);
-    CloseHandle(release);
-}
-
 TEST_F(MonthGrid, HitTest)
 {
     g_app.viewMonth = 8;
@@ -258,30 +223,4 @@ TEST_F(MonthGrid, HitTest)
     g_app.settings.showdays = 1;
     ASSERT_TRUE(MonthHitTest(GRID_LEFT + 5, GRID_TOP + 5));
     EXPECT_EQ(g_app.selectedDate, (DWORD)(100 + 31 - s + 1)) << "the first shown day of July";
-}
-
-TEST_F(MonthGrid, ViewFontsFollowTheClearTypeSetting)
-{
-    for (DWORD cleartype : {0u, 1u}) {
-        g_app.settings.cleartype = cleartype;
-        for (int bold : {0, 1}) {
-            HFONT font = CreateViewFont(12, 1, bold);
-            LOGFONTW lf = {};
-            GetObjectW(font, sizeof(lf), &lf);
-            HDC dc = CreateCompatibleDC(nullptr);
-            HGDIOBJ old = SelectObject(dc, font);
-            WCHAR face[LF_FACESIZE] = L"";
-            GetTextFaceW(dc, LF_FACESIZE, face);
-            SelectObject(dc, old);
-            DeleteDC(dc);
-            DeleteObject(font);
-            EXPECT_STREQ(face, L"Tahoma") << "the face the system actually chose";
-            EXPECT_EQ(lf.lfQuality, cleartype ? CLEARTYPE_QUALITY : DEFAULT_QUALITY) << "cleartype " << cleartype;
-            EXPECT_EQ(lf.lfWeight, bold ? FW_BOLD : FW_NORMAL);
-            EXPECT_EQ(lf.lfHeight, 12);
-            EXPECT_TRUE(lf.lfStrikeOut);
-            EXPECT_STREQ(lf.lfFaceName, L"Tahoma");
-        }
-    }
-    g_app.settings.cleartype = 0;
 }

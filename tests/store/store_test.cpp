@@ -9,6 +9,7 @@
 #include "common/appstate.h"
 #include "shell/render.h"
 #include "store/store.h"
+#include "calendar/dates.h"
 #include "poom/month_store.h"
 
 #include <gtest/gtest.h>
@@ -171,11 +172,7 @@ void SwitchStore(const std::wstring &path)
 
 SYSTEMTIME Day(int y, int m, int d)
 {
-    SYSTEMTIME st = {};
-    st.wYear = (WORD)y;
-    st.wMonth = (WORD)m;
-    st.wDay = (WORD)d;
-    return st;
+    return SystemDate(m, d, y);
 }
 
 OleDate OleDateOf(int y, int m, int d)

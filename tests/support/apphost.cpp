@@ -4,7 +4,6 @@
 #include "shell/render.h"
 #include "common/appstate.h"
 
-#include <vector>
 
 std::wstring UseTempStore(const std::string &ics, const wchar_t *name)
 {
@@ -100,35 +99,38 @@ std::string GdiObjectSummary()
     return out;
 }
 
+// Read from the back buffer's pixels, as the window's paint copies them,
+// never through the rendering thread's DC.
 COLORREF BackPixel(int x, int y)
 {
-    return GetPixel(g_app.backDC, x, y);
+    if (!g_app.backBits || x < 0 || y < 0 || x >= g_app.backWidth || y >= g_app.backHeight)
+        return CLR_INVALID;
+    DWORD v = static_cast<const DWORD *>(g_app.backBits)[(size_t)y * g_app.backWidth + x];
+    return RGB((v >> 16) & 0xFF, (v >> 8) & 0xFF, v & 0xFF);
 }
 
 bool SaveBackBuffer(const wchar_t *path)
 {
-    int w = g_app.clientWidth, h = g_app.clientHeight;
-    BITMAPINFO bi = {};
-    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
-    bi.bmiHeader.biWidth = w;
-    bi.bmiHeader.biHeight = h;
-    bi.bmiHeader.biPlanes = 1;
-    bi.bmiHeader.biBitCount = 24;
-    int stride = (w * 3 + 3) & ~3;
-    std::vector<BYTE> bits((size_t)stride * h);
-    if (!GetDIBits(g_app.backDC, g_app.backBitmap, 0, h, bits.data(), &bi, DIB_RGB_COLORS))
+    if (!g_app.backBits)
         return false;
+    BITMAPINFOHEADER ih = {};
+    ih.biSize = sizeof(ih);
+    ih.biWidth = g_app.backWidth;
+    ih.biHeight = -g_app.backHeight;
+    ih.biPlanes = 1;
+    ih.biBitCount = 32;
+    DWORD size = (DWORD)g_app.backWidth * g_app.backHeight * 4;
     BITMAPFILEHEADER fh = {};
     fh.bfType = 0x4D42;
-    fh.bfOffBits = sizeof(fh) + sizeof(BITMAPINFOHEADER);
-    fh.bfSize = fh.bfOffBits + (DWORD)bits.size();
+    fh.bfOffBits = sizeof(fh) + sizeof(ih);
+    fh.bfSize = fh.bfOffBits + size;
     HANDLE f = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     if (f == INVALID_HANDLE_VALUE)
         return false;
     DWORD done;
     WriteFile(f, &fh, sizeof(fh), &done, nullptr);
-    WriteFile(f, &bi.bmiHeader, sizeof(BITMAPINFOHEADER), &done, nullptr);
-    WriteFile(f, bits.data(), (DWORD)bits.size(), &done, nullptr);
+    WriteFile(f, &ih, sizeof(ih), &done, nullptr);
+    WriteFile(f, g_app.backBits, size, &done, nullptr);
     CloseHandle(f);
     return true;
 }

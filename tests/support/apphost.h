@@ -23,5 +23,5 @@ int CountGdiObjects();
 // The live objects by type ("type:count ..."), for a failure message.
 std::string GdiObjectSummary();
 COLORREF BackPixel(int x, int y);
-// Writes the back buffer as a 24-bit .bmp, for looking at a failed case.
+// Writes the back buffer as a .bmp, for looking at a failed case.
 bool SaveBackBuffer(const wchar_t *path);
