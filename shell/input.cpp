@@ -172,10 +172,12 @@ LRESULT OnKeyDown(HWND, UINT, WPARAM wp, LPARAM)
             g_app.viewMonth = 1;
             g_app.viewYear++;
         }
-        RequestRedraw();
+        Navigate();
         g_app.keyReady = 0;
     } else if (g_app.viewMode == VIEW_YEAR) {
+        WaitCursorOn();
         StepYear(step);
+        WaitCursorOff();
     }
     return 0;
 }
