@@ -148,3 +148,17 @@ int LastOleDayOf(OleDate start, OleDate end)
     int last = to > from && to % kSecondsPerDay == 0 ? DayOfSeconds(to - 1) : DayOfSeconds(to);
     return last < first ? first : last;
 }
+
+int PackDate(int month, int day, int year)
+{
+    return (year * 100 + month) * 100 + day;
+}
+
+void UnpackDate(int packed, int *month, int *day, int *year)
+{
+    int y = packed / 10000;
+    int m = (packed - y * 10000) / 100;
+    *year = y;
+    *month = m;
+    *day = packed - (y * 100 + m) * 100;
+}

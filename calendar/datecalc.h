@@ -29,3 +29,8 @@ double OleTimeOfDay(OleDate when);
 // The last calendar day that a span from `start` to `end` occupies; never
 // before the start's day.
 int LastOleDayOf(OleDate start, OleDate end);
+// A date packed into one integer, (year * 100 + month) * 100 + day, as dates cross a dialog's
+// boundary: 15 March 2004 is 20040315. Unpacking does not check the date; 0 unpacks to all
+// zeros.
+int PackDate(int month, int day, int year);
+void UnpackDate(int packed, int *month, int *day, int *year);

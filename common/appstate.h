@@ -31,6 +31,15 @@ struct AppSettings {
     double bandA, bandB, bandC, bandD; // timeA..timeD as fractions of a day
 };
 
+// The go-to-date popup's state (dayview/gotodate.cpp), which is also its dialog record: the
+// calendar control, the date the popup was opened with, packed, and that date decoded. Kept for
+// the life of the popup only.
+struct GoToDatePopup {
+    HWND calendar;
+    int packed;
+    int year, month, day;
+};
+
 struct AppState {
     // Main window and start-up (shell/mainwnd.cpp, shell/startup.cpp). Start-up sets today's
     // date and the shown dates from the local date.
@@ -97,6 +106,7 @@ struct AppState {
 
     // Day view (dayview/).
     HWND dayList;           // its list control; each row's item data is an OID
+    GoToDatePopup goToDate; // while the go-to-date popup is open
 };
 
 extern AppState g_app;

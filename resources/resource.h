@@ -30,6 +30,7 @@
 
 // Dialogs.
 #define IDD_DAYVIEW         106
+#define IDD_GOTODATE        123
 #define IDD_DAYPOPUP        124
 
 // Controls of the main window.

@@ -111,3 +111,18 @@ TEST(DateCalc, HalfHourSlots)
         EXPECT_EQ(m, c.minute) << "slot " << c.slot;
     }
 }
+
+TEST(DateCalc, PackedDatesRoundTrip)
+{
+    struct { int m, d, y, packed; } cases[] = {
+        {3, 15, 2004, 20040315}, {12, 31, 2004, 20041231}, {1, 1, 1601, 16010101},
+        {2, 29, 2000, 20000229}, {12, 31, 9999, 99991231}, {0, 0, 0, 0},
+    };
+    for (auto &c : cases) {
+        EXPECT_EQ(PackDate(c.m, c.d, c.y), c.packed) << c.m << "/" << c.d << "/" << c.y;
+        int m = -1, d = -1, y = -1;
+        UnpackDate(c.packed, &m, &d, &y);
+        EXPECT_TRUE(m == c.m && d == c.d && y == c.y)
+            << c.packed << " unpacks to " << m << "/" << d << "/" << y;
+    }
+}
