@@ -525,36 +525,59 @@ TEST_F(DayPopup, AHoldDuringAPassLeavesTheMonthWhole)
     CloseHandle(g_resume);
 }
 
-// With LF_SCREENSHOT_DIR set, writes the popup held over the month as the screen shows it,
-// daypopup-<locale>.bmp; otherwise skipped.
-static bool SaveScreen(const RECT &area, const std::wstring &path)
+// With LF_SCREENSHOT_DIR set, writes the popup held over the month, daypopup-<locale>.bmp, as
+// the main window's client area shows it; otherwise skipped. Each window's pixels are read
+// from its own surface, the popup's only inside its region.
+struct Canvas {
+    int width, height;
+    std::vector<DWORD> pixels; // 0x00RRGGBB, top row first
+};
+
+static void PaintInto(Canvas &canvas, HWND w, HRGN shape)
 {
-    int w = area.right - area.left, h = area.bottom - area.top;
-    BITMAPINFOHEADER ih = {};
-    ih.biSize = sizeof(ih);
-    ih.biWidth = w;
-    ih.biHeight = -h;
-    ih.biPlanes = 1;
-    ih.biBitCount = 32;
+    RECT rc;
+    GetWindowRect(w, &rc);
+    POINT at = {rc.left, rc.top};
+    ScreenToClient(g_app.hwndMain, &at);
+    int width = rc.right - rc.left, height = rc.bottom - rc.top;
+    BITMAPINFO bi = {};
+    bi.bmiHeader = {sizeof(bi.bmiHeader), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
     void *bits = nullptr;
-    HDC screen = GetDC(nullptr), mem = CreateCompatibleDC(screen);
-    HBITMAP shot = CreateDIBSection(screen, (BITMAPINFO *)&ih, DIB_RGB_COLORS, &bits, nullptr, 0);
-    HGDIOBJ old = SelectObject(mem, shot);
-    BitBlt(mem, 0, 0, w, h, screen, area.left, area.top, SRCCOPY);
+    HDC dc = CreateCompatibleDC(nullptr), surface = GetWindowDC(w);
+    HBITMAP bmp = CreateDIBSection(dc, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(dc, bmp);
+    BitBlt(dc, 0, 0, width, height, surface, 0, 0, SRCCOPY);
     GdiFlush();
-    BITMAPFILEHEADER fh = {0x4D42, (DWORD)(sizeof(fh) + sizeof(ih) + 4 * w * h), 0, 0,
+    for (int y = 0; y < height; y++)
+        for (int x = 0; x < width; x++) {
+            int cx = at.x + x, cy = at.y + y;
+            if (cx < 0 || cy < 0 || cx >= canvas.width || cy >= canvas.height ||
+                (shape && !PtInRegion(shape, x, y)))
+                continue;
+            canvas.pixels[(size_t)cy * canvas.width + cx] = ((const DWORD *)bits)[y * width + x];
+        }
+    SelectObject(dc, old);
+    DeleteObject(bmp);
+    ReleaseDC(w, surface);
+    DeleteDC(dc);
+}
+
+static bool SaveCanvas(const Canvas &canvas, const std::wstring &path)
+{
+    BITMAPINFOHEADER ih = {sizeof(ih), canvas.width, -canvas.height, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
+    DWORD size = (DWORD)canvas.pixels.size() * 4;
+    std::vector<DWORD> opaque(canvas.pixels); // viewers read the fourth byte as alpha
+    for (DWORD &p : opaque)
+        p |= 0xFF000000;
+    BITMAPFILEHEADER fh = {0x4D42, (DWORD)(sizeof(fh) + sizeof(ih)) + size, 0, 0,
                            sizeof(fh) + sizeof(ih)};
     HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     DWORD done = 0;
     bool ok = f != INVALID_HANDLE_VALUE && WriteFile(f, &fh, sizeof(fh), &done, nullptr) &&
               WriteFile(f, &ih, sizeof(ih), &done, nullptr) &&
-              WriteFile(f, bits, 4 * w * h, &done, nullptr);
+              WriteFile(f, opaque.data(), size, &done, nullptr);
     if (f != INVALID_HANDLE_VALUE)
         CloseHandle(f);
-    SelectObject(mem, old);
-    DeleteObject(shot);
-    DeleteDC(mem);
-    ReleaseDC(nullptr, screen);
     return ok;
 }
 
@@ -567,12 +590,20 @@ TEST_F(DayPopup, Screenshot)
     GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_SNAME, locale, LOCALE_NAME_MAX_LENGTH);
     std::wstring path =
         std::wstring(dir[0] == L'/' ? L"Z:" : L"") + dir + L"\\daypopup-" + locale + L".bmp";
-    RECT area;
-    GetWindowRect(main, &area);
+    RECT client;
+    GetClientRect(main, &client);
+    Canvas canvas = {client.right, client.bottom, {}};
+    canvas.pixels.resize((size_t)canvas.width * canvas.height);
+    RedrawWindow(main, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
+    PaintInto(canvas, main, nullptr);
     bool saved = false;
-    HoldOnCell(main, CellOf(3, 12, 2030), 500, [&](HWND) {
-        Pump(200);
-        saved = SaveScreen(area, path);
+    HoldOnCell(main, CellOf(3, 20, 2030), 500, [&](HWND dlg) {
+        HRGN shape = CreateRectRgn(0, 0, 0, 0);
+        GetWindowRgn(dlg, shape);
+        RedrawWindow(dlg, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
+        PaintInto(canvas, dlg, shape);
+        DeleteObject(shape);
+        saved = SaveCanvas(canvas, path);
         Lift();
     });
     EXPECT_TRUE(saved) << "could not write the screenshot";
