@@ -36,6 +36,7 @@ enum {
 struct DayPopupData {
     int month, day, year;
     int rows; // appointments listed; 0 when the list holds the "No Appointments" row
+    int held; // opened under the stylus that held the day, still down
     WCHAR title[TITLE_LEN];
 };
 
@@ -302,11 +303,25 @@ static INT_PTR DayPopupInit(HWND dlg, DayPopupData *d)
         DeleteObject(shape);
 
     // The stylus that held the day is still down: its release must reach the popup wherever it
-    // happens, over the list or over the main window the popup disables, as the handheld gave
-    // a stylus's release to the window it went down in.
-    if (StylusIsDown())
-        SetCapture(dlg);
+    // happens, over the list or over the main window, as the handheld gave a stylus's release
+    // to the window it went down in. The popup takes the capture once it shows; and the window
+    // the stylus went down in stays enabled, since Wine drops a release the X server reports
+    // for a disabled window before any capture can route it.
+    d->held = StylusIsDown();
+    HWND owner = GetWindow(dlg, GW_OWNER);
+    if (d->held && owner)
+        EnableWindow(owner, TRUE);
     return TRUE;
+}
+
+// Activating the dialog cancels any capture (Wine's dialog manager sends the popup
+// WM_CANCELMODE then), so the held stylus is taken only once the popup shows.
+static INT_PTR DayPopupShow(HWND dlg, UINT, WPARAM shown, LPARAM)
+{
+    DayPopupData *d = DialogData<DayPopupData>(dlg);
+    if (shown && d && d->held && StylusIsDown())
+        SetCapture(dlg);
+    return FALSE;
 }
 
 static INT_PTR CloseDayPopup(HWND dlg)
@@ -391,6 +406,7 @@ static const DialogEntry kDayPopup[] = {
     {WM_NOTIFY, DialogNotify<DayPopupNotify>},
     {WM_LBUTTONUP, DayPopupRelease},
     {WM_ACTIVATE, DayPopupActivate},
+    {WM_SHOWWINDOW, DayPopupShow},
     {WM_PAINT, DayPopupPaint},
     {WM_PRINTCLIENT, DayPopupPrint},
     {WM_ERASEBKGND, DayPopupErase},

@@ -181,13 +181,13 @@ static void TapByInput(HWND w, int x, int y)
     Pump(200);
 }
 
-// Presses on the main window at a cell's middle for `ms` and lifts, unless a dialog the press
-// opened has had the stylus lifted already; `script` gets every dialog that opens meanwhile.
-static void HoldOnCell(HWND main, POINT cell, DWORD ms, const std::function<void(HWND)> &script)
+// Presses on the main window at `at` for `ms` and lifts, unless a dialog the press opened has
+// had the stylus lifted already; `script` gets every dialog that opens meanwhile.
+static void HoldAt(HWND main, POINT at, DWORD ms, const std::function<void(HWND)> &script)
 {
     RunScripted(
         [&] {
-            PressAt(main, cell.x + 17, cell.y + 17);
+            PressAt(main, at.x, at.y);
             Pump(ms);
             if (StylusIsDown())
                 Lift();
@@ -195,6 +195,11 @@ static void HoldOnCell(HWND main, POINT cell, DWORD ms, const std::function<void
             return (INT_PTR)0;
         },
         script);
+}
+
+static POINT Middle(POINT cell)
+{
+    return {cell.x + GRID_CELL / 2, cell.y + GRID_CELL / 2};
 }
 
 static bool IsPopup(HWND dlg)
@@ -354,7 +359,7 @@ TEST_F(DayPopup, HeldNearTheEdgesItStaysInside)
             POINT cell = {GRID_LEFT + GRID_PITCH * c, GRID_TOP + GRID_PITCH * r};
             RECT seen = {};
             int opened = 0;
-            HoldOnCell(main, cell, 500, [&](HWND dlg) {
+            HoldAt(main, Middle(cell), 500, [&](HWND dlg) {
                 opened += IsPopup(dlg);
                 GetWindowRect(dlg, &seen);
                 Lift();
@@ -371,12 +376,13 @@ TEST_F(DayPopup, HeldNearTheEdgesItStaysInside)
         }
 }
 
-// The release that ends the hold goes to the popup, never to the main window.
+// The release that ends the hold goes to the popup, never to the main window, even where the
+// stylus is over the main window: the held point lies above the popup.
 static const SeqMessage kReleaseClosesThePopup[] = {{WM_LBUTTONUP, 0, 0, 0, 0}};
 
 TEST_F(DayPopup, AHoldOpensItAQuickTapDoesNot)
 {
-    POINT cell = CellOf(3, 13, 2030);
+    POINT cell = CellOf(3, 13, 2030), above = {cell.x + GRID_CELL / 2, cell.y + 4};
     struct {
         DWORD ms;
         int popups;
@@ -384,7 +390,7 @@ TEST_F(DayPopup, AHoldOpensItAQuickTapDoesNot)
     for (auto &c : cases) {
         int popups = 0;
         std::wstring title;
-        HoldOnCell(main, cell, c.ms, [&](HWND dlg) {
+        HoldAt(main, above, c.ms, [&](HWND dlg) {
             if (!IsPopup(dlg)) { // a quick tap opens the day view: not this test's
                 EndDialog(dlg, 0);
                 return;
@@ -597,7 +603,7 @@ TEST_F(DayPopup, Screenshot)
     RedrawWindow(main, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
     PaintInto(canvas, main, nullptr);
     bool saved = false;
-    HoldOnCell(main, CellOf(3, 20, 2030), 500, [&](HWND dlg) {
+    HoldAt(main, Middle(CellOf(3, 20, 2030)), 500, [&](HWND dlg) {
         HRGN shape = CreateRectRgn(0, 0, 0, 0);
         GetWindowRgn(dlg, shape);
         RedrawWindow(dlg, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
