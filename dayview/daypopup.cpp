@@ -226,8 +226,11 @@ static void FormatPopupTitle(int month, int day, int year, WCHAR *text, int leng
         text[0] = 0;
 }
 
-static void PaintDayPopup(HDC dc, int width, int height, const WCHAR *title)
+static void PaintDayPopup(HDC dc, int width, int height, const WCHAR *title, HRGN shape)
 {
+    int saved = SaveDC(dc);
+    if (shape)
+        SelectClipRgn(dc, shape);
     RECT all = {0, 0, width, height};
     FillRect(dc, &all, g_app.popupBrush);
     BITMAP strip;
@@ -252,6 +255,7 @@ static void PaintDayPopup(HDC dc, int width, int height, const WCHAR *title)
               DT_CENTER | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_NOCLIP);
     SetTextColor(dc, oldText);
     SetBkMode(dc, oldBk);
+    RestoreDC(dc, saved);
 }
 
 // ---- the dialog ---------------------------------------------------------------------------
@@ -290,8 +294,8 @@ static INT_PTR DayPopupInit(HWND dlg, DayPopupData *d)
     FormatPopupTitle(d->month, d->day, d->year, d->title, TITLE_LEN);
     SetWindowTextW(dlg, d->title);
 
-    // The window takes the region it is given for its own; the popup keeps the shape it
-    // paints by and hands the window a copy.
+    // The window takes the region it is given for its own; the popup keeps the shape, which
+    // also clips its painting wherever it paints, and hands the window a copy.
     RECT client;
     GetClientRect(dlg, &client);
     g_app.popupRegion =
@@ -369,7 +373,7 @@ static void PaintDayPopupWindow(HWND dlg, HDC dc)
     RECT client;
     GetClientRect(dlg, &client);
     DayPopupData *d = DialogData<DayPopupData>(dlg);
-    PaintDayPopup(dc, client.right, client.bottom, d ? d->title : L"");
+    PaintDayPopup(dc, client.right, client.bottom, d ? d->title : L"", g_app.popupRegion);
 }
 
 static INT_PTR DayPopupPaint(HWND dlg, UINT, WPARAM, LPARAM)
