@@ -7,6 +7,7 @@
 #include "shell/render.h"
 #include "common/appstate.h"
 #include "month/yearview.h"
+#include "common/draw.h"
 #include "platform/aygshell.h"
 #include "resource.h"
 
