@@ -73,6 +73,13 @@ int MonthLength(int month, int year)
     return lengths[month - 1];
 }
 
+int CalendarMonthLength(int month, int year)
+{
+    if (month == 2)
+        return LeapGregorian(year) ? 29 : 28;
+    return MonthLength(month, year);
+}
+
 // Slot s is the half hour s/2 : 00 or 30, except that the first two slots
 // read as 24:00 and 24:30: a date-time record with hour 24 converts to the
 // next midnight, and only the fraction of the day is used afterwards.

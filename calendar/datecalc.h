@@ -14,6 +14,9 @@ int IsLeapYear4(int year);
 int LeapGregorian(int x);
 int WeekNumber(int month, int day, int year, int mondayFirst);
 int MonthLength(int month, int year);
+// The month's length in the calendar the platform and the store count in,
+// where 1900 and 2100 have no 29 February.
+int CalendarMonthLength(int month, int year);
 void TimeSlotToHourMinute(int slot, int *hour, int *minute);
 
 // The program's day numbers: whole days since 1899-12-30, so that an

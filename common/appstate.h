@@ -81,6 +81,15 @@ struct AppState {
     int tapAnimStep;
     int keyReady;
 
+    // Day popup (dayview/daypopup.cpp): its drawing objects, made when it opens and deleted,
+    // and cleared, when it goes.
+    HBRUSH popupBrush;
+    HPEN popupPen;
+    HFONT popupListFont;
+    HFONT popupTitleFont;
+    HBITMAP popupTitleBitmap;
+    HRGN popupRegion;       // the balloon's shape; the window holds a copy of its own
+
     // Store connection (store/).
     IPOutlookApp *outlookApp;
     IFolder *calendarFolder;

@@ -74,7 +74,6 @@ bool PassAbandoned()
     return g_app.renderState == RENDER_REQUESTED;
 }
 
-// Only a pass that is drawing is stopped: one that has finished stays shown.
 void AbandonPass()
 {
     InterlockedCompareExchange(&g_app.renderState, RENDER_REQUESTED, RENDER_DRAWING);

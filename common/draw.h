@@ -85,8 +85,8 @@ BOOL DrawTransparentBitmapAt(HDC dc, HBITMAP bmp, int sx, int sy, int dx, int dy
 // True once a redraw request or a tap has come during the pass being drawn:
 // the pass stops where it is and is not shown.
 bool PassAbandoned();
-// Makes a pass that is drawing stop at its next check; the redraw that the
-// caller requests then draws the new view.
+// Makes a pass that is drawing stop at its next check, unshown; a pass
+// that has finished stays shown.
 void AbandonPass();
 // What the pass has drawn so far becomes visible: the drawing is flushed
 // into the back buffer's pixels and the main window asked to copy them.

@@ -16,6 +16,7 @@
 #include "common/draw.h"
 #include "calendar/dates.h"
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <cwchar>
@@ -31,6 +32,7 @@ const int BAR_PIXELS = 27;
 const int BAND_PIXELS = 9;
 const int ICON_SIZE = 9;
 const int ICON_FALLBACK = 2; // the plain icon, for a user icon that is not there
+const int NO_DAY = INT_MIN;  // a cell that shows no day an appointment can be on
 
 // The three month queries, in the order they run.
 enum { QUERY_LEADING, QUERY_MONTH, QUERY_TRAILING };
@@ -42,7 +44,7 @@ static struct {
     HDC dc;              // what the pass draws into
     int mode;            // ICONS_BESIDE_INDICATOR or ICONS_ONLY
     int s, length, rows; // column of the 1st, days in the month, rows used
-    int firstShown;      // day numbers (calendar/datecalc.h)
+    int cellDay[CELLS];  // the day each cell shows (calendar/datecalc.h), or NO_DAY
     int firstOfMonth, lastOfMonth;
     int query;
     int cellIconCount[CELLS];
@@ -232,18 +234,6 @@ void PlaceDayIcons(HDC dc, const WCHAR *categories, int cell, int row, int colum
 
 // ---- one pass ----------------------------------------------------------------
 
-// The cell a day of the grid sits in, or -1 when the day is not drawn on:
-// outside the grid, or a neighbouring month's day while those are hidden.
-static int CellOfDay(int day)
-{
-    int cell = day - g_pass.firstShown;
-    if (cell < 0 || cell >= 7 * g_pass.rows)
-        return -1;
-    if (g_app.settings.showdays != 1 && (cell < g_pass.s || cell > g_pass.s + g_pass.length - 1))
-        return -1;
-    return cell;
-}
-
 static void PlaceTimedDay(HDC dc, float t1, float t2, int day, int firstDay, int lastDay, int cell,
                           int row, int column)
 {
@@ -277,14 +267,11 @@ static void PlaceAppointment(HDC dc, const AppointmentTimes &t, const WCHAR *cat
     float t2 = lastDay < OleDayOf(t.end) ? 1.0f : (float)OleTimeOfDay(t.end);
     bool counts = !(t.allDay && t.busyStatus == olFree && s.showfree == 0);
 
-    // Only the days inside the grid are walked: an appointment over years
-    // costs no more than one over the grid.
-    int from = firstDay > g_pass.firstShown ? firstDay : g_pass.firstShown;
-    int lastCell = g_pass.firstShown + CELLS - 1;
-    int to = lastDay < lastCell ? lastDay : lastCell;
-    for (int day = from; day <= to; day++) {
-        int cell = CellOfDay(day);
-        if (cell < 0)
+    // The cells are walked rather than the days, so an appointment over
+    // years costs no more than one over the grid.
+    for (int cell = 0; cell < CELLS; cell++) {
+        int day = g_pass.cellDay[cell];
+        if (day == NO_DAY || day < firstDay || day > lastDay)
             continue;
         int row = cell / GRID_COLS, column = cell % GRID_COLS;
         if (g_pass.mode == ICONS_ONLY) {
@@ -338,6 +325,19 @@ static int VisitAppointment(IAppointment *item, void *)
     return 1;
 }
 
+// The date of a grid cell as the store knows it. The grid gives February
+// a 29th every fourth year, so in a year like 2100 it shows a day that no
+// calendar has; the queries ask for the 28th in its place. Nothing is
+// drawn in that cell, and the next month's days keep the cells that name
+// them.
+static SYSTEMTIME StoreDateOfCell(int cell, int month, int year)
+{
+    int m, d, y;
+    GridCellDate(cell, month, year, g_pass.s, &m, &d, &y);
+    int length = CalendarMonthLength(m, y);
+    return SystemDate(m, d < length ? d : length, y);
+}
+
 // Sets up the pass and walks the month's appointments; 0 when a redraw
 // request abandoned it.
 static int RunPass(HDC dc, int month, int year, int mode)
@@ -359,20 +359,20 @@ static int RunPass(HDC dc, int month, int year, int mode)
         float q = (float)(g_pass.s + g_pass.length) * (1.0f / 7.0f);
         g_pass.rows = q > 5.0f ? 6 : q > 4.0f ? 5 : 4;
     }
-    g_pass.firstOfMonth = OleDayNumber(month, 1, year);
-    g_pass.lastOfMonth = g_pass.firstOfMonth + g_pass.length - 1;
-    g_pass.firstShown = g_pass.firstOfMonth - g_pass.s;
-
-    int prevMonth = month == 1 ? 12 : month - 1, prevYear = month == 1 ? year - 1 : year;
-    int nextMonth = month == 12 ? 1 : month + 1, nextYear = month == 12 ? year + 1 : year;
-    SYSTEMTIME first = SystemDate(month, 1, year);
-    SYSTEMTIME last = SystemDate(month, g_pass.length, year);
-    SYSTEMTIME firstShown =
-        g_pass.s == 0
-            ? first
-            : SystemDate(prevMonth, MonthLength(prevMonth, prevYear) - g_pass.s + 1, prevYear);
-    int trailing = 7 * g_pass.rows - g_pass.s - g_pass.length;
-    SYSTEMTIME lastShown = trailing > 0 ? SystemDate(nextMonth, trailing, nextYear) : last;
+    int lastCell = 7 * g_pass.rows - 1;
+    for (int cell = 0; cell < CELLS; cell++) {
+        int m, d, y;
+        bool inMonth = GridCellDate(cell, month, year, g_pass.s, &m, &d, &y);
+        bool shown = cell <= lastCell && (inMonth || s.showdays == 1);
+        g_pass.cellDay[cell] =
+            shown && d <= CalendarMonthLength(m, y) ? OleDayNumber(m, d, y) : NO_DAY;
+    }
+    SYSTEMTIME firstShown = StoreDateOfCell(0, month, year);
+    SYSTEMTIME first = StoreDateOfCell(g_pass.s, month, year);
+    SYSTEMTIME last = StoreDateOfCell(g_pass.s + g_pass.length - 1, month, year);
+    SYSTEMTIME lastShown = StoreDateOfCell(lastCell, month, year);
+    g_pass.firstOfMonth = OleDayNumber(first.wMonth, first.wDay, first.wYear);
+    g_pass.lastOfMonth = OleDayNumber(last.wMonth, last.wDay, last.wYear);
 
     memset(g_pass.cellIconCount, 0, sizeof(g_pass.cellIconCount));
     memset(g_pass.iconDrawn, 0, sizeof(g_pass.iconDrawn));

@@ -21,10 +21,10 @@ static void DrawInFont(HDC dc, int height, int bold, COLORREF colour, const WCHA
     DrawTextIn(dc, text, left, top, right, bottom, format);
 }
 
-// The date a grid cell shows: a day of the previous month before the 1st,
-// the shown month's days, then the next month's; s1 is the column of the
-// 1st. True for the shown month.
-static bool CellDate(int index, int month, int year, int s1, int *dm, int *dd, int *dy)
+// Months are as long as the four-year rule makes them (February 1900 and
+// 2100 have a 29th here), so a cell's date is counted from the 1st, not
+// from a day number.
+bool GridCellDate(int index, int month, int year, int s1, int *dm, int *dd, int *dy)
 {
     int length = MonthLength(month, year);
     if (index < s1) {
@@ -108,7 +108,7 @@ static void DrawDayCells(HDC dc, int month, int year, const SYSTEMTIME &now)
 
             WCHAR text[8];
             int dm, dd, dy;
-            bool inMonth = CellDate(index, month, year, s1, &dm, &dd, &dy);
+            bool inMonth = GridCellDate(index, month, year, s1, &dm, &dd, &dy);
             bool shown = inMonth || s.showdays == 1;
             if (shown && IsToday(dm, dd, dy, now))
                 DrawCellRect(dc, x, y, x + GRID_CELL, y + GRID_CELL, kBorder, s.todaycolor);
@@ -159,7 +159,7 @@ BOOL MonthHitTest(int x, int y)
     int dm, dd, dy;
     int month = g_app.viewMonth, year = g_app.viewYear;
     bool inMonth =
-        CellDate(r * GRID_COLS + c, month, year, WeekdayColumn(month, 1, year), &dm, &dd, &dy);
+        GridCellDate(r * GRID_COLS + c, month, year, WeekdayColumn(month, 1, year), &dm, &dd, &dy);
     if (!inMonth && g_app.settings.showdays != 1)
         return FALSE;
     DWORD date = inMonth ? (DWORD)dd : (DWORD)(100 + dd);

@@ -17,7 +17,8 @@ set(LF_BITMAP_NAMES
     yearprev
     yearnext
     badge
-    notes)
+    notes
+    popuptitle)
 
 set(LF_BITMAP_DIR ${CMAKE_BINARY_DIR}/bitmaps)
 get_filename_component(LF_MKBMP ${CMAKE_CURRENT_LIST_DIR}/../scripts/mkbmp.py ABSOLUTE)

@@ -23,6 +23,7 @@
 #define IDB_DAYHEADER       106   // 232 x 18, the day view's header strip
 #define IDB_ALARM           107   // 8 x 8 alarm marker of the day list
 #define IDB_ICONS           117   // 351 x 9: the 39 built-in category icons
+#define IDB_POPUPTITLE      126   // 32 x 14, the day popup's title strip (stretched)
 #define IDB_YEARNEXT        127   // 6 x 11 year view arrows
 #define IDB_YEARPREV        128
 #define IDB_BADGE           130   // 5 x 5 year view badge
@@ -41,3 +42,7 @@
 
 // Controls of the main window.
 #define IDC_YEARTIP         223
+
+// Controls and commands of the day popup.
+#define IDC_POPUPLIST       1029
+#define IDM_POPUPCLOSE      1000

@@ -2,8 +2,9 @@
 #include "shell.h"
 #include "render.h"
 #include "common/appstate.h"
-#include "common/cursor.h"
 #include "common/draw.h"
+#include "common/cursor.h"
+#include "dayview/daypopup.h"
 #include "month/monthgrid.h"
 #include "month/yearview.h"
 
@@ -18,7 +19,7 @@ static void Navigate()
 }
 
 
-static void MonthTapDown(HWND, int x, int y)
+static void MonthTapDown(HWND hwnd, int x, int y)
 {
     // A tap during a pass abandons it, so the pass never shows the old month.
     AbandonPass();
@@ -56,6 +57,26 @@ static void MonthTapDown(HWND, int x, int y)
         return;
     g_app.tapX = x;
     g_app.tapY = y;
+    // A stylus still down on the day when this runs out opens the day popup (HoldTick).
+    if (g_app.selectedDate)
+        SetTimer(hwnd, TIMER_HOLD, 200, nullptr);
+}
+
+// The stylus held on a day: the day popup opens while it is still down, and the release that
+// ends the hold goes to the popup and closes it, so the main window never sees that release
+// and opens no day view. The tap-down may have stopped a pass half-way; the month on screen
+// is made whole again once the popup has gone.
+static LRESULT HoldTick(HWND hwnd)
+{
+    KillTimer(hwnd, TIMER_HOLD);
+    if (g_app.viewMode != VIEW_MONTH || !StylusIsDown() || !MonthHitTest(g_app.tapX, g_app.tapY))
+        return 1;
+    ShowDayPopup(hwnd, g_app.selectedDate);
+    if (g_app.renderState != RENDER_SHOWN) {
+        RequestRedraw();
+        InvalidateRect(hwnd, nullptr, FALSE);
+    }
+    return 1;
 }
 
 // The year view's label shows the number of the day under the stylus,
@@ -177,10 +198,12 @@ LRESULT OnKeyDown(HWND, UINT, WPARAM wp, LPARAM)
             g_app.viewMonth = 1;
             g_app.viewYear++;
         }
-        RequestRedraw();
+        Navigate();
         g_app.keyReady = 0;
     } else if (g_app.viewMode == VIEW_YEAR) {
+        WaitCursorOn();
         StepYear(step);
+        WaitCursorOff();
     }
     return 0;
 }
@@ -232,8 +255,7 @@ LRESULT OnTimer(HWND hwnd, UINT, WPARAM wp, LPARAM)
     }
     case TIMER_TAPANIM: return TapAnimationTick(hwnd);
     case TIMER_HOLD:
-        KillTimer(hwnd, TIMER_HOLD);
-        return 1;
+        return HoldTick(hwnd);
     case TIMER_FORMPOKE:
         KillTimer(g_app.hwndMain, TIMER_FORMPOKE);
         PokeAppointmentForm();

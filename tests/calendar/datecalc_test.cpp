@@ -31,6 +31,10 @@ TEST(DateCalc, FebruaryFollowsTheFourYearRule)
     EXPECT_EQ(MonthLength(2, 2023), 28);
     EXPECT_EQ(MonthLength(4, 2023), 30);
     EXPECT_EQ(MonthLength(12, 2023), 31);
+    EXPECT_EQ(CalendarMonthLength(2, 1900), 28) << "the grid's 29th is no date";
+    EXPECT_EQ(CalendarMonthLength(2, 2100), 28);
+    EXPECT_EQ(CalendarMonthLength(2, 2000), 29);
+    EXPECT_EQ(CalendarMonthLength(4, 2100), 30);
     EXPECT_EQ(LeapGregorian(1900), 0);
     EXPECT_EQ(LeapGregorian(2000), 1);
     EXPECT_EQ(LeapGregorian(2300), 0);

@@ -59,6 +59,12 @@ static std::string StoreText()
     // April: user icons.
     ics += Event("custom", "20310415T090000", "20310415T100000", "CATEGORIES:Custom\r\n");
     ics += Event("far", "20310416T090000", "20310416T100000", "CATEGORIES:Far\r\n");
+    // February 2100, which the grid gives a 29th that no calendar has,
+    // and the first days of March after it.
+    ics += Event("feb-2100-first", "21000201T090000", "21000201T100000");
+    ics += Event("feb-2100-last", "21000228T100000", "21000228T110000");
+    ics += Event("mar-2100-first", "21000301T100000", "21000301T110000");
+    ics += Event("mar-2100-second", "21000302T140000", "21000302T150000");
     // June: a crowded month, for passes abandoned half-way.
     for (int day = 1; day <= 30; day++)
         for (int i = 0; i < 60; i++) {
@@ -535,6 +541,37 @@ TEST_F(Indicators, PaintsTheDCItIsGiven)
     SelectObject(mem, old);
     DeleteObject(bmp);
     DeleteDC(mem);
+}
+
+// The grid gives February 2100 a 29th (its four-year rule), a day no
+// calendar has: the month's appointments still show, that cell stays
+// bare, and March's days come in the cells that say March.
+TEST_F(Indicators, FebruaryOfACenturyYear)
+{
+    int feb = WeekdayColumn(2, 1, 2100), mar = WeekdayColumn(3, 1, 2100);
+    struct {
+        const char *name;
+        int month, showdays, index;
+        const char *bar;
+    } cases[] = {
+        {"1 February", 2, 0, feb, "....b.....................|"},
+        {"28 February", 2, 0, feb + 27, ".....bb...................|"},
+        {"the grid's 29 February", 2, 0, feb + 28, kNoBox},
+        {"1 March, hidden", 2, 0, feb + 29, kNoBox},
+        {"the grid's 29 February, neighbours shown", 2, 1, feb + 28, kNoBox},
+        {"1 March after it", 2, 1, feb + 29, ".....bb...................|"},
+        {"2 March after it", 2, 1, feb + 30, "............bb............|"},
+        {"1 March in March", 3, 1, mar, ".....bb...................|"},
+        {"the grid's 29 February before March", 3, 1, mar - 1, kNoBox},
+        {"28 February before March", 3, 1, mar - 2, ".....bb...................|"},
+    };
+    for (auto &c : cases) {
+        if (c.index < 0)
+            continue; // a month that starts in the first column
+        g_app.settings.showdays = (DWORD)c.showdays;
+        Show(c.month, 2100);
+        EXPECT_EQ(Bar({c.index / 7, c.index % 7}), c.bar) << c.name;
+    }
 }
 
 // The pass held after its third appointment, through the test seam.

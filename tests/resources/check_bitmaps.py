@@ -24,6 +24,7 @@ SIZES = [
     ("yearnext",   6,  11, 4),
     ("badge",      5,  5,  4),
     ("dayheader",  232, 18, 8),
+    ("popuptitle", 32, 14, 4),
 ]
 
 ICON_COUNT = 39
