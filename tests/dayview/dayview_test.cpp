@@ -254,33 +254,11 @@ TEST_F(DayViewDialog, RefreshFillsTheList)
     }
 }
 
-// Runs the day view and calls `script` as soon as its WM_INITDIALOG has returned, before the
-// modal loop shows it. A script that ends the dialog there ends it before it is ever shown:
-// Wine waits up to two seconds for a window manager after hiding a shown dialog, which over
-// hundreds of openings would make the test take many minutes.
-static std::function<void(HWND)> *g_unshownScript;
-static LRESULT CALLBACK AfterInitDialog(int code, WPARAM wp, LPARAM lp)
-{
-    const CWPRETSTRUCT *c = (const CWPRETSTRUCT *)lp;
-    if (code == HC_ACTION && c->message == WM_INITDIALOG && g_unshownScript) {
-        auto *script = g_unshownScript;
-        g_unshownScript = nullptr;
-        (*script)(c->hwnd);
-    }
-    return CallNextHookEx(nullptr, code, wp, lp);
-}
-
 static INT_PTR RunDayViewUnshown(const Day &day, std::function<void(HWND dlg)> script)
 {
     g_app.viewMonth = day.month;
     g_app.viewYear = day.year;
-    g_unshownScript = &script;
-    HHOOK hook =
-        SetWindowsHookExW(WH_CALLWNDPROCRET, AfterInitDialog, nullptr, GetCurrentThreadId());
-    INT_PTR result = ShowDayView(g_app.hwndMain, day.day);
-    UnhookWindowsHookEx(hook);
-    g_unshownScript = nullptr;
-    return result;
+    return RunUnshown([&] { return (INT_PTR)ShowDayView(g_app.hwndMain, day.day); }, script);
 }
 
 // Every GDI object the day view makes (header strip, list font, the bold row's font, pens)

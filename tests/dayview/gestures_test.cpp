@@ -7,6 +7,7 @@
 #include "common/com.h"
 #include "common/messages.h"
 #include "dayview/daylist.h"
+#include "dayview/notes.h"
 #include "store/store.h"
 #include "resource.h"
 
@@ -245,6 +246,26 @@ TEST_F(DayGestures, NotesPopup)
             closed = !IsWindowVisible(notes);
         }));
         EXPECT_TRUE(closed) << "Enter closes it too";
+    });
+}
+
+// The notes popup lets go of all it makes (its region, fonts and brushes), with notes or
+// without, over many openings.
+TEST_F(DayGestures, NoGdiObjectsLostOverManyNotes)
+{
+    RunDayView(kBusyDay, [&](HWND dlg, HWND list) {
+        const int breakfast = 3, lunch = 4;
+        auto cycle = [](HWND notes) {
+            PaintClient(notes);
+            PaintClient(GetDlgItem(notes, IDC_NOTESTEXT));
+            EndDialog(notes, 0);
+        };
+        RunUnshown([&] { ShowNotes(dlg, breakfast); return (INT_PTR)0; }, cycle);
+        int before = CountGdiObjects();
+        for (int i = 0; i < 200; i++)
+            RunUnshown([&] { ShowNotes(dlg, i % 2 ? breakfast : lunch); return (INT_PTR)0; }, cycle);
+        EXPECT_EQ(CountGdiObjects(), before) << GdiObjectSummary();
+        (void)list;
     });
 }
 
