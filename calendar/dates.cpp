@@ -122,4 +122,7 @@ void LoadIndicatorTimes()
     s.bandB = SlotDayFraction((int)s.timeB);
     s.bandC = SlotDayFraction((int)s.timeC);
     s.bandD = SlotDayFraction((int)s.timeD);
+    // The day view colours its rows by the same morning and afternoon ends.
+    g_app.timeBandMorningEnd = (float)s.bandB;
+    g_app.timeBandAfternoonEnd = (float)s.bandC;
 }

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <windows.h>
+#include <vector>
+#include "calendar/datecalc.h"
 
 struct IPOutlookApp;
 struct IFolder;
@@ -97,7 +99,7 @@ struct AppState {
     AppSettings settings;
     HBITMAP bmpBackground;  // month strip background
     HBITMAP bmpAlarm;       // day list markers
-    HBITMAP bmpRecurring;
+    HBITMAP bmpNotes;
     HBITMAP bmpIcons;       // built-in category icons
     HBITMAP bmpYearPrev;    // year view arrows and badge
     HBITMAP bmpYearNext;
@@ -113,8 +115,31 @@ struct AppState {
     DWORD yearBusyDays[12];
     int yearBadge;
 
-    // Day view (dayview/).
+    // Day view (dayview/dayview.cpp): the dialog, its header and the painting of its rows.
     HWND dayList;           // its list control; each row's item data is an OID
+    int dayViewParam;       // the day it was opened with, less 100 for a neighbouring month's
+    int savedViewMode;      // viewMode as it was on opening; put back on closing
+    HFONT dayListFont;
+    HBITMAP dayHeaderBitmap;
+    int dayViewDirty;          // the store may have changed: the month is redrawn on closing
+    WNDPROC dayListPrevProc;   // the list's own procedure, behind the gestures' subclass
+    COLORREF lastRowTextColor; // the row painted last; its continuation rows keep its colour
+    COLORREF lastRowBackColor;
+    LPARAM prevRowItem, curRowItem;
+    HFONT savedRowFont; // the list's font while the "No Appointments" row is in bold
+    float timeBandMorningEnd, timeBandAfternoonEnd; // timeB, timeC as day fractions
+
+    // Day list rows (dayview/daylist.cpp), rebuilt by every fill, one entry per list row.
+    std::vector<OleDate> rowStart; // its appointment's start
+    std::vector<DWORD> rowParity;  // 1: row1color when the rows alternate
+    std::vector<COLORREF> rowCategoryColor;
+
+    // Day list gestures (dayview/daygestures.cpp).
+    int selectedRow;          // -1: none, something to paste; -2: none, nothing to paste
+    POINT lastTapPoint;       // the last stylus-down in the list, in its client pixels
+    long copiedItem, cutItem; // the day list's clipboard; at most one is non-zero
+
+    // Go-to-date popup (dayview/gotodate.cpp).
     GoToDatePopup goToDate; // while the go-to-date popup is open
 };
 

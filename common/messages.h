@@ -15,3 +15,8 @@ const UINT_PTR TIMER_TAPANIM = 1;
 const UINT_PTR TIMER_HOLD = 3;
 const UINT_PTR TIMER_FORMPOKE = 5;
 const UINT_PTR TIMER_MINUTE = 6;
+
+// Sent to the day view after its list had an appointment edited: the store may have changed.
+const UINT WM_DAYVIEW_EDITED = 98765432;
+// The day list's hold timer, on the day view.
+const UINT_PTR TIMER_DAYLIST_HOLD = 2;

@@ -14,6 +14,6 @@ void FormatClockTime(int hour, int minute, WCHAR *text, int length);
 // or before the day and its last day is on or after it.
 BOOL ListsOnDay(OleDate start, OleDate end, int day);
 // The time column of an appointment on `day`: "All Day", "9:00a-10:30a",
-// "multiday-2:00a", "10:00p-multiday" or "multiday"; "------" for the
+// "multiday-2:00a", "10:00p-multiday" or "multiday"; "-------" for the
 // store's no-date start.
 void DayTimeText(OleDate start, OleDate end, BOOL allDay, int day, WCHAR *text, int length);

@@ -17,7 +17,7 @@ set(LF_BITMAP_NAMES
     yearprev
     yearnext
     badge
-    recurring
+    notes
     popuptitle)
 
 set(LF_BITMAP_DIR ${CMAKE_BINARY_DIR}/bitmaps)

@@ -27,12 +27,18 @@
 #define IDB_YEARNEXT        127   // 6 x 11 year view arrows
 #define IDB_YEARPREV        128
 #define IDB_BADGE           130   // 5 x 5 year view badge
-#define IDB_RECURRING       131   // 9 x 8 recurring marker of the day list
+#define IDB_NOTES           131   // 9 x 8 notes marker of the day list
 
 // Dialogs.
 #define IDD_DAYVIEW         106
+#define IDD_NOTES           108
 #define IDD_GOTODATE        123
 #define IDD_DAYPOPUP        124
+
+// Controls of the day view and its notes popup.
+#define IDC_DAYLIST         222   // the day list, made by the day view's code
+#define IDC_NOTESTEXT       1081  // the notes popup's one text
+#define IDC_NOTESSCROLL     1082  // and its scroll bar
 
 // Controls of the main window.
 #define IDC_YEARTIP         223

@@ -185,7 +185,7 @@ void LoadSettings()
 
     g_app.bmpBackground = LoadProgramBitmap(IDB_BACKGROUND);
     g_app.bmpAlarm = LoadProgramBitmap(IDB_ALARM);
-    g_app.bmpRecurring = LoadProgramBitmap(IDB_RECURRING);
+    g_app.bmpNotes = LoadProgramBitmap(IDB_NOTES);
     g_app.bmpIcons = LoadProgramBitmap(IDB_ICONS);
     g_app.bmpYearNext = LoadProgramBitmap(IDB_YEARNEXT);
     g_app.bmpYearPrev = LoadProgramBitmap(IDB_YEARPREV);
@@ -225,7 +225,7 @@ void LoadSettings()
 
 void FreeSettingsBitmaps()
 {
-    HBITMAP *all[] = {&g_app.bmpBackground, &g_app.bmpAlarm, &g_app.bmpRecurring, &g_app.bmpIcons,
+    HBITMAP *all[] = {&g_app.bmpBackground, &g_app.bmpAlarm, &g_app.bmpNotes, &g_app.bmpIcons,
                       &g_app.bmpYearNext, &g_app.bmpYearPrev, &g_app.bmpBadge, &g_app.userIconsBitmap};
     for (HBITMAP *b : all) {
         if (*b)

@@ -137,21 +137,26 @@ LRESULT OnTapDown(HWND hwnd, UINT, WPARAM, LPARAM lp)
     return 0;
 }
 
+// A release on a day of the month starts the tap feedback, which then opens the day view; in
+// the year view a release on a day opens it at once (the hit test has made its month the
+// month shown).
 LRESULT OnTapUp(HWND hwnd, UINT, WPARAM, LPARAM lp)
 {
     KillTimer(hwnd, TIMER_HOLD);
+    int x = (short)LOWORD(lp), y = (short)HIWORD(lp);
+    if (g_app.viewMode == VIEW_MONTH) {
+        if (MonthHitTest(x, y) && g_app.selectedDate != 0)
+            SetTimer(hwnd, TIMER_TAPANIM, 1, nullptr);
+        return 0;
+    }
     if (g_app.viewMode != VIEW_YEAR)
         return 0;
-    int x = (short)LOWORD(lp), y = (short)HIWORD(lp);
     if (g_app.yearTipLabel)
         ShowWindow(g_app.yearTipLabel, SW_HIDE);
     int cellX, cellY;
     int day = YearHitTest(x, y, &cellX, &cellY);
-    // TODO(day view): releasing on a day (day != 0) opens the day view
-    // dialog IDD_DAYVIEW modally with `day` as its parameter; the hit test
-    // has already set viewMonth to that day's month. Until the day view
-    // exists a release on a day only hides the label.
-    (void)day;
+    if (day)
+        OpenDayView(hwnd, day);
     return 0;
 }
 
@@ -248,6 +253,7 @@ LRESULT OnTimer(HWND hwnd, UINT, WPARAM wp, LPARAM)
         GetLocalTime(&now);
         return MinuteTick(hwnd, now);
     }
+    case TIMER_TAPANIM: return TapAnimationTick(hwnd);
     case TIMER_HOLD:
         return HoldTick(hwnd);
     case TIMER_FORMPOKE:

@@ -11,6 +11,7 @@
 #include "resource.h"
 #include "settings/settings.h"
 #include "month/yearview.h"
+#include "dayview/daylist.h"
 
 #include <commctrl.h>
 
@@ -51,6 +52,16 @@ void SetToggleButtonImage(int image)
     info.dwMask = TBIF_IMAGE;
     info.iImage = image;
     SendMessageW(g_app.hwndMenuBar, TB_SETBUTTONINFOW, IDM_TOGGLEYEAR, (LPARAM)&info);
+}
+
+// A greyed button is indeterminate and no longer enabled, so a tap on it sends nothing.
+void SetMenuBarButtonState(int command, int greyed)
+{
+    TBBUTTONINFOW info = {};
+    info.cbSize = sizeof(info);
+    info.dwMask = TBIF_STATE;
+    info.fsState = greyed == 1 ? TBSTATE_INDETERMINATE : TBSTATE_ENABLED;
+    SendMessageW(g_app.hwndMenuBar, TB_SETBUTTONINFOW, command, (LPARAM)&info);
 }
 
 static LRESULT OnCreate(HWND hwnd, UINT, WPARAM, LPARAM)
@@ -149,6 +160,12 @@ LRESULT RefreshView(HWND, UINT, WPARAM, LPARAM)
         if (g_app.viewMode == VIEW_YEAR)
             PrepareYearView(g_app.viewYear);
         RequestRedraw();
+        WaitCursorOff();
+        break;
+    case VIEW_DAY:
+        // The day view is open over the month: its list shows the change.
+        WaitCursorOn();
+        RefillDayList();
         WaitCursorOff();
         break;
     }

@@ -19,6 +19,8 @@ LRESULT CALLBACK MainWndProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp);
 LRESULT MainCommand(HWND hwnd, WORD id, LPARAM lp, WORD code);
 HWND CreateMainMenuBar(HWND hwnd);
 void SetToggleButtonImage(int image);
+// Greys (1) or enables (0) the menu bar's button with that command.
+void SetMenuBarButtonState(int command, int greyed);
 
 // The month/year toggle and the refresh that every outside change asks for.
 LRESULT ToggleYearView(HWND hwnd);

@@ -90,6 +90,10 @@ BOOL AppStartup(HINSTANCE inst, int showCmd)
     LoadMonthNames(g_app.monthNames);
     GetLocalTime(&g_app.todayStamp);
     RequestRedraw();
+    // The day list starts with nothing selected and nothing to paste.
+    g_app.copiedItem = 0;
+    g_app.cutItem = 0;
+    g_app.selectedRow = -2;
     g_app.keyReady = 1;
     WaitCursorOff();
     SetTimer(hwnd, TIMER_MINUTE, 60000, nullptr);

@@ -343,3 +343,29 @@ void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targe
         MessageBeep(0);
     }
 }
+
+// A changed occurrence of a series may have notes of its own: the shown day's occurrence is
+// read when there is one, else the series.
+int GetItemNotes(long oid, std::wstring *notes)
+{
+    notes->clear();
+    ComPtr<IAppointment> item(FetchItem(oid));
+    if (!item) {
+        StoreError(nullptr, L"Failure to Obtain Appointment Item");
+        DropStoreApp();
+        return 0;
+    }
+    ComPtr<IRecurrencePattern> pattern;
+    ComPtr<IAppointment> occurrence;
+    IAppointment *source = item.get();
+    HRESULT why;
+    if (IsRecurring(item.get()) &&
+        OccurrenceOnDay(item.get(), g_app.shownYear, g_app.shownMonth, g_app.shownDay, pattern,
+                        occurrence, &why) == OCC_FOUND)
+        source = occurrence.get();
+    BSTR body = nullptr;
+    if (SUCCEEDED(source->get_Body(&body)) && body)
+        notes->assign(body);
+    FreeStoreString(body);
+    return 1;
+}

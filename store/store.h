@@ -10,6 +10,8 @@
 #include "poom/pimstore_if.h"
 #include "calendar/datecalc.h"
 
+#include <string>
+
 const OleDate kNoDate = 949998.0;     // the store's "no date" (4501-01-01)
 
 // ---- connection -----------------------------------------------------------
@@ -80,6 +82,10 @@ void GetItemSubject(int row, WCHAR *text, int length);
 // The same from an identifier, with the recurring flag; 0 when the item
 // could not be fetched.
 int GetItemSubjectAndRecurrence(long oid, WCHAR *text, int length, int *recurring);
+
+// The notes of the appointment (of its occurrence on the shown day); 0 when the item could not
+// be fetched, which has been shown to the user.
+int GetItemNotes(long oid, std::wstring *notes);
 
 enum { DELETE_OCCURRENCE = 1, DELETE_SERIES = 3 };
 // Deletes the appointment, or only its occurrence on the shown day unless

@@ -25,6 +25,7 @@
 #include "month/monthgrid.h"
 #include "store/store.h"
 #include "calendar/dates.h"
+#include "support/winbench.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -34,16 +35,6 @@
 enum { WAY_QUERIES, WAY_READS, WAY_GRID, WAY_ICONS, WAY_INDICATORS, WAYS };
 static const char *const kWayNames[WAYS] = {"three queries alone", "queries + reads", "grid only", "icons only",
                                             "indicators + icons"};
-
-static double NowMs()
-{
-    static LARGE_INTEGER freq = {};
-    if (!freq.QuadPart)
-        QueryPerformanceFrequency(&freq);
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return 1000.0 * (double)t.QuadPart / (double)freq.QuadPart;
-}
 
 static int CountVisit(IAppointment *, void *context)
 {
@@ -109,36 +100,6 @@ static double TimeWay(int way, int month, int year, long *walked)
     return ms;
 }
 
-static double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return n == 0 ? 0.0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-static double Sum(const std::vector<double> &v)
-{
-    double total = 0;
-    for (double x : v)
-        total += x;
-    return total;
-}
-
-// The calendar server must be registered, or start-up would stop at its
-// error box with nobody to close it.
-static bool ServerRegistered()
-{
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-        return false;
-    IPOutlookApp *app = nullptr;
-    bool ok = SUCCEEDED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
-                                         reinterpret_cast<void **>(&app)));
-    if (app)
-        app->Release();
-    CoUninitialize();
-    return ok;
-}
-
 int wmain(int argc, wchar_t **argv)
 {
     if (argc < 2) {
@@ -155,26 +116,8 @@ int wmain(int argc, wchar_t **argv)
         fprintf(stderr, "lfmonthpass: YEAR 1601-9998, MONTHS 1-120, ROUNDS 1-100\n");
         return 2;
     }
-    if (GetFileAttributesW(argv[1]) == INVALID_FILE_ATTRIBUTES) {
-        fprintf(stderr, "lfmonthpass: no store at %ls\n", argv[1]);
+    if (!StartProgramOn(L"lfmonthpass", argv[1]))
         return 1;
-    }
-    if (!ServerRegistered()) {
-        fprintf(stderr, "lfmonthpass: the calendar server is not registered (regsvr32 lfpoom.dll)\n");
-        return 1;
-    }
-    SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", argv[1]);
-
-    double t0 = NowMs();
-    HINSTANCE inst = GetModuleHandleW(nullptr);
-    if (!RegisterMainClass(inst) || !AppStartup(inst, SW_SHOWNORMAL) || !g_app.storeLoggedOn) {
-        fprintf(stderr, "lfmonthpass: the program did not start on %ls\n", argv[1]);
-        return 1;
-    }
-    // Let the first pass of start-up finish before taking the lock.
-    while (g_app.renderState == RENDER_REQUESTED || g_app.renderDone != g_app.renderPasses)
-        Sleep(5);
-    printf("store %ls opened in %.0f ms\n", argv[1], NowMs() - t0);
 
     AppSettings &s = g_app.settings;
     s.showdays = 1;

@@ -240,15 +240,21 @@ TEST_F(GoToDatePopupTest, EndsOnlyOnAPick)
     }
 }
 
+// The popup and its calendar let go of what they draw with, over many openings.
 TEST_F(GoToDatePopupTest, NoGdiObjectsLostOverManyOpenings)
 {
-    auto cycle = [&] {
-        OpenPopup(owner, 3, 15, 2004, [](HWND dlg) { PickDay(dlg, 3, 20, 2004); });
+    auto cycle = [&](int i) {
+        int month, day, year;
+        RunUnshown([&] { return (INT_PTR)GoToDate(owner, 1 + i % 12, 15, 2004, &month, &day, &year); },
+                   [](HWND dlg) {
+                       PaintClient(dlg);
+                       PaintClient(CalendarOf(dlg));
+                       EndDialog(dlg, 0);
+                   });
     };
-    cycle(); // the calendar's class keeps what it made on its first use
+    cycle(0); // the calendar's class keeps what it made on its first use
     int before = CountGdiObjects();
-    std::string summary = GdiObjectSummary();
-    for (int i = 0; i < 50; i++)
-        cycle();
-    EXPECT_EQ(CountGdiObjects(), before) << "before " << summary << "after " << GdiObjectSummary();
+    for (int i = 0; i < 200; i++)
+        cycle(i);
+    EXPECT_EQ(CountGdiObjects(), before) << GdiObjectSummary();
 }

@@ -4,6 +4,7 @@
 // falls into it). Run once in a Sunday-first and once in a Monday-first
 // locale.
 #include "support/apphost.h"
+#include "support/drive.h"
 #include "common/appstate.h"
 #include "shell/shell.h"
 #include "shell/render.h"
@@ -262,6 +263,17 @@ static bool CellHasInk(int x, int y)
     return false;
 }
 
+// A release on a day opens its day view, which is closed at once by its close button.
+static void ReleaseOnDay(HWND hwnd, int x, int y)
+{
+    RunScripted(
+        [&] {
+            SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x, y));
+            return (INT_PTR)0;
+        },
+        [](HWND dayView) { Tap(dayView, 220, 8); });
+}
+
 TEST_F(YearView, WeeksFollowTheLocale)
 {
     ShowYear(2023);
@@ -327,7 +339,7 @@ TEST_F(YearView, ArrowTapsAndKeysChangeTheYearAndToggleRestoresTheMonth)
     int x, y;
     ASSERT_TRUE(YearCellOrigin(11, 11, year, &x, &y));
     SendMessageW(hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(x + 2, y + 2));
-    SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x + 2, y + 2));
+    ReleaseOnDay(hwnd, x + 2, y + 2);
     EXPECT_EQ(g_app.viewMonth, 11);
     Toggle();
     EXPECT_EQ(g_app.viewMode, VIEW_MONTH);
@@ -378,7 +390,7 @@ TEST_F(YearView, TheLabelFollowsTheStylus)
 
     SendMessageW(hwnd, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(x + 5, y + 3));
     EXPECT_TRUE(IsWindowVisible(label));
-    SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x + 5, y + 3));
+    ReleaseOnDay(hwnd, x + 5, y + 3);
     EXPECT_FALSE(IsWindowVisible(label)) << "the release hides it";
 }
 

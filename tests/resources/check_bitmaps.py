@@ -18,7 +18,7 @@ SIZES = [
     ("menubar",    32, 16, 4),
     ("background", 240, 20, 8),
     ("alarm",      8,  8,  8),
-    ("recurring",  9,  8,  4),
+    ("notes",      9,  8,  4),
     ("caticons",   351, 9, 8),
     ("yearprev",   6,  11, 4),
     ("yearnext",   6,  11, 4),
@@ -133,7 +133,7 @@ def check_icons(images):
 
 def check_transparency(images):
     # Art drawn over the list or cell colours: its edges must show through.
-    cases = [("recurring", None)] + [("caticons", i) for i in range(ICON_COUNT)]
+    cases = [("notes", None)] + [("caticons", i) for i in range(ICON_COUNT)]
     for name, index in cases:
         rows = images.get(name)
         if rows is None:
@@ -141,10 +141,10 @@ def check_transparency(images):
         pixels = icon(rows, index) if index is not None else rows
         label = name if index is None else f"{name} icon {index}"
         check(MAGENTA in border(pixels), f"{label}: no transparent magenta on its border")
-    rows = images.get("recurring")
+    rows = images.get("notes")
     if rows:
         corners = [rows[0][0], rows[0][-1], rows[-1][0], rows[-1][-1]]
-        check(all(c == MAGENTA for c in corners), "recurring: corners are not transparent")
+        check(all(c == MAGENTA for c in corners), "notes: corners are not transparent")
 
 
 def check_roundtrip(mkbmp, scratch):

@@ -74,7 +74,7 @@ TEST(Settings, FirstStartGivesEveryDefault)
     EXPECT_DOUBLE_EQ(s.bandA, 0.25);
     EXPECT_EQ(g_app.iconCount, 39);
     EXPECT_EQ(g_app.userIconsPresent, 0);
-    for (HBITMAP b : {g_app.bmpBackground, g_app.bmpAlarm, g_app.bmpRecurring, g_app.bmpIcons, g_app.bmpYearPrev,
+    for (HBITMAP b : {g_app.bmpBackground, g_app.bmpAlarm, g_app.bmpNotes, g_app.bmpIcons, g_app.bmpYearPrev,
                       g_app.bmpYearNext, g_app.bmpBadge})
         EXPECT_TRUE(b) << "every program bitmap loads";
     BITMAP bm = {};

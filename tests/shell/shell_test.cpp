@@ -210,7 +210,18 @@ TEST_F(Shell, YearTipLabelUnderTheStylus)
     EXPECT_GT(pic.Count(RGB(0x99, 0, 0)), 0);
     EXPECT_LE(std::abs(inkLeft - (pic.width - 1 - inkRight)), 1) << inkLeft << ".." << inkRight;
 
-    SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x + 5, y + 3));
+    // The release opens the day's day view, which the user closes at once.
+    int shownDay = 0;
+    RunScripted(
+        [&] {
+            SendMessageW(hwnd, WM_LBUTTONUP, 0, MAKELPARAM(x + 5, y + 3));
+            return (INT_PTR)0;
+        },
+        [&](HWND dayView) {
+            shownDay = g_app.shownDay;
+            Tap(dayView, 220, 8);
+        });
+    EXPECT_EQ(shownDay, 14);
     EXPECT_SEQUENCE(kReleaseHidesIt, "the release");
     StopLoggingMessages();
     EXPECT_FALSE(IsWindowVisible(label));

@@ -104,6 +104,31 @@ INT_PTR RunScripted(const std::function<INT_PTR()> &show,
     return result;
 }
 
+static const std::function<void(HWND)> *g_unshownScript;
+
+static LRESULT CALLBACK UnshownHook(int code, WPARAM wp, LPARAM lp)
+{
+    const CWPRETSTRUCT *c = (const CWPRETSTRUCT *)lp;
+    if (code == HC_ACTION && c->message == WM_INITDIALOG && g_unshownScript) {
+        const std::function<void(HWND)> *script = g_unshownScript;
+        g_unshownScript = nullptr;
+        (*script)(c->hwnd);
+    }
+    return CallNextHookEx(nullptr, code, wp, lp);
+}
+
+INT_PTR RunUnshown(const std::function<INT_PTR()> &show,
+                   const std::function<void(HWND dlg)> &script)
+{
+    const std::function<void(HWND)> *outer = g_unshownScript;
+    g_unshownScript = &script;
+    HHOOK hook = SetWindowsHookExW(WH_CALLWNDPROCRET, UnshownHook, nullptr, GetCurrentThreadId());
+    INT_PTR result = show();
+    UnhookWindowsHookEx(hook);
+    g_unshownScript = outer;
+    return result;
+}
+
 void Pump(DWORD ms)
 {
     DWORD end = GetTickCount() + ms;
