@@ -179,6 +179,16 @@ int64_t RecurIter::periodStartCivil(int64_t p) const
     }
 }
 
+// How far before its period's start a period's instances may lie. A year's
+// weeks by number (BYWEEKNO) begin up to six days before 1 January and end
+// up to six days after 31 December: week 1 of 2025 starts on Monday 30
+// December 2024. Both the stop at a bound and the jump to a window's year
+// allow for that, or an occurrence in those last days of a year is lost.
+int64_t RecurIter::reachBack() const
+{
+    return r_.freq == Freq::Yearly && !r_.byWeekNo.empty() ? 7 * kDay : 0;
+}
+
 void RecurIter::seek(int64_t civil)
 {
     if (done_ || civil <= dtstart_)
@@ -188,7 +198,10 @@ void RecurIter::seek(int64_t civil)
     civilFromDays(day, y, m, d);
     int64_t p = 0;
     switch (r_.freq) {
-    case Freq::Yearly: p = floorDiv(y - y0_, r_.interval); break;
+    case Freq::Yearly:
+        civilFromDays(day - floorDiv(reachBack(), kDay), y, m, d);
+        p = floorDiv(y - y0_, r_.interval);
+        break;
     case Freq::Monthly:
         p = floorDiv((int64_t(y) * 12 + m - 1) - (int64_t(y0_) * 12 + m0_ - 1), r_.interval);
         break;
@@ -416,7 +429,7 @@ bool RecurIter::next(int64_t& out, int64_t stopAfter)
                 cut_ = done_ = true;
                 return false;
             }
-            int64_t ps = periodStartCivil(period_);
+            int64_t ps = periodStartCivil(period_) - reachBack();
             // Every candidate lies inside its period, so a period starting
             // after the bound has nothing for the caller.
             if (ps > stopAfter || ps > until_)
