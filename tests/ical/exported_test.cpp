@@ -375,10 +375,16 @@ TEST(Recurrence, YearlyInstancesAtTheTurnOfTheYear)
         const char* to;
         const char* want;
     } cases[] = {
-        {"week 1 begins in December", "20230102T090000", "FREQ=YEARLY;BYWEEKNO=1;BYDAY=MO", "20241229", "20250101",
+        {"week 1 begins in December", "20230102T090000", "FREQ=YEARLY;BYWEEKNO=1;BYDAY=MO", "20241229", "20241231",
          "20241230T090000"},
         {"week 1 begins in December, UNTIL that day", "20230102T090000",
          "FREQ=YEARLY;BYWEEKNO=1;BYDAY=MO;UNTIL=20241230T235959", "20241201", "20250201", "20241230T090000"},
+        {"week 1 of every other year", "20041227T070000", "FREQ=YEARLY;INTERVAL=2;BYWEEKNO=1;BYDAY=TU", "20131201",
+         "20140201", "20131231T070000"},
+        {"week 1 of a year outside the interval", "20041227T070000", "FREQ=YEARLY;INTERVAL=2;BYWEEKNO=1;BYDAY=TU",
+         "20141201", "20150201", ""},
+        {"the last week", "20041227T070000", "FREQ=YEARLY;BYWEEKNO=-1;BYDAY=SU", "20051201", "20060201",
+         "20060101T070000"},
         {"week 53 ends in January", "20200101T090000", "FREQ=YEARLY;BYWEEKNO=53;BYDAY=FR", "20270101", "20270102",
          "20270101T090000"},
         {"week 53 ends in January, asked from later", "20200101T090000", "FREQ=YEARLY;BYWEEKNO=53;BYDAY=FR",
