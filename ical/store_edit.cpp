@@ -240,6 +240,7 @@ bool StoreImpl::relayout(Source& s, std::string out)
         }
     s.items.swap(items);
     s.text.assign(std::move(out));
+    s.bareText.clear();
     s.insertAt = r.insertAt;
     stamp(s);
     s.dirty = false;

@@ -677,6 +677,7 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
     if (holdsBareComponents(s.text.view())) {
         report(problems, s.path, 1, "no VCALENDAR around the components: read as if there were one; "
                                     "written back with one when changed");
+        s.bareText.assign(s.text.view());
         s.text.assign(wrapBareComponents(s.text.view()));
         firstLine = 1 - kWrapLines;
     }
@@ -743,6 +744,8 @@ std::string StoreImpl::itemBytes(const Source& s, const Item& it) const
 
 std::string StoreImpl::sourceText(const Source& s) const
 {
+    if (!s.bareText.empty() && !s.dirty)
+        return s.bareText;
     std::string out;
     out.reserve(s.text.size() + 1024);
     size_t pos = 0;

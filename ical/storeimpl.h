@@ -312,6 +312,9 @@ struct Item {
 struct Source {
     std::string path;
     FileText text;        // as read (or as last written)
+    // A file read without its VCALENDAR: its own bytes, given back while
+    // nothing in it has changed (text holds the wrapped form).
+    std::string bareText;
     std::vector<Item, BigAllocator<Item>> items;
     size_t insertAt = std::string::npos;
     bool writable = true;

@@ -211,6 +211,8 @@ TEST(BareEvents, ASingleFileReadsAsWrappedAndIsWrittenWrapped)
     // Unchanged, nothing is written: the file stays as its program wrote it.
     ASSERT_TRUE(s.save(nullptr));
     EXPECT_EQ(bare, readFile(file));
+    ASSERT_EQ(1u, s.texts().size());
+    EXPECT_EQ(bare, s.texts()[0].second) << "and its text is the file's own";
     // Changed, it is written with its VCALENDAR, and adding works too.
     EventEdit ed;
     ed.summary = "changed";

@@ -14,6 +14,13 @@ srcs=()
 for f in "$root"/ical/*.cpp; do
     case "$(basename "$f")" in lfq*) ;; *) srcs+=("$f") ;; esac
 done
+# The zone table is generated, as the engine's build generates it.
+if ! python3 "$root/ical/zonetable.py" /usr/share/zoneinfo \
+        /usr/share/unicode/cldr/common/supplemental/windowsZones.xml "$build/zonetable.cpp" \
+        >"$build/zonetable.log" 2>&1; then
+    echo "zone table: not made:"; cat "$build/zonetable.log"; exit 1
+fi
+srcs+=("$build/zonetable.cpp")
 flags=(-std=c++17 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined -I"$root/ical")
 status=0
 for target in reader recur; do
