@@ -18,6 +18,16 @@
 #define IDM_TOGGLEYEAR      40026
 #define IDM_SEPARATOR       1007  // the separator before the toggle button
 
+// The day list's context menu, a stylus held on the list.
+#define IDM_DAYLIST         111
+#define IDM_COPY            40015
+#define IDM_DELETE          40017
+#define IDM_CUT             40018
+#define IDM_EDIT            40019
+#define IDM_PASTE           40020
+#define IDM_NEWITEM         40021
+#define IDM_BEAM            40027
+
 // Bitmaps.
 #define IDB_BACKGROUND      105   // 240 x 20, behind the month strip
 #define IDB_DAYHEADER       106   // 232 x 18, the day view's header strip
