@@ -31,3 +31,73 @@ void FillTimeCombo(HWND combo)
     for (int k = 0; k < TIME_ENTRIES; k++)
         SendMessageW(combo, CB_ADDSTRING, 0, (LPARAM)times[k]);
 }
+
+static bool TwelveHourClock()
+{
+    WCHAR clock[2] = L"";
+    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_ITIME, clock, 2);
+    return clock[0] == L'0';
+}
+
+void FormatTimeText(int minutes, wchar_t *text)
+{
+    int h = minutes / 60 % 24, m = minutes % 60;
+    if (TwelveHourClock())
+        wsprintfW(text, L"%2d:%02d %s", h % 12 == 0 ? 12 : h % 12, m, h < 12 ? L"AM" : L"PM");
+    else
+        wsprintfW(text, L"%2d:%02d", h == 0 ? 24 : h, m);
+}
+
+// Case-blind match of `word` at the start of `p`; true when it is there.
+static bool StartsWithWord(const wchar_t *p, const wchar_t *word)
+{
+    int n = lstrlenW(word);
+    return n > 0 && CompareStringW(LOCALE_USER_DEFAULT, NORM_IGNORECASE, p, n, word, n) == CSTR_EQUAL;
+}
+
+int ParseTimeText(const wchar_t *text)
+{
+    const wchar_t *p = text;
+    while (*p == L' ')
+        p++;
+    int h = 0, m = 0, digits = 0;
+    for (; *p >= L'0' && *p <= L'9'; p++, digits++)
+        h = h * 10 + (*p - L'0');
+    if (digits == 0 || digits > 2)
+        return -1;
+    if (*p == L':' || *p == L'.') {
+        p++;
+        digits = 0;
+        for (; *p >= L'0' && *p <= L'9'; p++, digits++)
+            m = m * 10 + (*p - L'0');
+        if (digits != 2 || m > 59)
+            return -1;
+    }
+    while (*p == L' ')
+        p++;
+    WCHAR am[16] = L"", pm[16] = L"";
+    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_S1159, am, 16);
+    GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_S2359, pm, 16);
+    int half = 0; // 1 morning, 2 afternoon
+    if (StartsWithWord(p, L"AM") || StartsWithWord(p, am)) {
+        half = 1;
+        p += StartsWithWord(p, L"AM") ? 2 : lstrlenW(am);
+    } else if (StartsWithWord(p, L"PM") || StartsWithWord(p, pm)) {
+        half = 2;
+        p += StartsWithWord(p, L"PM") ? 2 : lstrlenW(pm);
+    }
+    while (*p == L' ')
+        p++;
+    if (*p)
+        return -1;
+    if (half) {
+        if (h < 1 || h > 12)
+            return -1;
+        h = h % 12 + (half == 2 ? 12 : 0);
+    } else if (h == 24) {
+        h = 0; // the 24-hour lists' midnight hour
+    } else if (h > 23) {
+        return -1;
+    }
+    return h * 60 + m;
+}

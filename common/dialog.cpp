@@ -1,6 +1,5 @@
 // Dispatch of the program's dialog procedures through their constant tables.
 #include "dialog.h"
-#include "common/appstate.h"
 
 // The record is kept before any handler runs, so the init handler and every later one find it
 // in the same place. A property page's creation parameter is its PROPSHEETPAGE, which then
@@ -19,10 +18,16 @@ INT_PTR DispatchDialogTable(const DialogEntry *table, int count, HWND dlg, UINT 
 }
 
 // The record lives in the caller's frame: a modal dialog ends before its entry returns.
+INT_PTR RunDialogFrom(HINSTANCE module, HWND owner, int templateId, DLGPROC proc, void *data)
+{
+    return DialogBoxParamW(module, MAKEINTRESOURCEW(templateId), owner, proc, (LPARAM)data);
+}
+
+// The program's templates are linked into its executable (a test's executable in the tests), the
+// module the process was started from.
 INT_PTR RunDialog(HWND owner, int templateId, DLGPROC proc, void *data)
 {
-    return DialogBoxParamW(g_app.hInstance, MAKEINTRESOURCEW(templateId), owner, proc,
-                           (LPARAM)data);
+    return RunDialogFrom(GetModuleHandleW(nullptr), owner, templateId, proc, data);
 }
 
 // A dialog procedure's return value is not the message's result except for a few messages

@@ -45,6 +45,8 @@ INT_PTR DispatchDialog(const DialogEntry (&table)[N], HWND dlg, UINT msg, WPARAM
 
 // Runs a dialog of the program's own templates modally with `data` as its record.
 INT_PTR RunDialog(HWND owner, int templateId, DLGPROC proc, void *data);
+// The same for a template of another module (the calendar server's form lives in its DLL).
+INT_PTR RunDialogFrom(HINSTANCE module, HWND owner, int templateId, DLGPROC proc, void *data);
 
 template <typename Data> Data *DialogData(HWND dlg)
 {

@@ -124,6 +124,7 @@ private:
     bool dayMatches(int64_t day, int y, int m, int d) const;
     void monthDays(int y, int m);
     int64_t periodStartCivil(int64_t p) const;
+    int64_t reachBack() const;
     const Recur& r_;
     int64_t dtstart_, until_;
     bool dateOnly_;
@@ -178,9 +179,20 @@ public:
     static bool fromTzif(std::string_view bytes, std::string name, Zone& out, std::string& error);
     // POSIX TZ rule such as "CET-1CEST,M3.5.0,M10.5.0/3"
     static bool fromPosix(std::string_view rule, std::string name, Zone& out, std::string& error);
-    // An IANA name read from zoneinfo (dir, else $TZDIR, else the system's).
+    // An IANA name read from zoneinfo (dir, else $TZDIR, else the system's),
+    // else from the table built into the engine.
     static bool fromIana(const std::string& ianaName, Zone& out, std::string& error,
                          const std::string& dir = std::string());
+    // A zone from the table built into the engine from tzdata (the same on
+    // every system): an IANA name or link in any case ("US/Eastern"), one
+    // after a vendor's prefix ("/mozilla.org/20050126_1/America/New_York"),
+    // or a Windows zone name ("W. Europe Standard Time"). The zone is named
+    // `name` as given. False when the table does not know the name.
+    static bool fromBuiltIn(std::string_view name, Zone& out);
+    // The table's IANA name for what fromBuiltIn accepts, else empty.
+    static std::string builtInName(std::string_view name);
+    static std::vector<std::string> builtInNames();  // every IANA name and link
+    static const char* builtInVersion();             // tzdata's, e.g. "2025b"
 
     int32_t offsetAtUtc(int64_t utc) const;
     int64_t fromUtc(int64_t utc) const { return utc + offsetAtUtc(utc); }

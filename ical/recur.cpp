@@ -179,6 +179,16 @@ int64_t RecurIter::periodStartCivil(int64_t p) const
     }
 }
 
+// How far before its period's start a period's instances may lie. A year's
+// weeks by number (BYWEEKNO) begin up to three days before 1 January and
+// end up to three days after 31 December: week 1 of 2025 starts on Monday
+// 30 December 2024. Both the stop at a bound and the jump to a window's
+// year allow for that, or an occurrence in those days is lost.
+int64_t RecurIter::reachBack() const
+{
+    return r_.freq == Freq::Yearly && !r_.byWeekNo.empty() ? 7 * kDay : 0;
+}
+
 void RecurIter::seek(int64_t civil)
 {
     if (done_ || civil <= dtstart_)
@@ -188,7 +198,10 @@ void RecurIter::seek(int64_t civil)
     civilFromDays(day, y, m, d);
     int64_t p = 0;
     switch (r_.freq) {
-    case Freq::Yearly: p = floorDiv(y - y0_, r_.interval); break;
+    case Freq::Yearly:
+        civilFromDays(day - floorDiv(reachBack(), kDay), y, m, d);
+        p = floorDiv(y - y0_, r_.interval);
+        break;
     case Freq::Monthly:
         p = floorDiv((int64_t(y) * 12 + m - 1) - (int64_t(y0_) * 12 + m0_ - 1), r_.interval);
         break;
@@ -262,6 +275,10 @@ bool RecurIter::fill()
                 for (int16_t yd : r_.byYearDay)
                     cand.push_back(yd > 0 ? first + yd - 1 : last + yd + 1);
             } else {
+                // The weeks of the year by its own numbering: week 1 of 2014
+                // begins on Monday 30 December 2013, and the last week of
+                // 2026 ends on Sunday 3 January 2027. Those days belong to
+                // this year's period, whatever the calendar year.
                 int64_t w1 = week1Start(y, r_.wkst);
                 int64_t nweeks = (week1Start(y + 1, r_.wkst) - w1) / 7;
                 for (int16_t wn : r_.byWeekNo) {
@@ -271,16 +288,8 @@ bool RecurIter::fill()
                     for (int d = 0; d < 7; ++d)
                         cand.push_back(w1 + 7 * w + d);
                 }
-                // Days of this year numbered in the previous or next year's
-                // weeks: the last week (52 or 53, or -1) and week 1 (or -52,
-                // -53) of those years. Only a rule naming one can take them.
-                bool edges = false;
-                for (int16_t wn : r_.byWeekNo)
-                    edges = edges || wn == 1 || wn == -1 || wn == 52 || wn == 53 || wn == -52 || wn == -53;
-                for (int64_t d = first; edges && d < w1; ++d)
-                    cand.push_back(d);
-                for (int64_t d = week1Start(y + 1, r_.wkst); edges && d <= last; ++d)
-                    cand.push_back(d);
+                first = w1;
+                last = w1 + 7 * nweeks - 1;
             }
             std::sort(cand.begin(), cand.end());
             cand.erase(std::unique(cand.begin(), cand.end()), cand.end());
@@ -416,7 +425,7 @@ bool RecurIter::next(int64_t& out, int64_t stopAfter)
                 cut_ = done_ = true;
                 return false;
             }
-            int64_t ps = periodStartCivil(period_);
+            int64_t ps = periodStartCivil(period_) - reachBack();
             // Every candidate lies inside its period, so a period starting
             // after the bound has nothing for the caller.
             if (ps > stopAfter || ps > until_)

@@ -270,6 +270,19 @@ void StoreImpl::reloadSource(size_t idx, std::string text)
 void StoreImpl::dropSource(size_t idx)
 {
     Source& s = sources[idx];
+    if (!shadowed.empty()) {
+        // The file's events get new ids when it is read again: forget how
+        // its copies and the other files' copies of an event were paired.
+        std::set<EventId> gone;
+        for (const Item& it : s.items)
+            if (it.event != kNoEvent)
+                gone.insert(it.event);
+        for (auto sh = shadowed.begin(); sh != shadowed.end();) {
+            auto& v = sh->second;
+            v.erase(std::remove_if(v.begin(), v.end(), [&](EventId e) { return gone.count(e) != 0; }), v.end());
+            sh = gone.count(sh->first) || v.empty() ? shadowed.erase(sh) : std::next(sh);
+        }
+    }
     for (Item& it : s.items) {
         EventId ev = it.event;
         if (ev == kNoEvent || !evs[ev].live)
@@ -369,6 +382,14 @@ bool Store::remove(EventId id)
     if (d_->evs[id].series)
         for (EventId o : overridesOf(id))
             d_->removeEvent(o);
+    // The older copies of the event go too, or they would show again on the next load.
+    auto sh = d_->shadowed.find(id);
+    if (sh != d_->shadowed.end()) {
+        for (EventId old : sh->second)
+            if (d_->sources[d_->evs[old].source].writable)
+                d_->removeEvent(old);
+        d_->shadowed.erase(sh);
+    }
     d_->removeEvent(id);
     return true;
 }
@@ -643,6 +664,8 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
         }
         std::string disk;
         bool onDisk = readWholeFile(s.path, disk);
+        if (onDisk && holdsBareComponents(disk))
+            disk = wrapBareComponents(disk);  // as it was read
         std::string ours = d_->sourceText(s);
         bool externallyChanged = s.exists ? (!onDisk || std::string_view(disk) != s.text.view()) : onDisk;
         std::string out = ours;

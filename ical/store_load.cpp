@@ -39,7 +39,8 @@ bool StoreImpl::parseTime(Source& s, std::string_view params, std::string_view v
     if (z == kUnknownZone) {
         if (unknownTzids.insert(std::string(tzid)).second)
             report(problems, s.path, line,
-                   "time zone \"" + std::string(tzid) + "\" has no VTIMEZONE; its times are read as floating");
+                   "time zone \"" + std::string(tzid) +
+                       "\" has no VTIMEZONE and is no zone name this program knows; its times are read as floating");
     }
     t.kind = TimeKind::Floating;
     return true;
@@ -49,7 +50,7 @@ bool StoreImpl::parseTime(Source& s, std::string_view params, std::string_view v
 // kUnknownZone (tzid then holds the name). While a file is read, the last
 // parameters that named a known zone are remembered: the events of a large
 // calendar mostly repeat the same few.
-int StoreImpl::zoneOfParams(const Source& s, std::string_view params, std::string_view& tzid)
+int StoreImpl::zoneOfParams(Source& s, std::string_view params, std::string_view& tzid)
 {
     if (params.empty())
         return kNoZone;
@@ -68,13 +69,40 @@ int StoreImpl::zoneOfParams(const Source& s, std::string_view params, std::strin
     return z;
 }
 
-int StoreImpl::lookupZone(const Source& s, std::string_view tzid) const
+// A TZID means the file's own VTIMEZONE of that name, else the zone the
+// built-in table knows by that name (many exporters leave the VTIMEZONE
+// out), else another file's VTIMEZONE (a directory store's files may share
+// one). While a file is still being read its own VTIMEZONE may come later,
+// so a name the table knows waits for the end of the file.
+int StoreImpl::lookupZone(Source& s, std::string_view tzid)
 {
     auto it = s.tzids.find(tzid);
     if (it != s.tzids.end())
         return it->second;
-    auto g = zoneByName.find(tzid);
-    return g == zoneByName.end() ? -1 : g->second;
+    if (!fileRead) {
+        if (zoneByName.count(tzid) == 0 || !Zone::builtInName(tzid).empty())
+            return -1;
+        return zoneByName.find(tzid)->second;
+    }
+    int idx = -1;
+    auto t = tableZoneByName.find(tzid);
+    if (t != tableZoneByName.end()) {
+        idx = t->second;
+    } else {
+        Zone z;
+        if (Zone::fromBuiltIn(tzid, z)) {
+            idx = int(zones.size());
+            zones.push_back(std::move(z));
+            tableZoneByName.emplace(std::string(tzid), idx);
+        }
+    }
+    if (idx < 0) {
+        auto g = zoneByName.find(tzid);
+        return g == zoneByName.end() ? -1 : g->second;
+    }
+    // Kept as the file's own: a changed time is written back with the same TZID.
+    s.tzids.emplace(std::string(tzid), idx);
+    return idx;
 }
 
 // ---- loading
@@ -390,6 +418,105 @@ std::vector<size_t> StoreImpl::sortPlaced(std::vector<Placed, BigAllocator<Place
     return perBucket;
 }
 
+namespace {
+// What decides between copies of one event: the highest SEQUENCE, then the
+// latest DTSTAMP, then the last one read (RFC 5546's order of revisions).
+struct Revision {
+    int64_t sequence = 0;
+    int64_t stamp = INT64_MIN;
+    size_t source = 0, at = 0;
+    bool operator<(const Revision& o) const
+    {
+        if (sequence != o.sequence)
+            return sequence < o.sequence;
+        if (stamp != o.stamp)
+            return stamp < o.stamp;
+        if (source != o.source)
+            return source < o.source;
+        return at < o.at;
+    }
+};
+}  // namespace
+
+// Two VEVENTs with one UID and no RECURRENCE-ID are two revisions of one
+// event, as a calendar exported twice into one file gives: only the latest
+// is shown, and the others stay in the file untouched. Found with one pass
+// over the UIDs in an open-addressed table, as every event is looked at.
+void StoreImpl::resolveDuplicateUids(std::vector<Problem>* problems)
+{
+    const size_t n = evs.size();
+    size_t cap = 64;
+    while (cap < 2 * n)
+        cap <<= 1;
+    std::vector<EventId> slots(cap, kNoEvent);
+    std::vector<std::pair<EventId, EventId>> dups;  // (first seen, another copy)
+    const std::hash<std::string_view> hash;
+    for (EventId id = 0; id < n; ++id) {
+        const Ev& e = evs[id];
+        if (!e.live || e.hasRid || e.uidLen == 0)
+            continue;
+        std::string_view u = uidOf(e);
+        size_t h = hash(u) & (cap - 1);
+        for (;; h = (h + 1) & (cap - 1)) {
+            if (slots[h] == kNoEvent) {
+                slots[h] = id;
+                break;
+            }
+            if (uidOf(evs[slots[h]]) == u) {
+                dups.push_back({slots[h], id});
+                break;
+            }
+        }
+    }
+    if (dups.empty())
+        return;
+    std::map<EventId, std::vector<EventId>> groups;
+    for (auto& d : dups) {
+        auto& g = groups[d.first];
+        if (g.empty())
+            g.push_back(d.first);
+        g.push_back(d.second);
+    }
+    for (auto& entry : groups) {
+        std::vector<std::pair<Revision, EventId>> copies;
+        for (EventId id : entry.second) {
+            Revision r;
+            Component c = parsed(id);
+            if (const Property* p = c.find("SEQUENCE"))
+                r.sequence = strtoll(p->value.c_str(), nullptr, 10);
+            if (const Property* p = c.find("DTSTAMP")) {
+                std::string_view v = p->value;
+                if (!v.empty() && (v.back() == 'Z' || v.back() == 'z'))
+                    v.remove_suffix(1);
+                bool d;
+                int64_t t;
+                if (parseCivil(v, t, d))
+                    r.stamp = t;
+            }
+            r.source = evs[id].source;
+            r.at = sources[evs[id].source].items[evs[id].item].begin;
+            copies.push_back({r, id});
+        }
+        std::sort(copies.begin(), copies.end());
+        EventId winner = copies.back().second;
+        const Ev& w = evs[winner];
+        for (size_t i = 0; i + 1 < copies.size(); ++i) {
+            EventId id = copies[i].second;
+            Ev& e = evs[id];
+            report(problems, sources[e.source].path, e.line,
+                   "UID " + std::string(uidOf(e)) + " is used again at " + sources[w.source].path + ":" +
+                       std::to_string(w.line) +
+                       " by a later revision (higher SEQUENCE, later DTSTAMP or later in the file); this one is "
+                       "kept in the file but not shown");
+            unindex(id);
+            e.live = false;
+            shadowed[winner].push_back(id);
+        }
+    }
+    placed.erase(std::remove_if(placed.begin(), placed.end(), [&](const Placed& p) { return !evs[p.id].live; }),
+                 placed.end());
+}
+
 // Ties overrides to their series (by UID) and lays out every event of
 // `from`.. in the index.
 void StoreImpl::link(EventId from, std::vector<Problem>* problems, bool bulk)
@@ -404,16 +531,14 @@ void StoreImpl::link(EventId from, std::vector<Problem>* problems, bool bulk)
             if (evs[id].series || evs[id].hasRid)
                 special.push_back(id);
     }
+    if (bulk)
+        resolveDuplicateUids(problems);
     for (EventId id : special) {
         Ev& e = evs[id];
         // Only a series can have overrides, so only series are looked up by UID here.
         if (!e.live || e.hasRid || e.uidLen == 0 || !e.series)
             continue;
-        auto ins = masters.emplace(std::string(uidOf(e)), id);
-        if (!ins.second && evs[ins.first->second].live && ins.first->second != id)
-            report(problems, sources[e.source].path, e.line, "UID " + std::string(uidOf(e)) + " is used by two events");
-        else
-            ins.first->second = id;
+        masters[std::string(uidOf(e))] = id;
     }
     for (EventId id : special)
         attachOverride(id);
@@ -501,7 +626,7 @@ void StoreImpl::detachOverride(EventId id)
     e.master = kNoEvent;
 }
 
-bool StoreImpl::namesUnknownZone(const Source& s, const ScannedItem& it)
+bool StoreImpl::namesUnknownZone(Source& s, const ScannedItem& it)
 {
     for (const KeyProp& k : it.keys) {
         std::string_view tz;
@@ -511,11 +636,50 @@ bool StoreImpl::namesUnknownZone(const Source& s, const ScannedItem& it)
     return false;
 }
 
+namespace store {
+bool holdsBareComponents(std::string_view text)
+{
+    size_t i = text.size() >= 3 && memcmp(text.data(), "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\r' || text[i] == '\n'))
+        ++i;
+    std::string_view first = text.substr(i, 40);
+    if (first.size() < 7 || !eqUpper(first.substr(0, 6), "BEGIN:"))
+        return false;
+    first.remove_prefix(6);
+    size_t e = first.find_first_of("\r\n");
+    first = first.substr(0, e);
+    while (!first.empty() && (first.back() == ' ' || first.back() == '\t'))
+        first.remove_suffix(1);
+    return !first.empty() && !eqUpper(first, "VCALENDAR");
+}
+
+std::string wrapBareComponents(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size() + 96);
+    size_t bom = text.size() >= 3 && memcmp(text.data(), "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+    out.append(text.substr(0, bom));
+    out += "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Oakfinder//Lanternfields//EN\r\n";
+    out.append(text.substr(bom));
+    if (!out.empty() && out.back() != '\n')
+        out += "\r\n";
+    out += "END:VCALENDAR\r\n";
+    return out;
+}
+}  // namespace store
+
 bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLink)
 {
     uint32_t si = uint32_t(sources.size());
     sources.push_back(std::move(src));
     Source& s = sources[si];
+    int firstLine = 1;
+    if (holdsBareComponents(s.text.view())) {
+        report(problems, s.path, 1, "no VCALENDAR around the components: read as if there were one; "
+                                    "written back with one when changed");
+        s.text.assign(wrapBareComponents(s.text.view()));
+        firstLine = 1 - kWrapLines;
+    }
     zoneMemo = ZoneMemo();
     EventId first = EventId(evs.size());
     // Untouched reserve costs no memory; growing by copies would. Many
@@ -529,8 +693,10 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
     if (placed.capacity() < placed.size() + s.text.size() / 256)
         placed.reserve(std::max(placed.size() + s.text.size() / 256, placed.capacity() * 2));
     bulkLoading = true;
+    fileRead = false;
     // Events come in as they are read; one naming a zone defined further
-    // down waits for the end of the file.
+    // down, or by a name only the built-in table knows, waits for the end
+    // of the file.
     std::vector<std::pair<uint32_t, std::unique_ptr<HeldItem>>> held;
     ScanResult r = scanText(s.text, s.path, problems, [&](const ScannedItem& it) {
         uint32_t ii = uint32_t(s.items.size());
@@ -548,7 +714,8 @@ bool StoreImpl::loadSource(Source src, std::vector<Problem>* problems, bool doLi
             else
                 buildEvent(si, ii, it, problems);
         }
-    });
+    }, firstLine);
+    fileRead = true;
     for (auto& h : held)
         buildEvent(si, h.first, h.second->item, problems);
     bulkLoading = false;

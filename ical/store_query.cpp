@@ -282,7 +282,10 @@ std::vector<EventId> Store::overridesOf(EventId series) const
 int Store::zoneIndex(std::string_view tzid) const
 {
     auto it = d_->zoneByName.find(tzid);
-    return it == d_->zoneByName.end() ? -1 : it->second;
+    if (it != d_->zoneByName.end())
+        return it->second;
+    auto t = d_->tableZoneByName.find(tzid);
+    return t == d_->tableZoneByName.end() ? -1 : t->second;
 }
 
 const Zone& Store::zone(int index) const { return d_->zones.at(size_t(index)); }

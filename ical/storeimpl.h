@@ -55,6 +55,13 @@ struct ScannedItem {
     std::deque<std::string> folded;
 };
 
+// Some programs write a file holding only a VEVENT (or other components)
+// without the VCALENDAR around it. Such a file is read as if wrapped, and a
+// changed one is written back wrapped; the lines added come before line 1.
+bool holdsBareComponents(std::string_view text);
+std::string wrapBareComponents(std::string_view text);
+const int kWrapLines = 3;
+
 struct ScanResult {
     size_t items = 0;
     size_t insertAt = std::string::npos;  // start of the last END:VCALENDAR line
@@ -142,13 +149,14 @@ inline bool mayMatter(char c)
 // One pass over a file: finds every component directly inside a VCALENDAR
 // and, for events, the properties the index needs; hands each to onItem.
 template <class F>
-ScanResult scanText(std::string_view text, const std::string& file, std::vector<Problem>* problems, F&& onItem)
+ScanResult scanText(std::string_view text, const std::string& file, std::vector<Problem>* problems, F&& onItem,
+                    int firstLine = 1)
 {
     ScanResult res;
     size_t start = 0;
     if (text.size() >= 3 && memcmp(text.data(), "\xEF\xBB\xBF", 3) == 0)
         start = 3;
-    LineReader lr(text, start, 1, false);
+    LineReader lr(text, start, firstLine, false);
     LineView lv;
     std::vector<std::pair<int, int>> stack;  // component name id, line
     stack.reserve(16);
@@ -430,9 +438,13 @@ struct StoreImpl {
     std::vector<Ev, BigAllocator<Ev>> evs;
     std::vector<Zone> zones;
     std::map<std::string, int> zoneByText;
-    std::map<std::string, int, std::less<>> zoneByName;
+    std::map<std::string, int, std::less<>> zoneByName;       // VTIMEZONEs of every file
+    std::map<std::string, int, std::less<>> tableZoneByName;  // TZIDs the built-in table resolved
     std::set<std::string> unknownTzids;
     std::unordered_map<std::string, EventId> masters;
+    // Events another copy with the same UID supersedes: kept in their files
+    // as they are, not shown, and removed with the copy that is shown.
+    std::unordered_map<EventId, std::vector<EventId>> shadowed;
     std::basic_string<char, std::char_traits<char>, BigAllocator<char>> uidText;
     std::string_view uidOf(const Ev& e) const { return std::string_view(uidText).substr(e.uidOff, e.uidLen); }
     using Bucket = std::vector<std::pair<int64_t, EventId>, BigAllocator<std::pair<int64_t, EventId>>>;
@@ -458,8 +470,9 @@ struct StoreImpl {
         std::string params;
         int zone = kNoZone;
     } zoneMemo;
-    int zoneOfParams(const Source& s, std::string_view params, std::string_view& tzid);
-    int lookupZone(const Source& s, std::string_view tzid) const;
+    int zoneOfParams(Source& s, std::string_view params, std::string_view& tzid);
+    int lookupZone(Source& s, std::string_view tzid);
+    bool fileRead = true;  // false while a file's components are still coming in
     int64_t absolute(const Time& t) const;
     int64_t inClock(const Time& clock, const Time& t) const;
     int64_t toTarget(const Time& clock, int64_t civil, const Zone& target) const;
@@ -473,9 +486,10 @@ struct StoreImpl {
     void unindex(EventId id);
     std::vector<size_t> sortPlaced(std::vector<Placed, BigAllocator<Placed>>& v);
     void link(EventId from, std::vector<Problem>* problems, bool bulk);
+    void resolveDuplicateUids(std::vector<Problem>* problems);
     void attachOverride(EventId id);
     void detachOverride(EventId id);
-    bool namesUnknownZone(const Source& s, const ScannedItem& it);
+    bool namesUnknownZone(Source& s, const ScannedItem& it);
     bool loadSource(Source src, std::vector<Problem>* problems, bool doLink = true);
     std::string itemBytes(const Source& s, const Item& it) const;
     std::string sourceText(const Source& s) const;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "internal.h"
+#include "zonetable.h"
 
 namespace lfical {
 
@@ -330,6 +331,29 @@ bool applyPosix(std::string_view s, Zone& z, int fromYear, bool setInitial)
     return true;
 }
 
+// Carries a zone's listed transitions on with the TZ rule that follows
+// them (a TZif footer), from the year of the last one to kLastRuleYear.
+void continueWithRule(Zone& z, std::string_view tz)
+{
+    if (tz.empty())
+        return;
+    int64_t lastUtc = z.transitions.empty() ? INT64_MIN : z.transitions.back().utc;
+    int fromYear = kFirstRuleYear;
+    if (!z.transitions.empty()) {
+        int y, m, d;
+        civilFromDays(floorDiv(lastUtc, kDay), y, m, d);
+        fromYear = y;
+    }
+    Zone rules;
+    if (applyPosix(tz, rules, fromYear, z.transitions.empty())) {
+        if (z.transitions.empty())
+            z.initialOffset = rules.initialOffset;
+        for (const Transition& t : rules.transitions)
+            if (t.utc > lastUtc)
+                z.transitions.push_back(t);
+    }
+}
+
 uint32_t be32(const unsigned char* p) { return uint32_t(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3]; }
 int64_t be64(const unsigned char* p) { return int64_t(uint64_t(be32(p)) << 32 | be32(p + 4)); }
 }  // namespace
@@ -396,24 +420,7 @@ bool Zone::fromTzif(std::string_view bytes, std::string name, Zone& out, std::st
             size_t e = footer + 1;
             while (e < n && p[e] != '\n')
                 ++e;
-            std::string_view tz(bytes.data() + footer + 1, e - footer - 1);
-            if (!tz.empty()) {
-                int64_t lastUtc = z.transitions.empty() ? INT64_MIN : z.transitions.back().utc;
-                int fromYear = kFirstRuleYear;
-                if (!z.transitions.empty()) {
-                    int y, m, d;
-                    civilFromDays(floorDiv(lastUtc, kDay), y, m, d);
-                    fromYear = y;
-                }
-                Zone rules;
-                if (applyPosix(tz, rules, fromYear, z.transitions.empty())) {
-                    if (z.transitions.empty())
-                        z.initialOffset = rules.initialOffset;
-                    for (const Transition& t : rules.transitions)
-                        if (t.utc > lastUtc)
-                            z.transitions.push_back(t);
-                }
-            }
+            continueWithRule(z, std::string_view(bytes.data() + footer + 1, e - footer - 1));
         }
         z.finish();
         out = std::move(z);
@@ -449,9 +456,184 @@ bool Zone::fromIana(const std::string& ianaName, Zone& out, std::string& error, 
             continue;
         return fromTzif(bytes, ianaName, out, error);
     }
+    // No zoneinfo (Windows) or no file for the name: the table built in.
+    if (fromBuiltIn(ianaName, out))
+        return true;
     error = "unknown time zone \"" + ianaName + "\" (no zoneinfo file for it)";
     return false;
 }
+
+// ---------------------------------------------------------------- built-in table
+namespace {
+// ASCII case ignored: exporters write "america/new_york" and "EUROPE/BERLIN".
+int compareName(std::string_view a, const char* b)
+{
+    size_t i = 0;
+    for (; i < a.size() && b[i]; ++i) {
+        char x = a[i] >= 'A' && a[i] <= 'Z' ? char(a[i] + 32) : a[i];
+        char y = b[i] >= 'A' && b[i] <= 'Z' ? char(b[i] + 32) : b[i];
+        if (x != y)
+            return (unsigned char)x < (unsigned char)y ? -1 : 1;
+    }
+    if (i < a.size())
+        return 1;
+    return b[i] ? -1 : 0;
+}
+
+const zonetable::Entry* findEntry(const zonetable::Entry* rows, size_t n, std::string_view name)
+{
+    const zonetable::Entry* e = std::lower_bound(rows, rows + n, name, [](const zonetable::Entry& r, std::string_view k) {
+        return compareName(k, zonetable::kNames + r.name) > 0;
+    });
+    return e != rows + n && compareName(name, zonetable::kNames + e->name) == 0 ? e : nullptr;
+}
+
+class RecordReader {
+public:
+    explicit RecordReader(size_t at) : p_(zonetable::kData + at), end_(zonetable::kData + zonetable::kDataSize) {}
+    bool varint(uint64_t& v)
+    {
+        v = 0;
+        for (int shift = 0; shift < 64 && p_ < end_; shift += 7) {
+            unsigned char b = *p_++;
+            v |= uint64_t(b & 0x7f) << shift;
+            if (!(b & 0x80))
+                return true;
+        }
+        return false;
+    }
+    bool signedVarint(int64_t& v)
+    {
+        uint64_t u;
+        if (!varint(u))
+            return false;
+        v = int64_t(u >> 1) ^ -int64_t(u & 1);
+        return true;
+    }
+    bool byte(unsigned& b)
+    {
+        if (p_ >= end_)
+            return false;
+        b = *p_++;
+        return true;
+    }
+    bool text(size_t n, std::string_view& out)
+    {
+        if (size_t(end_ - p_) < n)
+            return false;
+        out = std::string_view(reinterpret_cast<const char*>(p_), n);
+        p_ += n;
+        return true;
+    }
+
+private:
+    const unsigned char* p_;
+    const unsigned char* end_;
+};
+
+// One record: the offsets the zone used (each with its daylight flag), the
+// index of the first, its transitions as deltas with their offset's index,
+// and the TZ rule that continues them.
+bool decodeRecord(size_t at, Zone& z)
+{
+    RecordReader r(at);
+    uint64_t ntypes, initial, ntrans, footerLen;
+    if (!r.varint(ntypes) || ntypes == 0 || ntypes > 256)
+        return false;
+    std::vector<std::pair<int32_t, bool>> types;
+    for (uint64_t i = 0; i < ntypes; ++i) {
+        int64_t off;
+        unsigned dst;
+        if (!r.signedVarint(off) || !r.byte(dst))
+            return false;
+        types.push_back({int32_t(off), dst != 0});
+    }
+    if (!r.varint(initial) || initial >= ntypes || !r.varint(ntrans) || ntrans > 100000)
+        return false;
+    z.initialOffset = types[initial].first;
+    z.transitions.clear();
+    z.transitions.reserve(size_t(ntrans) + 2 * 200);
+    int64_t utc = 0;
+    for (uint64_t i = 0; i < ntrans; ++i) {
+        uint64_t delta, t;
+        if (i == 0) {
+            if (!r.signedVarint(utc))
+                return false;
+        } else {
+            if (!r.varint(delta))
+                return false;
+            utc += int64_t(delta);
+        }
+        if (!r.varint(t) || t >= ntypes)
+            return false;
+        z.transitions.push_back({utc, types[t].first, types[t].second});
+    }
+    std::string_view footer;
+    if (!r.varint(footerLen) || !r.text(size_t(footerLen), footer))
+        return false;
+    continueWithRule(z, footer);
+    z.finish();
+    return true;
+}
+
+// How a calendar names a zone the table knows: an IANA name or link, a
+// vendor's path ending in one ("/mozilla.org/20050126_1/America/New_York",
+// "/freeassociation.sourceforge.net/Tzfile/Europe/London"), or a Windows
+// zone name as Outlook writes it.
+const zonetable::Entry* entryFor(std::string_view name)
+{
+    using namespace zonetable;
+    while (!name.empty() && (name.front() == ' ' || name.front() == '\t'))
+        name.remove_prefix(1);
+    while (!name.empty() && (name.back() == ' ' || name.back() == '\t'))
+        name.remove_suffix(1);
+    if (name.empty())
+        return nullptr;
+    if (const Entry* e = findEntry(kZones, kZoneCount, name))
+        return e;
+    if (const Entry* e = findEntry(kWindows, kWindowsCount, name))
+        return e;
+    if (name.front() == '/') {
+        for (size_t slash = name.find('/'); slash != std::string_view::npos; slash = name.find('/', slash + 1))
+            if (const Entry* e = findEntry(kZones, kZoneCount, name.substr(slash + 1)))
+                return e;
+    }
+    return nullptr;
+}
+}  // namespace
+
+bool Zone::fromBuiltIn(std::string_view name, Zone& out)
+{
+    const zonetable::Entry* e = entryFor(name);
+    if (!e)
+        return false;
+    Zone z;
+    if (!decodeRecord(e->data, z))
+        return false;
+    z.name = std::string(name);
+    out = std::move(z);
+    return true;
+}
+
+std::string Zone::builtInName(std::string_view name)
+{
+    const zonetable::Entry* e = entryFor(name);
+    if (!e)
+        return std::string();
+    if (e >= zonetable::kZones && e < zonetable::kZones + zonetable::kZoneCount)
+        return zonetable::kNames + e->name;
+    return zonetable::kNames + zonetable::kZones[zonetable::kWindowsZone[e - zonetable::kWindows]].name;
+}
+
+std::vector<std::string> Zone::builtInNames()
+{
+    std::vector<std::string> names;
+    for (size_t i = 0; i < zonetable::kZoneCount; ++i)
+        names.push_back(zonetable::kNames + zonetable::kZones[i].name);
+    return names;
+}
+
+const char* Zone::builtInVersion() { return zonetable::kVersion; }
 
 // ---------------------------------------------------------------- VTIMEZONE
 bool zoneFromVtimezone(const Component& vtz, Zone& out, std::string& error)

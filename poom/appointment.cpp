@@ -4,6 +4,9 @@
 #include "objects.h"
 
 #include <new>
+#include <set>
+
+#include "form/form.h"
 
 namespace poom {
 
@@ -316,6 +319,77 @@ HRESULT Appointment::Copy(IAppointment** pp) {
     }
     *pp = copy;
     return S_OK;
+}
+
+Appointment::FormView Appointment::ForForm() {
+    std::lock_guard<std::mutex> lock(mu_);
+    FormView v;
+    v.f = item_.f;
+    v.isNew = item_.oid == 0;
+    v.isOccurrence = item_.isOccurrence;
+    v.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
+    v.pattern = PatternLocked();
+    return v;
+}
+
+HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool clearRecurrence) {
+    Fields wasFields;
+    Pattern wasPending;
+    bool wasHasPending = false, wasClear = false;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        wasFields = item_.f;
+        wasPending = pending_;
+        wasHasPending = hasPending_;
+        wasClear = clearRecurrence_;
+        item_.f = f;
+        if (!item_.isOccurrence) {
+            if (clearRecurrence) {
+                hasPending_ = false;
+                clearRecurrence_ = item_.recurring;
+            } else if (pattern) {
+                pending_ = *pattern;
+                pending_.exact = true;
+                hasPending_ = true;
+                clearRecurrence_ = false;
+            }
+        }
+    }
+    HRESULT hr = Save();
+    if (FAILED(hr)) {
+        std::lock_guard<std::mutex> lock(mu_);
+        item_.f = wasFields;
+        pending_ = wasPending;
+        hasPending_ = wasHasPending;
+        clearRecurrence_ = wasClear;
+    }
+    return hr;
+}
+
+std::vector<std::wstring> Appointment::CategoriesInUse() {
+    std::vector<std::wstring> out;
+    auto store = origin_.session().GetStore();
+    if (!store) return out;
+    std::set<std::wstring> seen;
+    for (const auto& item : store->Query(false, {})) {
+        const std::wstring& all = item.f.categories;
+        size_t pos = 0;
+        while (pos <= all.size()) {
+            size_t comma = all.find(L',', pos);
+            if (comma == std::wstring::npos) comma = all.size();
+            std::wstring one = all.substr(pos, comma - pos);
+            size_t b = one.find_first_not_of(L" \t"), e = one.find_last_not_of(L" \t");
+            if (b != std::wstring::npos && seen.insert(one.substr(b, e - b + 1)).second)
+                out.push_back(one.substr(b, e - b + 1));
+            pos = comma + 1;
+        }
+    }
+    return out;
+}
+
+HRESULT STDMETHODCALLTYPE Appointment::Display() {
+    if (!origin_.session().GetStore()) return kNotLoggedOn;
+    return ShowAppointmentForm(this);
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::GetRecurrencePattern(IRecurrencePattern** pp) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "pimstore_if.h"
 #include "session.h"
@@ -132,6 +133,22 @@ public:
     std::uint32_t Oid();
     const Origin& origin() const { return origin_; }
 
+    // What the appointment form shows, read in one go.
+    struct FormView {
+        Fields f;
+        bool isNew = false;         // never saved
+        bool isOccurrence = false;  // one occurrence of a series: the form leaves the series alone
+        bool recurring = false;
+        Pattern pattern;            // the series' pattern, or a fresh one
+    };
+    FormView ForForm();
+    // The form's OK: takes the fields and, for a series, the new pattern
+    // (null keeps it; clearRecurrence makes a one-off), and saves. On failure
+    // the appointment is as it was before.
+    HRESULT SaveFromForm(const Fields& f, const Pattern* pattern, bool clearRecurrence);
+    // Every category some appointment in the store carries, each once.
+    std::vector<std::wstring> CategoriesInUse();
+
     HRESULT STDMETHODCALLTYPE GetRecurrencePattern(IRecurrencePattern** pp) override;
     HRESULT STDMETHODCALLTYPE get_IsRecurring(VARIANT_BOOL* p) override;
     HRESULT STDMETHODCALLTYPE get_Subject(BSTR* p) override { return Text(&Fields::subject, p); }
@@ -169,8 +186,8 @@ public:
     HRESULT STDMETHODCALLTYPE Delete() override;
     HRESULT STDMETHODCALLTYPE Cancel() override { return E_NOTIMPL; }  // meeting cancellation: none
     HRESULT STDMETHODCALLTYPE Copy(IAppointment** pp) override;
-    // The appointment form arrives with the day view; until then nothing is shown.
-    HRESULT STDMETHODCALLTYPE Display() override { return E_NOTIMPL; }
+    // The server's own appointment form (form/form.cpp), modal; it saves on OK.
+    HRESULT STDMETHODCALLTYPE Display() override;
     HRESULT STDMETHODCALLTYPE get_Oid(long* p) override;
     HRESULT STDMETHODCALLTYPE get_BodyInk(BSTR* p) override;
     HRESULT STDMETHODCALLTYPE put_BodyInk(BSTR) override { return E_NOTIMPL; }

@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "form/form.h"
 #include "objects.h"
 #include "pimstore_if.h"
 
@@ -70,10 +71,16 @@ const wchar_t kClassesRoot[] = L"Software\\Classes\\";
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+HMODULE poom::ServerModule() { return g_module; }
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
     if (reason == DLL_PROCESS_ATTACH) {
         g_module = instance;
         DisableThreadLibraryCalls(instance);
+    } else if (reason == DLL_PROCESS_DETACH && !reserved) {
+        // Unloaded while the process goes on: a class left registered would point into
+        // the unloaded DLL. At process exit the system cleans up itself.
+        poom::ReleaseFormClass();
     }
     return TRUE;
 }

@@ -193,3 +193,48 @@ TEST(Zones, AllDayEventsStayOnTheirDaysInEveryZone)
         EXPECT_TRUE(sawDay) << h;
     }
 }
+
+// The table built into the engine against the system's zoneinfo it was
+// made from: every zone and link, at every transition from 1970 to 2037
+// and the second before it, from either side's list of transitions.
+TEST(BuiltInZones, EveryZoneMatchesTheSystemZoneinfoFrom1970To2037)
+{
+    const std::vector<std::string> names = Zone::builtInNames();
+    EXPECT_GT(names.size(), 500u);
+    const int64_t from = at("19700101"), to = at("20380101");
+    size_t compared = 0;
+    for (const std::string& name : names) {
+        Zone table, system;
+        std::string err;
+        ASSERT_TRUE(Zone::fromBuiltIn(name, table)) << name;
+        EXPECT_EQ(name, table.name);
+        ASSERT_TRUE(Zone::fromIana(name, system, err, "/usr/share/zoneinfo")) << name << ": " << err;
+        for (const Zone* z : {&system, &table}) {
+            for (const Transition& t : z->transitions) {
+                if (t.utc < from || t.utc >= to)
+                    continue;
+                for (int64_t u : {t.utc - 1, t.utc}) {
+                    ASSERT_EQ(system.offsetAtUtc(u), table.offsetAtUtc(u))
+                        << name << " at " << formatCivil(u, false) << "Z";
+                    ++compared;
+                }
+            }
+        }
+        ASSERT_EQ(system.offsetAtUtc(from), table.offsetAtUtc(from)) << name;
+    }
+    printf("[          ] %zu zones and links of tzdata %s, %zu instants compared\n", names.size(),
+           Zone::builtInVersion(), compared);
+    // Every Windows name CLDR maps resolves, and a few map where Windows puts them.
+    const char* windows[][2] = {{"W. Europe Standard Time", "Europe/Berlin"},
+                                {"Eastern Standard Time", "America/New_York"},
+                                {"AUS Eastern Standard Time", "Australia/Sydney"},
+                                {"India Standard Time", "Asia/Calcutta"},
+                                {"UTC", "Etc/UTC"}};
+    for (auto& w : windows) {
+        Zone byWindows, byIana;
+        ASSERT_TRUE(Zone::fromBuiltIn(w[0], byWindows)) << w[0];
+        ASSERT_TRUE(Zone::fromBuiltIn(w[1], byIana)) << w[1];
+        for (int64_t t = at("20200101"); t < at("20300101"); t += 7 * kDay)
+            ASSERT_EQ(byIana.offsetAtUtc(t), byWindows.offsetAtUtc(t)) << w[0];
+    }
+}

@@ -245,7 +245,6 @@ TEST(Items, NewItemsAndEveryProperty) {
     ASSERT_EQ(appt->put_ReminderMinutesBeforeStart(30), S_OK);
     EXPECT_EQ(appt->put_BusyStatus(17), E_INVALIDARG);
     EXPECT_EQ(appt->put_End(OleDate(server.app.get(), 2026, 11, 9, 12)), E_INVALIDARG);
-    EXPECT_EQ(appt->Display(), E_NOTIMPL);
     ASSERT_EQ(appt->Save(), S_OK);
     appt->get_Oid(&oid);
     ASSERT_NE(oid, 0);

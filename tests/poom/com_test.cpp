@@ -230,6 +230,59 @@ TEST(Queries, ZonedAndUtcTimesShowInTheMachinesTime) {
                 Joined(Subjects(OneDay(server.calendar.get(), 2026, 11, 6))).find("All day") == std::string::npos);
 }
 
+// Many exporters name the zone and leave its VTIMEZONE out: the server
+// resolves the name through the zone table built into the engine, so the
+// event shows at the machine's wall clock for that instant in the day list
+// and in the month view's query, as other calendars show it.
+TEST(Queries, ZonesNamedWithoutAVtimezoneShowInTheMachinesTime) {
+    const char ics[] =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Example//EN\r\n"
+        "BEGIN:VEVENT\r\nUID:brisbane@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART;TZID=Australia/Brisbane:20261105T090000\r\nDTEND;TZID=Australia/Brisbane:20261105T100000\r\n"
+        "SUMMARY:Brisbane\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:windows@example.com\r\nDTSTAMP:20261001T120000Z\r\n"
+        "DTSTART;TZID=W. Europe Standard Time:20260710T180000\r\n"
+        "DTEND;TZID=W. Europe Standard Time:20260710T190000\r\nSUMMARY:Windows name\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    TempStore store(ics);
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    struct Case {
+        const char* name;
+        const wchar_t* subject;
+        SYSTEMTIME utcStart;
+    } cases[] = {
+        {"IANA name", L"Brisbane", {2026, 11, 0, 4, 23, 0, 0, 0}},     // 09:00 AEST, no daylight time
+        {"Windows name", L"Windows name", {2026, 7, 0, 10, 16, 0, 0, 0}},  // 18:00 CEST
+    };
+    for (const auto& c : cases) {
+        SYSTEMTIME local = {};
+        ASSERT_TRUE(SystemTimeToTzSpecificLocalTime(nullptr, &c.utcStart, &local)) << c.name;
+        const DATE want = OleDate(server.app.get(), local.wYear, local.wMonth, local.wDay, local.wHour, local.wMinute);
+        const DATE wantEnd = want + 1.0 / 24;
+        auto day = OneDay(server.calendar.get(), local.wYear, local.wMonth, local.wDay);
+        bool inDay = false;
+        for (const auto& f : day) {
+            if (f.subject != c.subject) continue;
+            inDay = true;
+            EXPECT_DOUBLE_EQ(f.start, want) << c.name;
+            EXPECT_NEAR(f.end, wantEnd, 1e-9) << c.name;
+        }
+        EXPECT_TRUE(inDay) << c.name << ": not in the day list of its local day";
+        int lastDay = local.wMonth == 2 ? 28 : (local.wMonth == 4 || local.wMonth == 6 || local.wMonth == 9 ||
+                                                local.wMonth == 11) ? 30 : 31;
+        auto month = QueryLikeTheProgram(server.calendar.get(), monthstore::kTemplates[1],
+                                         {local.wYear, local.wMonth, 1}, {local.wYear, local.wMonth, lastDay});
+        bool inMonth = false;
+        for (const auto& f : month)
+            if (f.subject == c.subject) {
+                inMonth = true;
+                EXPECT_DOUBLE_EQ(f.start, want) << c.name;
+            }
+        EXPECT_TRUE(inMonth) << c.name << ": not in the month view's query";
+    }
+}
+
 TEST(Conversions, VariantTimesBothWays) {
     TempStore store;
     Server server;
