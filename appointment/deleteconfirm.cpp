@@ -10,7 +10,7 @@
 #include "store/store.h"
 #include "resource.h"
 
-static_assert(CONFIRM_SERIES == DELETE_SERIES, "the answer for a series is DeleteItem's mode for it");
+static_assert((int)CONFIRM_SERIES == (int)DELETE_SERIES, "the answer for a series is DeleteItem's mode for it");
 
 // The appointment form has subjects of any length; the dialog shows at most this many
 // characters of one, as the handheld did.
@@ -105,6 +105,14 @@ static void PaintDeleteConfirm(HDC dc, int width, const DeleteConfirmData *d)
     }
 }
 
+static INT_PTR DeleteConfirmPrint(HWND dlg, UINT, WPARAM wp, LPARAM)
+{
+    RECT client;
+    GetClientRect(dlg, &client);
+    PaintDeleteConfirm((HDC)wp, client.right, DialogData<DeleteConfirmData>(dlg));
+    return TRUE;
+}
+
 static INT_PTR DeleteConfirmPaint(HWND dlg, UINT, WPARAM, LPARAM)
 {
     const DeleteConfirmData *d = DialogData<DeleteConfirmData>(dlg);
@@ -174,6 +182,7 @@ static INT_PTR DeleteConfirmTearDown(HWND dlg, UINT, WPARAM, LPARAM)
 static const DialogEntry kDeleteConfirm[] = {
     {WM_INITDIALOG, DialogInit<DeleteConfirmInit>},
     {WM_PAINT, DeleteConfirmPaint},
+    {WM_PRINTCLIENT, DeleteConfirmPrint},
     {WM_CTLCOLORSTATIC, DeleteConfirmColour},
     {WM_COMMAND, DialogCommand<DeleteConfirmCommand>},
     {WM_DESTROY, DeleteConfirmTearDown},
