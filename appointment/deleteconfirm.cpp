@@ -58,6 +58,29 @@ static void ShowButtons(HWND dlg, bool recurring)
         ShowWindow(GetDlgItem(dlg, b.id), b.forSeries == recurring ? SW_SHOWNA : SW_HIDE);
 }
 
+// The template gives the subject room for its longest text; a shorter one gets a white strip
+// just high enough for its lines, in the middle of that room.
+static void FitSubject(HWND dlg, HFONT font, const WCHAR *subject)
+{
+    HWND control = GetDlgItem(dlg, IDC_DELETESUBJECT);
+    RECT room;
+    GetWindowRect(control, &room);
+    MapWindowPoints(HWND_DESKTOP, dlg, (POINT *)&room, 2);
+    RECT text = {0, 0, room.right - room.left, 0};
+    HDC dc = GetDC(control);
+    {
+        ScopedSelect selectFont(dc, font);
+        DrawTextW(dc, subject, -1, &text,
+                  DT_CALCRECT | DT_CENTER | DT_WORDBREAK | DT_EDITCONTROL | DT_NOPREFIX);
+    }
+    ReleaseDC(control, dc);
+    int height = text.bottom + 6;
+    if (height >= room.bottom - room.top)
+        return;
+    int top = room.top + (room.bottom - room.top - height) / 2;
+    MoveWindow(control, room.left, top, room.right - room.left, height, FALSE);
+}
+
 // The keyboard starts on Cancel, so Enter pressed in haste deletes nothing.
 static INT_PTR DeleteConfirmInit(HWND dlg, DeleteConfirmData *d)
 {
@@ -74,6 +97,8 @@ static INT_PTR DeleteConfirmInit(HWND dlg, DeleteConfirmData *d)
     if (d->textFont)
         SendDlgItemMessageW(dlg, IDC_DELETESUBJECT, WM_SETFONT, (WPARAM)d->textFont, FALSE);
     SetDlgItemTextW(dlg, IDC_DELETESUBJECT, subject);
+    if (d->textFont)
+        FitSubject(dlg, d->textFont, subject);
     SetDlgItemTextW(dlg, IDC_DELETEQUESTION,
                     recurring ? L"Do you want to delete this recurring appointment?"
                               : L"Do you want to delete this appointment?");

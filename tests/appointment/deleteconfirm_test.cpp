@@ -364,9 +364,11 @@ TEST_F(DeleteConfirm, Screenshots)
     } shots[] = {
         {"deleteconfirm-single", L"Dentist", 12, IDC_DELETECANCEL},
         {"deleteconfirm-series", L"Standup", 11, IDC_DELETESERIESCANCEL},
+        {"deleteconfirm-long", nullptr, 13, IDC_DELETECANCEL},
     };
+    std::wstring longSubject = Wide(kLongSubject);
     for (const auto &s : shots) {
-        long oid = OidOf(s.subject, 2030, 3, s.day);
+        long oid = OidOf(s.subject ? s.subject : longSubject.c_str(), 2030, 3, s.day);
         ASSERT_NE(oid, 0) << s.name;
         RunScripted([&] { return (INT_PTR)ConfirmDelete(owner, oid); }, [&](HWND dlg) {
             Pump(300);
