@@ -2,6 +2,7 @@
 // it into the outbox as one calendar file; the file is read back with the iCalendar engine and
 // must give the same occurrences as the store it came from.
 #include "store_support.h"
+#include "common/com.h"
 #include "ical.h"
 
 #include <shlobj.h>
@@ -256,8 +257,9 @@ TEST_F(Beam, NothingGoesWhenTheItemOrTheOutboxIsMissing)
     ASSERT_NE(review, 0);
     std::wstring kept = AppDataFolder() + L"\\Outbox.kept";
     bool moved = GetFileAttributesW(Outbox().c_str()) != INVALID_FILE_ATTRIBUTES;
-    if (moved)
+    if (moved) {
         ASSERT_TRUE(MoveFileW(Outbox().c_str(), kept.c_str()));
+    }
     WriteBytes(Outbox(), "not a folder");
     auto around = FilesIn(AppDataFolder());
     EXPECT_EQ(BeamItem(review), 0);
