@@ -377,19 +377,14 @@ int BeamItem(long oid)
 {
     if (!g_app.outlookApp)
         return 0;
-    IDispatch *found = nullptr;
-    HRESULT hr = g_app.outlookApp->GetItemFromOid(oid, &found);
-    if (FAILED(hr) || !found) {
-        if (found)
-            found->Release();
+    ComPtr<IDispatch> item;
+    if (FAILED(g_app.outlookApp->GetItemFromOid(oid, &item)) || !item) {
         DropStoreApp();
         return 0;
     }
-    ComPtr<IDispatch> item(found);
-    IFolder *infrared = nullptr;
-    if (FAILED(g_app.outlookApp->GetDefaultFolder(olFolderInfrared, &infrared)) || !infrared)
+    ComPtr<IFolder> folder;
+    if (FAILED(g_app.outlookApp->GetDefaultFolder(olFolderInfrared, &folder)) || !folder)
         return 0;
-    ComPtr<IFolder> folder(infrared);
     WaitCursorOn();
     int sent = SUCCEEDED(folder->AddItemToInfraredFolder(olAppointmentItem, item.get())) &&
                        SUCCEEDED(folder->SendToInfrared())
