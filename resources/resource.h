@@ -38,12 +38,14 @@
 #define IDB_YEARPREV        128
 #define IDB_BADGE           130   // 5 x 5 year view badge
 #define IDB_NOTES           131   // 9 x 8 notes marker of the day list
+#define IDB_DELETE          122   // 24 x 24 waste bin of the delete confirmation
 
 // Dialogs.
 #define IDD_DAYVIEW         106
 #define IDD_NOTES           108
 #define IDD_GOTODATE        123
 #define IDD_DAYPOPUP        124
+#define IDD_DELETE          122
 
 // Controls of the day view and its notes popup.
 #define IDC_DAYLIST         222   // the day list, made by the day view's code
@@ -56,3 +58,13 @@
 // Controls and commands of the day popup.
 #define IDC_POPUPLIST       1029
 #define IDM_POPUPCLOSE      1000
+
+// Controls of the delete confirmation. The first two buttons are the layout of a single
+// appointment, the last three that of a series.
+#define IDC_DELETEOK        1000
+#define IDC_DELETECANCEL    1001
+#define IDC_DELETESUBJECT   1052  // the appointment's subject
+#define IDC_DELETEQUESTION  1053
+#define IDC_DELETEONE       1054  // only the selected day's occurrence
+#define IDC_DELETESERIES    1055  // the whole series
+#define IDC_DELETESERIESCANCEL 1029
