@@ -5,11 +5,15 @@
 #include "support/apphost.h"
 #include "support/drive.h"
 #include "common/appstate.h"
+#include "common/com.h"
+#include "poom/form/formids.h"
+#include "store/store.h"
 #include "dayview/daylist.h"
 #include "resource.h"
 
 #include <commctrl.h>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -19,13 +23,21 @@ static const Day kTwoDay = {3, 3, 2032};
 static const Day kEmpty1 = {3, 20, 2032};
 static const Day kEmpty2 = {3, 21, 2032};
 static const Day kEmpty3 = {3, 22, 2032};
+static const Day kNewDay = {3, 15, 2032};
+static const Day kEditDay = {3, 4, 2032};
+static const Day kDeleteDay = {3, 5, 2032};
+static const Day kStandupDay = {3, 9, 2032}; // the second of five
 
 static std::string MenuStore()
 {
     return Event("copyme", "20320301T090000", "20320301T100000", "SUMMARY:Copy me\r\n") +
            Event("cutme", "20320302T090000", "20320302T100000", "SUMMARY:Cut me\r\n") +
            Event("first", "20320303T090000", "20320303T100000", "SUMMARY:First\r\n") +
-           Event("second", "20320303T110000", "20320303T120000", "SUMMARY:Second\r\n");
+           Event("second", "20320303T110000", "20320303T120000", "SUMMARY:Second\r\n") +
+           Event("editme", "20320304T090000", "20320304T100000", "SUMMARY:Edit me\r\n") +
+           Event("deleteme", "20320305T090000", "20320305T100000", "SUMMARY:Delete me\r\n") +
+           Event("standup", "20320308T100000", "20320308T101500",
+                 "SUMMARY:Standup\r\nRRULE:FREQ=DAILY;COUNT=5\r\n");
 }
 
 class DayMenu : public ::testing::Test {
@@ -189,4 +201,151 @@ TEST_F(DayMenu, CopyCutAndPaste)
     EXPECT_EQ(Occurrences(file, "SUMMARY:Cut me"), 1);
     EXPECT_EQ(Occurrences(file, "DTSTART:20320322T090000"), 1) << "moved";
     EXPECT_EQ(Occurrences(file, "DTSTART:20320302T090000"), 0) << "gone from its day";
+}
+
+// Runs `act` (which opens a dialog: the form, the confirmation, a message) and `answer` inside
+// that dialog; false when no dialog opened.
+static bool Answer(const std::function<void()> &act, const std::function<void(HWND)> &answer)
+{
+    bool opened = false;
+    RunScripted(
+        [&] {
+            act();
+            return (INT_PTR)0;
+        },
+        [&](HWND dlg) {
+            opened = true;
+            answer(dlg);
+        });
+    return opened;
+}
+
+static std::wstring MessageText(HWND box)
+{
+    WCHAR text[128] = L"";
+    GetDlgItemTextW(box, 0xFFFF, text, 128);
+    return text;
+}
+
+// New from the menu opens the calendar's form on the shown day; what is typed there is saved
+// and listed at once. Closed without a change, it adds nothing.
+TEST_F(DayMenu, NewAppointmentOnTheShownDay)
+{
+    RunDayView(kNewDay, [&](HWND, HWND list) {
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, EmptySpace(list), IDM_NEWITEM); },
+                           [](HWND form) {
+                               EXPECT_EQ(GetFocus(), GetDlgItem(form, IDC_FORM_SUBJECT))
+                                   << "the subject is ready for typing";
+                               Type(GetFocus(), L"Planning");
+                               Key(GetFocus(), VK_RETURN);
+                           }));
+        ASSERT_EQ(RowCount(list), 1) << "the list shows the new appointment: "
+                                     << testing::PrintToString(CellText(list, 0, DAY_COL_SUBJECT)) << " "
+                                     << testing::PrintToString(CellText(list, 1, DAY_COL_SUBJECT));
+        EXPECT_EQ(CellText(list, 0, DAY_COL_SUBJECT), L"Planning");
+        std::string before = StoreFile();
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, EmptySpace(list), IDM_NEWITEM); },
+                           [](HWND) { Key(GetFocus(), VK_ESCAPE); }));
+        EXPECT_EQ(RowCount(list), 1) << testing::PrintToString(CellText(list, 0, DAY_COL_SUBJECT)) << " "
+                                     << testing::PrintToString(CellText(list, 1, DAY_COL_SUBJECT));
+        EXPECT_EQ(StoreFile(), before) << "closed without a change: nothing added";
+    });
+    std::string file = StoreFile();
+    EXPECT_EQ(Occurrences(file, "SUMMARY:Planning"), 1);
+    EXPECT_EQ(Occurrences(file, "DTSTART:20320315T"), 1) << "on the day shown";
+    EXPECT_EQ(g_app.editItem, 0);
+}
+
+// A double tap and the menu's Edit open the appointment in the form; the change is saved and
+// listed, and the month is marked to be drawn again.
+TEST_F(DayMenu, DoubleTapAndEditOpenTheAppointment)
+{
+    RunDayView(kEditDay, [&](HWND, HWND list) {
+        POINT at = RowMiddle(list, 0);
+        EXPECT_TRUE(Answer([&] { DoubleTap(list, at.x, at.y); },
+                           [](HWND form) {
+                               WCHAR subject[32] = L"";
+                               GetDlgItemTextW(form, IDC_FORM_SUBJECT, subject, 32);
+                               EXPECT_STREQ(subject, L"Edit me");
+                               SetDlgItemTextW(form, IDC_FORM_SUBJECT, L"Edited once");
+                               Key(GetFocus(), VK_RETURN);
+                           }));
+        EXPECT_EQ(g_app.dayViewDirty, 1);
+        EXPECT_EQ(CellText(list, 0, DAY_COL_SUBJECT), L"Edited once");
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_EDIT); },
+                           [](HWND form) {
+                               SetDlgItemTextW(form, IDC_FORM_SUBJECT, L"Edited twice");
+                               Key(GetFocus(), VK_RETURN);
+                           }));
+        EXPECT_EQ(CellText(list, 0, DAY_COL_SUBJECT), L"Edited twice");
+    });
+    EXPECT_EQ(Occurrences(StoreFile(), "SUMMARY:Edited twice"), 1);
+    EXPECT_EQ(g_app.editItem, 0);
+}
+
+// Delete asks first: Cancel keeps the appointment, OK deletes it; on a series the one day's
+// occurrence goes (an exception date) and the rest stays.
+TEST_F(DayMenu, DeleteThroughTheConfirmation)
+{
+    RunDayView(kDeleteDay, [&](HWND, HWND list) {
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_DELETE); },
+                           [](HWND confirm) { Click(confirm, 1001); }));
+        EXPECT_EQ(RowCount(list), 1) << "Cancel deletes nothing";
+        EXPECT_EQ(CellText(list, 0, DAY_COL_SUBJECT), L"Delete me");
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_DELETE); },
+                           [](HWND confirm) { Click(confirm, 1000); }));
+        ASSERT_EQ(RowCount(list), 1);
+        EXPECT_EQ(DayRowItem(list, 0), NO_APPOINTMENTS_ITEM) << "the list is filled again";
+    });
+    EXPECT_EQ(Occurrences(StoreFile(), "SUMMARY:Delete me"), 0);
+    RunDayView(kStandupDay, [&](HWND, HWND list) {
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_DELETE); },
+                           [](HWND confirm) { Click(confirm, 1054); }));
+        EXPECT_EQ(DayRowItem(list, 0), NO_APPOINTMENTS_ITEM);
+    });
+    std::string file = StoreFile();
+    EXPECT_EQ(Occurrences(file, "SUMMARY:Standup"), 1) << "the series stays";
+    EXPECT_EQ(Occurrences(file, "EXDATE:20320309T100000"), 1) << "without its second day";
+}
+
+// Beam sends the selected appointment to the outbox; with nothing selected it cannot, and says
+// so. Last: the failure lets the store's application object go, and the test opens the store
+// again.
+TEST_F(DayMenu, Beam)
+{
+    WCHAR appData[MAX_PATH] = L"";
+    GetEnvironmentVariableW(L"APPDATA", appData, MAX_PATH);
+    std::wstring outbox = std::wstring(appData) + L"\\Lanternfields\\Outbox\\*.ics";
+    auto beamed = [&] {
+        int n = 0;
+        WIN32_FIND_DATAW fd;
+        HANDLE h = FindFirstFileW(outbox.c_str(), &fd);
+        if (h != INVALID_HANDLE_VALUE) {
+            do
+                n++;
+            while (FindNextFileW(h, &fd));
+            FindClose(h);
+        }
+        return n;
+    };
+    int before = beamed();
+    RunDayView(kTwoDay, [&](HWND, HWND list) {
+        EXPECT_FALSE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_BEAM); }, [](HWND box) {
+            ADD_FAILURE() << "unexpected message: " << testing::PrintToString(MessageText(box));
+            EndDialog(box, IDOK);
+        }));
+        EXPECT_EQ(beamed(), before + 1) << "one file in the outbox";
+        std::wstring message;
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, EmptySpace(list), IDM_BEAM); }, [&](HWND box) {
+            if (message.empty())
+                message = MessageText(box);
+            EndDialog(box, IDOK);
+        }));
+        EXPECT_EQ(message, L"Could not beam appointment") << "nothing selected";
+    });
+    EXPECT_EQ(beamed(), before + 1);
+    EnterCriticalSection(&g_app.renderLock);
+    CloseStore();
+    LeaveCriticalSection(&g_app.renderLock);
+    EXPECT_EQ(OpenStore(g_app.hwndMain), 1);
 }
