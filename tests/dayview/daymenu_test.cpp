@@ -4,6 +4,7 @@
 #include "daystore.h"
 #include "support/apphost.h"
 #include "support/drive.h"
+#include "support/errorboxes.h"
 #include "common/appstate.h"
 #include "common/com.h"
 #include "poom/form/formids.h"
@@ -26,6 +27,7 @@ static const Day kEmpty3 = {3, 22, 2032};
 static const Day kNewDay = {3, 15, 2032};
 static const Day kEditDay = {3, 4, 2032};
 static const Day kDeleteDay = {3, 5, 2032};
+static const Day kLocatedDay = {3, 6, 2032};
 static const Day kStandupDay = {3, 9, 2032}; // the second of five
 
 static std::string MenuStore()
@@ -36,6 +38,8 @@ static std::string MenuStore()
            Event("second", "20320303T110000", "20320303T120000", "SUMMARY:Second\r\n") +
            Event("editme", "20320304T090000", "20320304T100000", "SUMMARY:Edit me\r\n") +
            Event("deleteme", "20320305T090000", "20320305T100000", "SUMMARY:Delete me\r\n") +
+           Event("located", "20320306T090000", "20320306T100000",
+                 "SUMMARY:Located\r\nLOCATION:Room 4\r\n") +
            Event("standup", "20320308T100000", "20320308T101500",
                  "SUMMARY:Standup\r\nRRULE:FREQ=DAILY;COUNT=5\r\n");
 }
@@ -281,6 +285,67 @@ TEST_F(DayMenu, DoubleTapAndEditOpenTheAppointment)
     });
     EXPECT_EQ(Occurrences(StoreFile(), "SUMMARY:Edited twice"), 1);
     EXPECT_EQ(g_app.editItem, 0);
+}
+
+// The menu bar's New in the month view: the form opens on the day last shown, and the month is
+// drawn again with what was saved. A failed edit says so, and leaves the next New to make a
+// new appointment.
+TEST_F(DayMenu, MenuBarNewAndAFailedEdit)
+{
+    g_app.shownMonth = kEmpty2.month;
+    g_app.shownDay = 23;
+    g_app.shownYear = kEmpty2.year;
+    WaitForPass();
+    long passes = g_app.renderPasses;
+    EXPECT_TRUE(Answer([&] { SendMessageW(g_app.hwndMain, WM_COMMAND, IDM_NEW, 0); },
+                       [](HWND form) {
+                           Type(GetDlgItem(form, IDC_FORM_SUBJECT), L"From the menu bar");
+                           Key(GetFocus(), VK_RETURN);
+                       }));
+    EXPECT_GT(g_app.renderPasses, passes) << "the month is drawn again";
+    std::string file = StoreFile();
+    EXPECT_EQ(Occurrences(file, "SUMMARY:From the menu bar"), 1);
+    EXPECT_EQ(Occurrences(file, "DTSTART:20320323T"), 1);
+
+    g_app.editItem = 0x7FFFFFF0; // no such appointment
+    {
+        ErrorBoxes boxes;
+        SendMessageW(g_app.hwndMain, WM_COMMAND, IDM_NEW, 0);
+        Pump(200);
+        std::vector<std::wstring> texts = boxes.Texts();
+        ASSERT_FALSE(texts.empty());
+        EXPECT_EQ(texts.back(), L"Error in editing appointment!");
+    }
+    EXPECT_EQ(g_app.editItem, 0) << "the next New makes a new appointment";
+    if (!g_app.outlookApp) {
+        EnterCriticalSection(&g_app.renderLock);
+        CloseStore();
+        LeaveCriticalSection(&g_app.renderLock);
+        EXPECT_EQ(OpenStore(g_app.hwndMain), 1);
+    }
+}
+
+// With the location shown an appointment takes two rows: a hold on its second selects both,
+// and Edit opens that appointment.
+TEST_F(DayMenu, EditFromAnAppointmentsSecondRow)
+{
+    g_app.settings.showlocation = 1;
+    RunDayView(kLocatedDay, [&](HWND, HWND list) {
+        ASSERT_EQ(RowCount(list), 2) << "the subject, then the location";
+        HoldAndChoose(list, RowMiddle(list, 1), 0);
+        EXPECT_EQ(SendMessageW(list, LVM_GETSELECTEDCOUNT, 0, 0), 2) << "both rows selected";
+        EXPECT_EQ(g_app.selectedRow, 0) << "the commands act on its first row";
+        std::wstring subject;
+        EXPECT_TRUE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 1), IDM_EDIT); },
+                           [&](HWND form) {
+                               WCHAR text[32] = L"";
+                               GetDlgItemTextW(form, IDC_FORM_SUBJECT, text, 32);
+                               subject = text;
+                               Key(GetFocus(), VK_ESCAPE);
+                           }));
+        EXPECT_EQ(subject, L"Located");
+    });
+    g_app.settings.showlocation = 0;
 }
 
 // Delete asks first: Cancel keeps the appointment, OK deletes it; on a series the one day's
