@@ -138,6 +138,8 @@ struct AppState {
     int selectedRow;          // -1: none, something to paste; -2: none, nothing to paste
     POINT lastTapPoint;       // the last stylus-down in the list, in its client pixels
     long copiedItem, cutItem; // the day list's clipboard; at most one is non-zero
+    int clipMonth, clipDay, clipYear; // the day shown when it was copied or cut
+    long editItem; // the appointment the next New command edits; 0: a new one
 
     // Go-to-date popup (dayview/gotodate.cpp).
     GoToDatePopup goToDate; // while the go-to-date popup is open

@@ -5,11 +5,13 @@
 // never runs.
 #include "daygestures.h"
 #include "daylist.h"
+#include "daymenu.h"
 #include "notes.h"
 #include "common/appstate.h"
 #include "common/cursor.h"
 #include "common/messages.h"
 #include "calendar/dates.h"
+#include "resource.h"
 
 #include <commctrl.h>
 #include <windowsx.h>
@@ -138,18 +140,33 @@ static LRESULT DayListStylusUp(HWND list, UINT, WPARAM, LPARAM)
     return 1;
 }
 
-// A double tap arrives as a tap, then this in place of the second tap's stylus-down: until an
-// appointment can be edited from the list, it selects as a tap does.
-static LRESULT DayListDoubleTap(HWND list, UINT msg, WPARAM wp, LPARAM lp)
+// A double tap arrives as a tap, then this in place of the second tap's stylus-down: it opens
+// the appointment in the form, and marks the day view changed so the month is drawn again
+// when it closes.
+static LRESULT DayListDoubleTap(HWND list, UINT, WPARAM, LPARAM lp)
 {
-    return DayListStylusDown(list, msg, wp, lp);
+    HWND dlg = GetParent(list);
+    LVHITTESTINFO hit = {};
+    hit.pt = {GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
+    int row = (int)SendMessageW(list, LVM_HITTEST, 0, (LPARAM)&hit);
+    if (row < 0 || (row == 0 && DayRowItem(list, 0) == NO_APPOINTMENTS_ITEM))
+        return 0;
+    g_app.selectedRow = SelectAppointment(list, row);
+    g_app.editItem = (long)DayRowItem(list, row);
+    SendMessageW(GetParent(dlg), WM_COMMAND, IDM_NEW, 0);
+    SendMessageW(dlg, WM_DAYVIEW_EDITED, 0, 0);
+    return 0;
 }
 
-// It fires once. In a plain tap the stylus is lifted first and the timer killed; a hold, with
-// the stylus still down when it fires, is where the list's context menu opens.
+// It fires once. In a plain tap the stylus is lifted first and the timer killed; a stylus
+// still down when it fires is a hold, and the list's context menu opens where it went down.
 void DayListHoldTimer(HWND dlg)
 {
+    POINT at = g_app.lastTapPoint;
     KillTimer(dlg, TIMER_DAYLIST_HOLD);
+    if ((GetAsyncKeyState(VK_LBUTTON) & 0xFFFF) < 2)
+        return;
+    ShowDayListMenu(dlg, at);
 }
 
 struct ListEntry {

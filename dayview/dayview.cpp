@@ -4,6 +4,7 @@
 // it too.
 #include "dayview.h"
 #include "daygestures.h"
+#include "daymenu.h"
 #include "daylist.h"
 #include "gotodate.h"
 #include "common/appstate.h"
@@ -499,6 +500,7 @@ static const DialogEntry kDayView[] = {
     {WM_LBUTTONUP, DayViewTapUp},
     {WM_NOTIFY, DialogNotify<DayViewNotify>},
     {WM_TIMER, DayViewTimer},
+    {WM_COMMAND, DialogCommand<DayViewCommand>},
     {WM_DAYVIEW_EDITED, DayViewEdited},
     {WM_DESTROY, DayViewDestroy},
 };

@@ -30,6 +30,9 @@ BOOL SHCreateMenuBar(SHMENUBARINFO *info);
 // The popup menu dropped by the menu-bar button with that command id.
 HMENU MenuBarSubMenu(HWND hwndMB, UINT command);
 
+// The input panel: the desktop has none, so showing or hiding it does nothing and succeeds.
+const DWORD SIPF_OFF = 0x00000000;
+const DWORD SIPF_ON = 0x00000001;
 BOOL SipShowIM(DWORD flags);
 
 struct SHINITDLGINFO {

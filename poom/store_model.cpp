@@ -141,6 +141,57 @@ void Store::AssignOids() {
     }
 }
 
+bool Store::ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text,
+                           std::string& error) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (!ical_) {
+        error = "no store open";
+        return false;
+    }
+    auto withLineEnd = [](std::string bytes) {
+        if (!bytes.empty() && bytes.back() != '\n') bytes += "\r\n";
+        return bytes;
+    };
+    std::string events;
+    std::vector<int> zones;  // in the order the events first use them
+    auto noteZone = [&](const lfical::Time& t) {
+        if (t.kind == lfical::TimeKind::Zoned && t.zone >= 0 &&
+            std::find(zones.begin(), zones.end(), t.zone) == zones.end())
+            zones.push_back(t.zone);
+    };
+    for (std::uint32_t oid : oids) {
+        lfical::EventId series = Find(oid);
+        if (series == lfical::kNoEvent) {
+            error = "appointment " + std::to_string(oid) + " is no longer in the store";
+            return false;
+        }
+        std::vector<lfical::EventId> parts{series};
+        for (lfical::EventId o : ical_->overridesOf(series)) parts.push_back(o);
+        for (lfical::EventId id : parts) {
+            lfical::EventInfo info = ical_->info(id);
+            noteZone(info.start);
+            noteZone(info.end);
+            if (info.hasRecurrenceId) noteZone(info.recurrenceId);
+            for (const auto& t : info.rdates) noteZone(t);
+            for (const auto& t : info.exdates) noteZone(t);
+            events += withLineEnd(ical_->bytes(id));
+        }
+    }
+    text = "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//Calendar server//EN\r\n"
+           "METHOD:PUBLISH\r\n";
+    // A zone known only from the built-in zone table has no definition to send; its IANA name
+    // in the events' TZID reaches the receiver, whose table knows it too.
+    std::set<std::string> named;
+    for (int z : zones) {
+        const lfical::Zone& zone = ical_->zone(z);
+        if (zone.vtimezone.empty() || !named.insert(zone.name).second) continue;
+        text += withLineEnd(zone.vtimezone);
+    }
+    text += events;
+    text += "END:VCALENDAR\r\n";
+    return true;
+}
+
 lfical::EventId Store::Find(std::uint32_t oid) const {
     if (!ical_) return lfical::kNoEvent;
     auto it = oidToUid_.find(oid);

@@ -113,6 +113,12 @@ public:
     bool DeleteItem(std::uint32_t oid, std::string& error);
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
+    // One calendar holding the given appointments, each series with its changed occurrences,
+    // in their own bytes (so nothing the server does not understand is lost), after the
+    // definitions of the zones they use: what is handed to another calendar when they are
+    // beamed. False, with the reason, when one of them is no longer in the store.
+    bool ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text, std::string& error) const;
+
     size_t Count() const;
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.

@@ -18,7 +18,8 @@ set(LF_BITMAP_NAMES
     yearnext
     badge
     notes
-    popuptitle)
+    popuptitle
+    delete)
 
 set(LF_BITMAP_DIR ${CMAKE_BINARY_DIR}/bitmaps)
 get_filename_component(LF_MKBMP ${CMAKE_CURRENT_LIST_DIR}/../scripts/mkbmp.py ABSOLUTE)

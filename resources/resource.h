@@ -18,6 +18,16 @@
 #define IDM_TOGGLEYEAR      40026
 #define IDM_SEPARATOR       1007  // the separator before the toggle button
 
+// The day list's context menu, a stylus held on the list.
+#define IDM_DAYLIST         111
+#define IDM_COPY            40015
+#define IDM_DELETE          40017
+#define IDM_CUT             40018
+#define IDM_EDIT            40019
+#define IDM_PASTE           40020
+#define IDM_NEWITEM         40021
+#define IDM_BEAM            40027
+
 // Bitmaps.
 #define IDB_BACKGROUND      105   // 240 x 20, behind the month strip
 #define IDB_DAYHEADER       106   // 232 x 18, the day view's header strip
@@ -28,12 +38,14 @@
 #define IDB_YEARPREV        128
 #define IDB_BADGE           130   // 5 x 5 year view badge
 #define IDB_NOTES           131   // 9 x 8 notes marker of the day list
+#define IDB_DELETE          122   // 24 x 24 waste bin of the delete confirmation
 
 // Dialogs.
 #define IDD_DAYVIEW         106
 #define IDD_NOTES           108
 #define IDD_GOTODATE        123
 #define IDD_DAYPOPUP        124
+#define IDD_DELETE          122
 
 // Controls of the day view and its notes popup.
 #define IDC_DAYLIST         222   // the day list, made by the day view's code
@@ -46,3 +58,13 @@
 // Controls and commands of the day popup.
 #define IDC_POPUPLIST       1029
 #define IDM_POPUPCLOSE      1000
+
+// Controls of the delete confirmation. The first two buttons are the layout of a single
+// appointment, the last three that of a series.
+#define IDC_DELETEOK        1000
+#define IDC_DELETECANCEL    1001
+#define IDC_DELETESUBJECT   1052  // the appointment's subject
+#define IDC_DELETEQUESTION  1053
+#define IDC_DELETEONE       1054  // only the selected day's occurrence
+#define IDC_DELETESERIES    1055  // the whole series
+#define IDC_DELETESERIESCANCEL 1029

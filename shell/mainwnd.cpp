@@ -4,6 +4,7 @@
 #include "shell.h"
 #include "render.h"
 #include "input.h"
+#include "appointment/newedit.h"
 #include "common/appstate.h"
 #include "common/cursor.h"
 #include "store/store.h"
@@ -258,7 +259,13 @@ static LRESULT CmdToggleYear(HWND hwnd, WORD, LPARAM, WORD)
     return ToggleYearView(hwnd);
 }
 
+static LRESULT CmdNew(HWND hwnd, WORD, LPARAM, WORD)
+{
+    return OnNewOrEdit(hwnd);
+}
+
 const CommandEntry kMainCommands[] = {
+    {IDM_NEW, CmdNew},
     {IDM_EXIT, CmdExit},
     {IDM_TOGGLEYEAR, CmdToggleYear},
 };

@@ -369,3 +369,29 @@ int GetItemNotes(long oid, std::wstring *notes)
     FreeStoreString(body);
     return 1;
 }
+
+// A series goes as a whole, with its changed and deleted occurrences: the infrared folder takes
+// the series of an occurrence. An item the store no longer gives is handled as the other
+// failed fetches are, by dropping the connection.
+int BeamItem(long oid)
+{
+    if (!g_app.outlookApp)
+        return 0;
+    ComPtr<IDispatch> item;
+    if (FAILED(g_app.outlookApp->GetItemFromOid(oid, &item)) || !item) {
+        DropStoreApp();
+        return 0;
+    }
+    ComPtr<IFolder> folder;
+    if (FAILED(g_app.outlookApp->GetDefaultFolder(olFolderInfrared, &folder)) || !folder)
+        return 0;
+    WaitCursorOn();
+    int sent = SUCCEEDED(folder->AddItemToInfraredFolder(olAppointmentItem, item.get())) &&
+                       SUCCEEDED(folder->SendToInfrared())
+                   ? 1
+                   : 0;
+    WaitCursorOff();
+    folder.Reset();
+    item.Reset();
+    return sent;
+}

@@ -98,3 +98,5 @@ int OpenItemForEdit(long oid);
 // the target day; `mode` 1 (cut) then deletes the source.
 void CopyItemToDay(long oid, int mode, int targetMonth, int targetDay, int targetYear, int sourceMonth,
                    int sourceDay, int sourceYear);
+// Hands the appointment to the infrared transfer: 1 when it went, 0 otherwise.
+int BeamItem(long oid);

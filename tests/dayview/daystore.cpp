@@ -18,8 +18,8 @@ const Day kHugeNotesDay = {3, 17, 2031};
 const Day kEmptyDay = {3, 20, 2031};
 const Day kPastDay = {12, 30, 2004};
 
-static std::string Event(const std::string &uid, const std::string &start, const std::string &end,
-                         const std::string &extra = "")
+std::string Event(const std::string &uid, const std::string &start, const std::string &end,
+                  const std::string &extra)
 {
     bool allDay = start.find('T') == std::string::npos;
     std::string value = allDay ? ";VALUE=DATE:" : ":";
@@ -115,11 +115,16 @@ void ResetDaySettings()
 
 StartedWith g_startedWith;
 
-HWND StartOnDayStore()
+std::wstring g_dayStorePath;
+
+HWND StartOnDayStore(const std::string &events)
 {
     static bool made;
     if (!made) {
-        UseTempStore(StoreText());
+        g_dayStorePath = UseTempStore(events.empty() ? StoreText()
+                                                     : "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//"
+                                                       "Lanternfields//day view tests//EN\r\n" +
+                                                           events + "END:VCALENDAR\r\n");
         made = true;
     }
     bool starting = !g_app.hwndMain;

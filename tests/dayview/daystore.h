@@ -24,8 +24,14 @@ const int CROWD = 500;
 const int HUGE_NOTES = 100000;
 const int LONG_TEXT = 2000;
 
-// Starts the program once on that store, with the day view's settings at their defaults.
-HWND StartOnDayStore();
+// Starts the program once on that store (or on a calendar of the given events), with the day
+// view's settings at their defaults.
+HWND StartOnDayStore(const std::string &events = std::string());
+// Where the store lies.
+extern std::wstring g_dayStorePath;
+// One VEVENT; a start without a time makes it all-day.
+std::string Event(const std::string &uid, const std::string &start, const std::string &end,
+                  const std::string &extra = "");
 // The day list's selection and clipboard as start-up left them.
 struct StartedWith {
     int selectedRow;

@@ -467,3 +467,53 @@ TEST(Store, DirectoryStoreWithOneBadFileServesTheRest) {
     Store none(lfical::Zone::utc());
     EXPECT_FALSE(none.Open(vdir.string(), false, error, true));
 }
+
+// What the infrared folder sends: the series with its override and the one zone it uses, in
+// its own bytes, readable as a calendar of its own that gives the same occurrences.
+TEST(Store, ExportCarriesASeriesWholeWithItsZone) {
+    const std::string zone =
+        "BEGIN:VTIMEZONE\r\nTZID:Test/Plus2\r\nBEGIN:STANDARD\r\nTZOFFSETFROM:+0200\r\nTZOFFSETTO:+0200\r\n"
+        "DTSTART:19700101T000000\r\nEND:STANDARD\r\nEND:VTIMEZONE\r\n";
+    const std::string unused =
+        "BEGIN:VTIMEZONE\r\nTZID:Test/Minus5\r\nBEGIN:STANDARD\r\nTZOFFSETFROM:-0500\r\nTZOFFSETTO:-0500\r\n"
+        "DTSTART:19700101T000000\r\nEND:STANDARD\r\nEND:VTIMEZONE\r\n";
+    const std::string series =
+        "BEGIN:VEVENT\r\nUID:s-1\r\nDTSTAMP:20300101T000000Z\r\nDTSTART;TZID=Test/Plus2:20300105T100000\r\n"
+        "DTEND;TZID=Test/Plus2:20300105T110000\r\nRRULE:FREQ=DAILY;COUNT=5\r\nSUMMARY:Daily\r\n"
+        "X-KEPT:as written\r\nEND:VEVENT\r\n";
+    const std::string moved =
+        "BEGIN:VEVENT\r\nUID:s-1\r\nDTSTAMP:20300101T000000Z\r\nRECURRENCE-ID;TZID=Test/Plus2:20300107T100000\r\n"
+        "DTSTART;TZID=Test/Plus2:20300107T160000\r\nDTEND;TZID=Test/Plus2:20300107T170000\r\n"
+        "SUMMARY:Daily (later)\r\nEND:VEVENT\r\n";
+    const std::string other =
+        "BEGIN:VEVENT\r\nUID:o-1\r\nDTSTAMP:20300101T000000Z\r\nDTSTART;TZID=Test/Minus5:20300105T100000\r\n"
+        "DTEND;TZID=Test/Minus5:20300105T110000\r\nSUMMARY:Other\r\nEND:VEVENT\r\n";
+    TempDir dir;
+    WriteFile(dir / "cal.ics", "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//t//EN\r\n" + zone + unused + series +
+                                   moved + other + "END:VCALENDAR\r\n");
+    Store store(lfical::Zone::utc());
+    std::string error, text;
+    ASSERT_TRUE(store.Open((dir / "cal.ics").string(), false, error)) << error;
+    std::uint32_t oid = lfical::oidForUid("s-1");
+    ASSERT_TRUE(store.ExportCalendar({oid}, text, error)) << error;
+    EXPECT_EQ(text, "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//Calendar server//EN\r\n"
+                    "METHOD:PUBLISH\r\n" + zone + series + moved + "END:VCALENDAR\r\n");
+
+    lfical::Store sent;
+    std::vector<lfical::Problem> problems;
+    ASSERT_TRUE(sent.loadText(text, "sent", &problems));
+    EXPECT_TRUE(problems.empty());
+    auto starts = [](const lfical::Store& s) {
+        std::vector<int64_t> out;
+        for (const auto& o : s.query(lfical::Zone::utc(), 0, INT64_C(4102444800), lfical::Range::HalfOpen))
+            if (s.uid(o.series) == "s-1") out.push_back(o.start);
+        return out;
+    };
+    lfical::Store kept;
+    ASSERT_TRUE(kept.load((dir / "cal.ics").string(), &problems));
+    EXPECT_EQ(starts(sent), starts(kept));
+    EXPECT_EQ(starts(sent).size(), 5u);
+
+    EXPECT_FALSE(store.ExportCalendar({oid, 12345u}, text, error));
+    EXPECT_NE(error.find("12345"), std::string::npos) << error;
+}

@@ -25,6 +25,7 @@ SIZES = [
     ("badge",      5,  5,  4),
     ("dayheader",  232, 18, 8),
     ("popuptitle", 32, 14, 4),
+    ("delete",     24, 24, 4),
 ]
 
 ICON_COUNT = 39

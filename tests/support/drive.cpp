@@ -289,6 +289,9 @@ static void CALLBACK MenuTick(HWND, UINT, UINT_PTR, DWORD)
     int target = -1;
     if (!g_menuSeen.opened) {
         g_menuSeen.opened = true;
+        RECT rc;
+        GetWindowRect(menuWnd, &rc);
+        g_menuSeen.at = {rc.left, rc.top};
         for (int i = 0; i < count; i++) {
             UINT state = GetMenuState(menu, i, MF_BYPOSITION);
             if (!(state & MF_SEPARATOR))

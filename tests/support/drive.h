@@ -58,6 +58,7 @@ struct MenuItemSeen {
 };
 struct MenuSeen {
     bool opened;
+    POINT at;                        // its top-left corner on the screen
     std::vector<MenuItemSeen> items; // separators left out
     bool Has(UINT id) const;
     bool Greyed(UINT id) const;

@@ -1,0 +1,93 @@
+// A watch over the program's "Error" message boxes for a test, from a thread of its own so
+// that a box shown deep inside a flow is answered wherever it comes.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+// Watches for the program's "Error" boxes, notes their text and owner and
+// presses OK, so a failure shown during start-up does not stop the test.
+class ErrorBoxes {
+public:
+    struct Box {
+        std::wstring text;
+        HWND owner;
+    };
+    ErrorBoxes() { thread_ = CreateThread(nullptr, 0, Watch, this, 0, nullptr); }
+    ~ErrorBoxes()
+    {
+        stop_ = true;
+        WaitForSingleObject(thread_, 5000);
+        CloseHandle(thread_);
+    }
+    std::vector<Box> Seen()
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        return seen_;
+    }
+    std::vector<std::wstring> Texts()
+    {
+        std::vector<std::wstring> out;
+        for (const Box &b : Seen())
+            out.push_back(b.text);
+        return out;
+    }
+    void Clear()
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        seen_.clear();
+    }
+
+private:
+    static DWORD WINAPI Watch(void *self)
+    {
+        auto *me = static_cast<ErrorBoxes *>(self);
+        while (!me->stop_) {
+            EnumWindows(Found, (LPARAM)me);
+            Sleep(20);
+        }
+        return 0;
+    }
+    static BOOL CALLBACK LongestStatic(HWND child, LPARAM out)
+    {
+        WCHAR cls[32], text[512];
+        GetClassNameW(child, cls, 32);
+        GetWindowTextW(child, text, 512);
+        auto *best = reinterpret_cast<std::wstring *>(out);
+        if (!lstrcmpiW(cls, L"Static") && wcslen(text) > best->size())
+            *best = text;
+        return TRUE;
+    }
+    static BOOL CALLBACK Found(HWND h, LPARAM self)
+    {
+        auto *me = reinterpret_cast<ErrorBoxes *>(self);
+        DWORD pid = 0;
+        GetWindowThreadProcessId(h, &pid);
+        WCHAR cls[32], caption[64];
+        GetClassNameW(h, cls, 32);
+        GetWindowTextW(h, caption, 64);
+        if (pid != GetCurrentProcessId() || lstrcmpW(cls, L"#32770") || lstrcmpW(caption, L"Error") ||
+            !IsWindowVisible(h) || me->handled_.count(h))
+            return TRUE;
+        Box box;
+        EnumChildWindows(h, LongestStatic, (LPARAM)&box.text);
+        box.owner = GetWindow(h, GW_OWNER);
+        me->handled_.insert(h);
+        {
+            std::lock_guard<std::mutex> lock(me->mu_);
+            me->seen_.push_back(box);
+        }
+        PostMessageW(h, WM_COMMAND, IDOK, 0);
+        return TRUE;
+    }
+    HANDLE thread_;
+    std::atomic<bool> stop_{false};
+    std::mutex mu_;
+    std::vector<Box> seen_;
+    std::set<HWND> handled_;
+};
