@@ -13,6 +13,7 @@
 #include "resource.h"
 
 #include <commctrl.h>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -371,6 +372,31 @@ TEST_F(DayMenu, DeleteThroughTheConfirmation)
     std::string file = StoreFile();
     EXPECT_EQ(Occurrences(file, "SUMMARY:Standup"), 1) << "the series stays";
     EXPECT_EQ(Occurrences(file, "EXDATE:20320309T100000"), 1) << "without its second day";
+}
+
+// The menu over the day view, for looking at: written only when LF_SHOTS names a folder.
+static HWND g_shotDialog;
+static void CALLBACK ShootMenu(HWND, UINT, UINT_PTR timer, DWORD)
+{
+    HWND menu = FindWindowW(L"#32768", nullptr);
+    if (!menu || !IsWindowVisible(menu))
+        return;
+    KillTimer(nullptr, timer);
+    EXPECT_TRUE(SaveScreenShot({g_shotDialog, menu}, ShotPath("daymenu")));
+    PostMessageW(menu, WM_KEYDOWN, VK_ESCAPE, 0);
+}
+
+TEST_F(DayMenu, Screenshot)
+{
+    if (!getenv("LF_SHOTS"))
+        GTEST_SKIP() << "LF_SHOTS names no folder";
+    RunDayView(kTwoDay, [&](HWND dlg, HWND list) {
+        HoldAndChoose(list, RowMiddle(list, 0), IDM_COPY);
+        g_shotDialog = dlg;
+        SetTimer(nullptr, 0, 50, ShootMenu);
+        POINT at = RowMiddle(list, 1);
+        Hold(list, at.x, at.y, 1500);
+    });
 }
 
 // Beam sends the selected appointment to the outbox; with nothing selected it cannot, and says

@@ -7,6 +7,7 @@
 
 #include <commctrl.h>
 #include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 const Day kBusyDay = {3, 10, 2031};
@@ -237,4 +238,13 @@ bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &pat
     DeleteDC(mem);
     ReleaseDC(nullptr, screen);
     return ok;
+}
+
+std::wstring ShotPath(const char *what)
+{
+    const char *dir = getenv("LF_SHOTS");
+    const char *locale = getenv("LC_ALL");
+    std::string name = std::string(dir) + "\\" + what + "-" +
+                       std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
+    return std::wstring(name.begin(), name.end());
 }

@@ -57,3 +57,5 @@ bool TwelveHourClock();
 
 // The screen where the windows lie (the smallest rectangle holding them all), as a .bmp.
 bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &path);
+// Where a screenshot named `what` goes: the folder LF_SHOTS names, the locale in its name.
+std::wstring ShotPath(const char *what);
