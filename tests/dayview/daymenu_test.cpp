@@ -13,6 +13,7 @@
 #include "resource.h"
 
 #include <commctrl.h>
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -56,12 +57,33 @@ protected:
     void TearDown() override { ResetDaySettings(); }
 };
 
-static std::string StoreFile()
+static std::string ReadBytes(const std::wstring &path)
 {
-    std::ifstream f(g_dayStorePath.c_str(), std::ios::binary);
+    std::ifstream f(path.c_str(), std::ios::binary);
     std::stringstream s;
     s << f.rdbuf();
     return s.str();
+}
+
+// The store's text: its file, or every calendar file of a directory store in name order.
+static std::string StoreFile()
+{
+    if (!DirectoryStore())
+        return ReadBytes(g_dayStorePath);
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW((g_dayStorePath + L"\\*.ics").c_str(), &fd);
+    if (h != INVALID_HANDLE_VALUE) {
+        do
+            names.push_back(fd.cFileName);
+        while (FindNextFileW(h, &fd));
+        FindClose(h);
+    }
+    std::sort(names.begin(), names.end());
+    std::string all;
+    for (const std::wstring &n : names)
+        all += ReadBytes(g_dayStorePath + L"\\" + n);
+    return all;
 }
 
 static int Occurrences(const std::string &text, const std::string &what)
@@ -303,6 +325,7 @@ TEST_F(DayMenu, MenuBarNewAndAFailedEdit)
                            Type(GetDlgItem(form, IDC_FORM_SUBJECT), L"From the menu bar");
                            Key(GetFocus(), VK_RETURN);
                        }));
+    WaitForPass();
     EXPECT_GT(g_app.renderPasses, passes) << "the month is drawn again";
     std::string file = StoreFile();
     EXPECT_EQ(Occurrences(file, "SUMMARY:From the menu bar"), 1);
