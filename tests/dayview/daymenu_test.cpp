@@ -13,6 +13,8 @@
 #include "resource.h"
 
 #include <commctrl.h>
+#include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -55,12 +57,33 @@ protected:
     void TearDown() override { ResetDaySettings(); }
 };
 
-static std::string StoreFile()
+static std::string ReadBytes(const std::wstring &path)
 {
-    std::ifstream f(g_dayStorePath.c_str(), std::ios::binary);
+    std::ifstream f(path.c_str(), std::ios::binary);
     std::stringstream s;
     s << f.rdbuf();
     return s.str();
+}
+
+// The store's text: its file, or every calendar file of a directory store in name order.
+static std::string StoreFile()
+{
+    if (!DirectoryStore())
+        return ReadBytes(g_dayStorePath);
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW((g_dayStorePath + L"\\*.ics").c_str(), &fd);
+    if (h != INVALID_HANDLE_VALUE) {
+        do
+            names.push_back(fd.cFileName);
+        while (FindNextFileW(h, &fd));
+        FindClose(h);
+    }
+    std::sort(names.begin(), names.end());
+    std::string all;
+    for (const std::wstring &n : names)
+        all += ReadBytes(g_dayStorePath + L"\\" + n);
+    return all;
 }
 
 static int Occurrences(const std::string &text, const std::string &what)
@@ -302,6 +325,7 @@ TEST_F(DayMenu, MenuBarNewAndAFailedEdit)
                            Type(GetDlgItem(form, IDC_FORM_SUBJECT), L"From the menu bar");
                            Key(GetFocus(), VK_RETURN);
                        }));
+    WaitForPass();
     EXPECT_GT(g_app.renderPasses, passes) << "the month is drawn again";
     std::string file = StoreFile();
     EXPECT_EQ(Occurrences(file, "SUMMARY:From the menu bar"), 1);
@@ -371,6 +395,31 @@ TEST_F(DayMenu, DeleteThroughTheConfirmation)
     std::string file = StoreFile();
     EXPECT_EQ(Occurrences(file, "SUMMARY:Standup"), 1) << "the series stays";
     EXPECT_EQ(Occurrences(file, "EXDATE:20320309T100000"), 1) << "without its second day";
+}
+
+// The menu over the day view, for looking at: written only when LF_SHOTS names a folder.
+static HWND g_shotDialog;
+static void CALLBACK ShootMenu(HWND, UINT, UINT_PTR timer, DWORD)
+{
+    HWND menu = FindWindowW(L"#32768", nullptr);
+    if (!menu || !IsWindowVisible(menu))
+        return;
+    KillTimer(nullptr, timer);
+    EXPECT_TRUE(SaveScreenShot({g_shotDialog, menu}, ShotPath("daymenu")));
+    PostMessageW(menu, WM_KEYDOWN, VK_ESCAPE, 0);
+}
+
+TEST_F(DayMenu, Screenshot)
+{
+    if (!getenv("LF_SHOTS"))
+        GTEST_SKIP() << "LF_SHOTS names no folder";
+    RunDayView(kTwoDay, [&](HWND dlg, HWND list) {
+        HoldAndChoose(list, RowMiddle(list, 0), IDM_COPY);
+        g_shotDialog = dlg;
+        SetTimer(nullptr, 0, 50, ShootMenu);
+        POINT at = RowMiddle(list, 1);
+        Hold(list, at.x, at.y, 1500);
+    });
 }
 
 // Beam sends the selected appointment to the outbox; with nothing selected it cannot, and says

@@ -7,6 +7,7 @@
 
 #include <commctrl.h>
 #include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 const Day kBusyDay = {3, 10, 2031};
@@ -117,14 +118,50 @@ StartedWith g_startedWith;
 
 std::wstring g_dayStorePath;
 
+static void WriteBytes(const std::wstring &path, const std::string &bytes)
+{
+    HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD done = 0;
+    if (f != INVALID_HANDLE_VALUE) {
+        WriteFile(f, bytes.data(), (DWORD)bytes.size(), &done, nullptr);
+        CloseHandle(f);
+    }
+}
+
+static const char kCalendarHead[] = "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//day view tests//EN\r\n";
+static const char kCalendarTail[] = "END:VCALENDAR\r\n";
+
+// A directory store as sync tools keep it: one calendar file per event, named by its UID.
+static std::wstring UseDirectoryStore(const std::string &events)
+{
+    std::wstring dir = UseTempStore("", L"calendar");
+    CreateDirectoryW(dir.c_str(), nullptr);
+    const std::string end = "END:VEVENT\r\n";
+    for (size_t at = 0, next; (next = events.find(end, at)) != std::string::npos; at = next + end.size()) {
+        std::string event = events.substr(at, next + end.size() - at);
+        size_t uid = event.find("UID:") + 4;
+        std::string name = event.substr(uid, event.find('\r', uid) - uid) + ".ics";
+        WriteBytes(dir + L"\\" + std::wstring(name.begin(), name.end()), kCalendarHead + event + kCalendarTail);
+    }
+    SetEnvironmentVariableW(L"LANTERNFIELDS_STORE", dir.c_str());
+    return dir;
+}
+
+bool DirectoryStore()
+{
+    return getenv("LF_DIRECTORY_STORE") != nullptr;
+}
+
 HWND StartOnDayStore(const std::string &events)
 {
     static bool made;
     if (!made) {
-        g_dayStorePath = UseTempStore(events.empty() ? StoreText()
-                                                     : "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//"
-                                                       "Lanternfields//day view tests//EN\r\n" +
-                                                           events + "END:VCALENDAR\r\n");
+        if (events.empty())
+            g_dayStorePath = UseTempStore(StoreText());
+        else if (DirectoryStore())
+            g_dayStorePath = UseDirectoryStore(events);
+        else
+            g_dayStorePath = UseTempStore(kCalendarHead + events + kCalendarTail);
         made = true;
     }
     bool starting = !g_app.hwndMain;
@@ -237,4 +274,13 @@ bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &pat
     DeleteDC(mem);
     ReleaseDC(nullptr, screen);
     return ok;
+}
+
+std::wstring ShotPath(const char *what)
+{
+    const char *dir = getenv("LF_SHOTS");
+    const char *locale = getenv("LC_ALL");
+    std::string name = std::string(dir) + "\\" + what + "-" +
+                       std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
+    return std::wstring(name.begin(), name.end());
 }

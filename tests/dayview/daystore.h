@@ -27,8 +27,10 @@ const int LONG_TEXT = 2000;
 // Starts the program once on that store (or on a calendar of the given events), with the day
 // view's settings at their defaults.
 HWND StartOnDayStore(const std::string &events = std::string());
-// Where the store lies.
+// Where the store lies: a file, or with LF_DIRECTORY_STORE set a folder of one file per event
+// (given events only).
 extern std::wstring g_dayStorePath;
+bool DirectoryStore();
 // One VEVENT; a start without a time makes it all-day.
 std::string Event(const std::string &uid, const std::string &start, const std::string &end,
                   const std::string &extra = "");
@@ -57,3 +59,5 @@ bool TwelveHourClock();
 
 // The screen where the windows lie (the smallest rectangle holding them all), as a .bmp.
 bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &path);
+// Where a screenshot named `what` goes: the folder LF_SHOTS names, the locale in its name.
+std::wstring ShotPath(const char *what);

@@ -10,15 +10,6 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-static std::wstring ShotPath(const char *what)
-{
-    const char *dir = getenv("LF_SHOTS");
-    const char *locale = getenv("LC_ALL");
-    std::string name = std::string(dir) + "\\" + what + "-" +
-                       std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
-    return std::wstring(name.begin(), name.end());
-}
-
 TEST(Screenshots, DayViewAndNotes)
 {
     if (!getenv("LF_SHOTS"))
