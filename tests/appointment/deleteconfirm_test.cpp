@@ -4,6 +4,7 @@
 #include "appointment/deleteconfirm.h"
 #include "store/store_support.h"
 #include "support/drive.h"
+#include "support/errorboxes.h"
 #include "resource.h"
 
 #include <cstdlib>
@@ -188,17 +189,6 @@ TEST_F(DeleteConfirm, PaintsTheBandTheBinAndTheCutSubject)
     });
 }
 
-static BOOL CALLBACK LongestText(HWND child, LPARAM out)
-{
-    WCHAR cls[32], text[512];
-    GetClassNameW(child, cls, 32);
-    GetWindowTextW(child, text, 512);
-    auto *best = reinterpret_cast<std::wstring *>(out);
-    if (!lstrcmpiW(cls, L"Static") && wcslen(text) > best->size())
-        *best = text;
-    return TRUE;
-}
-
 // An appointment the store no longer has: the dialog says so and ends with "nothing".
 TEST_F(DeleteConfirm, VanishedAppointmentSaysSoAndAnswersNothing)
 {
@@ -211,7 +201,7 @@ TEST_F(DeleteConfirm, VanishedAppointmentSaysSoAndAnswersNothing)
                                      WCHAR title[64] = L"";
                                      GetWindowTextW(box, title, 64);
                                      caption = title;
-                                     EnumChildWindows(box, LongestText, (LPARAM)&text);
+                                     text = MessageBoxText(box);
                                      boxOwner = GetWindow(box, GW_OWNER);
                                      GetClassNameW(boxOwner, ownerClass, 32);
                                      confirmShown = boxOwner && IsWindowVisible(boxOwner);
@@ -303,54 +293,6 @@ TEST_F(DeleteConfirm, NoDrawingObjectsLostOverManyOpenings)
 
 // ---- screenshots -------------------------------------------------------------------------
 
-// The dialog as the screen shows it, frame and all, written as a .bmp.
-static bool SaveWindowShot(HWND w, const std::wstring &path)
-{
-    RECT rc;
-    GetWindowRect(w, &rc);
-    int width = rc.right - rc.left, height = rc.bottom - rc.top;
-    BITMAPINFO bi = {};
-    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
-    bi.bmiHeader.biWidth = width;
-    bi.bmiHeader.biHeight = -height;
-    bi.bmiHeader.biPlanes = 1;
-    bi.bmiHeader.biBitCount = 32;
-    void *bits = nullptr;
-    HDC screen = GetDC(nullptr);
-    HDC mem = CreateCompatibleDC(screen);
-    HBITMAP bmp = CreateDIBSection(mem, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
-    HGDIOBJ old = SelectObject(mem, bmp);
-    BitBlt(mem, 0, 0, width, height, screen, rc.left, rc.top, SRCCOPY);
-    GdiFlush();
-    BITMAPFILEHEADER fh = {};
-    DWORD size = (DWORD)width * height * 4;
-    fh.bfType = 0x4D42;
-    fh.bfOffBits = sizeof(fh) + sizeof(bi.bmiHeader);
-    fh.bfSize = fh.bfOffBits + size;
-    HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    bool ok = f != INVALID_HANDLE_VALUE && bits;
-    if (f != INVALID_HANDLE_VALUE) {
-        DWORD done;
-        WriteFile(f, &fh, sizeof(fh), &done, nullptr);
-        WriteFile(f, &bi.bmiHeader, sizeof(bi.bmiHeader), &done, nullptr);
-        WriteFile(f, bits, size, &done, nullptr);
-        CloseHandle(f);
-    }
-    SelectObject(mem, old);
-    DeleteObject(bmp);
-    DeleteDC(mem);
-    ReleaseDC(nullptr, screen);
-    return ok;
-}
-
-static std::wstring ShotPath(const char *what)
-{
-    const char *dir = getenv("LF_SHOTS");
-    const char *locale = getenv("LC_ALL");
-    std::string name = std::string(dir) + "\\" + what + "-" + std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
-    return Wide(name);
-}
-
 // Both layouts, for looking at: run with LF_SHOTS naming a folder (a Windows path); without it
 // the test is skipped.
 TEST_F(DeleteConfirm, Screenshots)
@@ -372,7 +314,7 @@ TEST_F(DeleteConfirm, Screenshots)
         ASSERT_NE(oid, 0) << s.name;
         RunScripted([&] { return (INT_PTR)ConfirmDelete(owner, oid); }, [&](HWND dlg) {
             Pump(300);
-            EXPECT_TRUE(SaveWindowShot(dlg, ShotPath(s.name))) << s.name;
+            EXPECT_TRUE(SaveScreenShot({dlg}, ShotPath(s.name))) << s.name;
             Click(dlg, s.cancel);
         });
     }

@@ -247,13 +247,6 @@ static bool Answer(const std::function<void()> &act, const std::function<void(HW
     return opened;
 }
 
-static std::wstring MessageText(HWND box)
-{
-    WCHAR text[128] = L"";
-    GetDlgItemTextW(box, 0xFFFF, text, 128);
-    return text;
-}
-
 // New from the menu opens the calendar's form on the shown day; what is typed there is saved
 // and listed at once. Closed without a change, it adds nothing.
 TEST_F(DayMenu, NewAppointmentOnTheShownDay)
@@ -445,14 +438,14 @@ TEST_F(DayMenu, Beam)
     int before = beamed();
     RunDayView(kTwoDay, [&](HWND, HWND list) {
         EXPECT_FALSE(Answer([&] { HoldAndChoose(list, RowMiddle(list, 0), IDM_BEAM); }, [](HWND box) {
-            ADD_FAILURE() << "unexpected message: " << testing::PrintToString(MessageText(box));
+            ADD_FAILURE() << "unexpected message: " << testing::PrintToString(MessageBoxText(box));
             EndDialog(box, IDOK);
         }));
         EXPECT_EQ(beamed(), before + 1) << "one file in the outbox";
         std::wstring message;
         EXPECT_TRUE(Answer([&] { HoldAndChoose(list, EmptySpace(list), IDM_BEAM); }, [&](HWND box) {
             if (message.empty())
-                message = MessageText(box);
+                message = MessageBoxText(box);
             EndDialog(box, IDOK);
         }));
         EXPECT_EQ(message, L"Could not beam appointment") << "nothing selected";

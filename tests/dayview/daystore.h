@@ -56,8 +56,3 @@ int ColumnWidth(HWND list, int column);
 RECT RowRect(HWND list, int row);
 // The locale's clock: 12-hour in en_US, 24-hour in de_DE.
 bool TwelveHourClock();
-
-// The screen where the windows lie (the smallest rectangle holding them all), as a .bmp.
-bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &path);
-// Where a screenshot named `what` goes: the folder LF_SHOTS names, the locale in its name.
-std::wstring ShotPath(const char *what);

@@ -163,7 +163,9 @@ TEST_F(DayGestures, TapsOnEmptySpaceAndTheHoldTimer)
         SendMessageW(list, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(at.x, at.y));
         EXPECT_TRUE(KillTimer(dlg, TIMER_DAYLIST_HOLD)) << "running while the stylus is down";
         SendMessageW(list, WM_LBUTTONUP, 0, MAKELPARAM(at.x, at.y));
-        Hold(list, at.x, at.y, 400);
+        ChooseMenuItem(0); // the hold's menu, cancelled
+        Hold(list, at.x, at.y, 1000);
+        EXPECT_TRUE(LastMenu().opened) << "a hold opens the menu";
         EXPECT_FALSE(KillTimer(dlg, TIMER_DAYLIST_HOLD)) << "it fires once";
     });
     RunDayView(kEmptyDay, [&](HWND dlg, HWND list) {

@@ -11,31 +11,12 @@
 
 using namespace lfical;
 using lftest::at;
+using lftest::readFile;
+using lftest::scratchDir;
+using lftest::writeFile;
 namespace fs = std::filesystem;
 
 namespace {
-std::string readFile(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void writeFile(const fs::path& p, const std::string& s)
-{
-    std::ofstream out(p, std::ios::binary);
-    out << s;
-}
-
-fs::path scratchDir(const char* name)
-{
-    fs::path d = fs::temp_directory_path() / (std::string("lfical-") + name + "-" + std::to_string(rand()));
-    fs::remove_all(d);
-    fs::create_directories(d);
-    return d;
-}
-
 bool mentions(const std::vector<Problem>& ps, const std::string& what)
 {
     for (const Problem& p : ps)

@@ -1,12 +1,40 @@
 // Shared helpers for the engine's tests: calendars built from text.
 #pragma once
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "ical.h"
 
 namespace lftest {
+
+inline std::string readFile(const std::filesystem::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+inline void writeFile(const std::filesystem::path& p, const std::string& s)
+{
+    std::ofstream out(p, std::ios::binary);
+    out << s;
+}
+
+// A fresh, empty folder in the temporary directory for one test.
+inline std::filesystem::path scratchDir(const char* name)
+{
+    namespace fs = std::filesystem;
+    fs::path d = fs::temp_directory_path() / (std::string("lfical-") + name + "-" + std::to_string(rand()));
+    fs::remove_all(d);
+    fs::create_directories(d);
+    return d;
+}
 
 // America/New_York as the RFC 5545 examples define it (rules since 1987/2007).
 inline const char* kNewYork =

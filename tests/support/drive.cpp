@@ -1,5 +1,7 @@
 #include "drive.h"
 
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 // --- Scripted modal dialogs ---------------------------------------------------
@@ -361,4 +363,58 @@ Picture PaintClient(HWND w)
     DeleteObject(bmp);
     DeleteDC(dc);
     return p;
+}
+
+// --- Screenshots ---------------------------------------------------------------------
+
+bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &path)
+{
+    RECT rc = {};
+    for (HWND w : windows) {
+        RECT one;
+        GetWindowRect(w, &one);
+        UnionRect(&rc, &rc, &one);
+    }
+    int width = rc.right - rc.left, height = rc.bottom - rc.top;
+    BITMAPINFO bi = {};
+    bi.bmiHeader.biSize = sizeof(bi.bmiHeader);
+    bi.bmiHeader.biWidth = width;
+    bi.bmiHeader.biHeight = -height;
+    bi.bmiHeader.biPlanes = 1;
+    bi.bmiHeader.biBitCount = 32;
+    void *bits = nullptr;
+    HDC screen = GetDC(nullptr);
+    HDC mem = CreateCompatibleDC(screen);
+    HBITMAP bmp = CreateDIBSection(mem, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HGDIOBJ old = SelectObject(mem, bmp);
+    BitBlt(mem, 0, 0, width, height, screen, rc.left, rc.top, SRCCOPY);
+    GdiFlush();
+    BITMAPFILEHEADER fh = {};
+    DWORD size = (DWORD)width * height * 4;
+    fh.bfType = 0x4D42;
+    fh.bfOffBits = sizeof(fh) + sizeof(bi.bmiHeader);
+    fh.bfSize = fh.bfOffBits + size;
+    HANDLE f = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    bool ok = f != INVALID_HANDLE_VALUE;
+    if (ok) {
+        DWORD done;
+        WriteFile(f, &fh, sizeof(fh), &done, nullptr);
+        WriteFile(f, &bi.bmiHeader, sizeof(bi.bmiHeader), &done, nullptr);
+        WriteFile(f, bits, size, &done, nullptr);
+        CloseHandle(f);
+    }
+    SelectObject(mem, old);
+    DeleteObject(bmp);
+    DeleteDC(mem);
+    ReleaseDC(nullptr, screen);
+    return ok;
+}
+
+std::wstring ShotPath(const char *what)
+{
+    const char *dir = getenv("LF_SHOTS");
+    const char *locale = getenv("LC_ALL");
+    std::string name = std::string(dir) + "\\" + what + "-" +
+                       std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
+    return std::wstring(name.begin(), name.end());
 }

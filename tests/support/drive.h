@@ -7,6 +7,8 @@
 
 #include <windows.h>
 #include <functional>
+#include <initializer_list>
+#include <string>
 #include <vector>
 
 // Runs `show`, which opens a modal dialog and returns its result, and calls `script` with the
@@ -73,3 +75,10 @@ struct Picture {
     int Count(COLORREF colour) const;
 };
 Picture PaintClient(HWND w);
+
+// The screen where the windows lie (the smallest rectangle holding them all), frames and all,
+// written as a .bmp: what the user sees, for screenshots.
+bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &path);
+// Where a screenshot named `what` goes: the folder LF_SHOTS names (a Windows path), the
+// locale in the file's name. Screenshot tests skip themselves without LF_SHOTS.
+std::wstring ShotPath(const char *what);

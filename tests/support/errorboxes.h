@@ -10,6 +10,25 @@
 #include <string>
 #include <vector>
 
+// A message box's text: its longest static text (the icon's static has none).
+inline std::wstring MessageBoxText(HWND box)
+{
+    std::wstring best;
+    EnumChildWindows(
+        box,
+        [](HWND child, LPARAM out) -> BOOL {
+            WCHAR cls[32], text[512];
+            GetClassNameW(child, cls, 32);
+            GetWindowTextW(child, text, 512);
+            auto *longest = reinterpret_cast<std::wstring *>(out);
+            if (!lstrcmpiW(cls, L"Static") && wcslen(text) > longest->size())
+                *longest = text;
+            return TRUE;
+        },
+        (LPARAM)&best);
+    return best;
+}
+
 // Watches for the program's "Error" boxes, notes their text and owner and
 // presses OK, so a failure shown during start-up does not stop the test.
 class ErrorBoxes {
@@ -53,16 +72,6 @@ private:
         }
         return 0;
     }
-    static BOOL CALLBACK LongestStatic(HWND child, LPARAM out)
-    {
-        WCHAR cls[32], text[512];
-        GetClassNameW(child, cls, 32);
-        GetWindowTextW(child, text, 512);
-        auto *best = reinterpret_cast<std::wstring *>(out);
-        if (!lstrcmpiW(cls, L"Static") && wcslen(text) > best->size())
-            *best = text;
-        return TRUE;
-    }
     static BOOL CALLBACK Found(HWND h, LPARAM self)
     {
         auto *me = reinterpret_cast<ErrorBoxes *>(self);
@@ -75,7 +84,7 @@ private:
             !IsWindowVisible(h) || me->handled_.count(h))
             return TRUE;
         Box box;
-        EnumChildWindows(h, LongestStatic, (LPARAM)&box.text);
+        box.text = MessageBoxText(h);
         box.owner = GetWindow(h, GW_OWNER);
         me->handled_.insert(h);
         {
