@@ -216,7 +216,8 @@ Status Decode(const uint8_t *data, size_t n, Volume &v) {
         return Status::Damaged;
     if (Crc32(data, 28) != Get32(data + 28))
         return Status::Damaged;
-    if (Get32(data + 8) != kVersion)
+    // A later version, or one that uses the reserved word, is not ours to read.
+    if (Get32(data + 8) != kVersion || Get32(data + 24) != 0)
         return Status::Foreign;
     uint32_t len = Get32(data + 12);
     if (len != n - kHeaderBytes || Crc32(data + kHeaderBytes, len) != Get32(data + 16))
