@@ -394,3 +394,61 @@ TEST_F(Vol, ACrashAtEveryWriteStepLeavesTheOldOrTheNewRecord) {
 }
 
 }  // namespace
+
+namespace {
+
+// A writer process killed at arbitrary moments, 500 times: each time the
+// volume opens, and its record is one the writer wrote whole (the name and
+// the colour always carry the same counter).
+TEST_F(Vol, AWriterKilledAtAnyMomentLeavesAWholeRecord) {
+    Volume v;
+    uint32_t db = MakeCategories(v);
+    uint32_t oid = FindDatabase(v, db)->records[0].oid;
+    unsigned seed = 12345;
+    int changed = 0;
+    for (int kill = 0; kill < 500; kill++) {
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            Volume cur;
+            if (Open(NativeIo(), path, Disposition::OpenExisting, cur) != Status::Ok)
+                _exit(2);
+            Database &d = *FindDatabase(cur, db);
+            for (int32_t n = 1;; n++) {
+                std::u16string name = u"Work ";
+                for (char c : std::to_string(n + kill * 100000))
+                    name += char16_t(c);
+                uint32_t rec = 0;
+                WriteRecord(cur, d, oid, {Put(kName, Text(name)), Put(kColour, I4(n + kill * 100000))}, 0, rec);
+                if (Commit(NativeIo(), cur) != Status::Ok)
+                    _exit(3);
+            }
+        }
+        seed = seed * 1103515245u + 12345u;
+        usleep(200 + (seed >> 16) % 3000);
+        kill_child:
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer failed by itself, status " << status;
+
+        Volume after;
+        ASSERT_EQ(Open(NativeIo(), path, Disposition::OpenExisting, after), Status::Ok) << "kill " << kill;
+        const Record *r = FindRecord(*FindDatabase(after, db), oid);
+        ASSERT_NE(r, nullptr) << kill;
+        std::u16string name = NameOf(*r);
+        int32_t colour = 0;
+        memcpy(&colour, FindProp(*r, kColour)->data.data(), 4);
+        if (name == u"Work")
+            continue;
+        changed++;
+        std::u16string want = u"Work ";
+        for (char c : std::to_string(colour))
+            want += char16_t(c);
+        ASSERT_TRUE(name == want) << "kill " << kill << ": a record mixed from two writes";
+        (void)&&kill_child;
+    }
+    EXPECT_GT(changed, 0);
+}
+
+}  // namespace
