@@ -182,10 +182,11 @@ Mounted *FindVolume(PCEGUID g) {
     return nullptr;
 }
 
+// The handheld reports a handle that is not an open database as a bad parameter.
 OpenDb *FindOpen(HANDLE h) {
     auto it = g_open.find(h);
     if (it == g_open.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     return it->second.get();
@@ -200,7 +201,7 @@ bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
             m = v.get();
     db = m ? dbvol::FindDatabase(m->vol, o->db) : nullptr;
     if (!db) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
     return true;
@@ -445,7 +446,7 @@ HANDLE CeFindFirstDatabaseEx(PCEGUID pguid, DWORD dwDbaseType) {
 CEOID CeFindNextDatabaseEx(HANDLE hEnum, PCEGUID) {
     auto it = g_enums.find(hEnum);
     if (it == g_enums.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
     Enumeration &e = *it->second;

@@ -239,7 +239,7 @@ TEST_F(CeDb, ReadingFillsOrAllocatesTheBufferAsTheHandheldDoes) {
     EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, nullptr, nullptr, &buf, &size), 0u);
     EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(CeReadRecordProps(INVALID_HANDLE_VALUE, 0, &count, nullptr, &buf, &size), 0u);
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
     CloseHandle(h);
 }
 
@@ -363,6 +363,31 @@ TEST_F(CeDb, RecordsComeInTheSortOrderAndEverySeekModeMoves) {
     EXPECT_EQ(CeSeekDatabase(h, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&any), nullptr), 0u);
     EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER)) << "a value seek needs a sort";
     CloseHandle(h);
+}
+
+// A volume file that cannot be replaced: the write fails with the file's
+// error, and the record stays as it was, in the file and in memory.
+TEST_F(CeDb, AWriteThatCannotReachTheFileChangesNothing) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID work = Add(h, L"Work", 1, 0);
+    ASSERT_TRUE(SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_READONLY));
+    CEPROPVAL colour = {};
+    colour.propid = kColour;
+    colour.val.lVal = 2;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &colour), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(CeDeleteRecord(h, work));
+    ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_CEOID, work, nullptr), 0u);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    ASSERT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), work);
+    EXPECT_EQ(reinterpret_cast<CEPROPVAL *>(buf)[1].val.lVal, 1);
+    LocalFree(buf);
+    SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_NORMAL);
+    CloseHandle(h);
+    EXPECT_EQ(GetFileAttributesW((vol + L".new").c_str()), INVALID_FILE_ATTRIBUTES) << "the new file is cleaned up";
 }
 
 TEST_F(CeDb, AFullVolumeReportsDiskFull) {
