@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <set>
 #include <vector>
@@ -231,6 +232,7 @@ void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &ord
 // Makes a change on a copy of the volume and keeps it only once it is on
 // disk, so a failed write leaves memory as the file is.
 template <class F> bool Change(Mounted *m, F change) {
+    g_ioError = 0;
     dbvol::Volume copy = m->vol;
     if (!Report(change(copy)))
         return false;
@@ -240,7 +242,13 @@ template <class F> bool Change(Mounted *m, F change) {
     return true;
 }
 
-#define GUARD_BEGIN try {
+// One lock over every call: the volumes and handles are shared by whatever
+// threads the program gives the database work to.
+std::recursive_mutex g_lock;
+
+#define GUARD_BEGIN                                   \
+    std::lock_guard<std::recursive_mutex> held(g_lock); \
+    try {
 #define GUARD_END(fail)                                   \
     }                                                     \
     catch (const std::bad_alloc &) {                      \
@@ -289,6 +297,7 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
 }
 
 BOOL CeUnmountDBVol(PCEGUID pceguid) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
     Mounted *m = pceguid && !CHECK_SYSTEMGUID(pceguid) ? FindVolume(pceguid) : nullptr;
     if (!m) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -366,6 +375,7 @@ HANDLE CeOpenDatabaseEx(PCEGUID pguid, PCEOID poid, LPWSTR lpszName, CEPROPID pr
 }
 
 BOOL CeCloseHandle(HANDLE h) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
     if (g_open.erase(h) || g_enums.erase(h))
         return TRUE;
     return ::CloseHandle(h);
@@ -390,6 +400,7 @@ BOOL CeDeleteDatabaseEx(PCEGUID pguid, CEOID oid) {
 }
 
 BOOL CeOidGetInfoEx(PCEGUID pguid, CEOID oid, CEOIDINFO *info) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
     Mounted *m = FindVolume(pguid);
     if (!m)
         return FALSE;
@@ -444,6 +455,7 @@ HANDLE CeFindFirstDatabaseEx(PCEGUID pguid, DWORD dwDbaseType) {
 }
 
 CEOID CeFindNextDatabaseEx(HANDLE hEnum, PCEGUID) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
     auto it = g_enums.find(hEnum);
     if (it == g_enums.end()) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -491,7 +503,8 @@ CEOID CeReadRecordPropsEx(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROP
     }
     // The buffer: the CEPROPVAL array, then each text (terminated) and blob,
     // each aligned to 8 so the program may read them in place.
-    size_t need = props.size() * sizeof(CEPROPVAL);
+    // Never 0, so a record whose properties were all deleted still gets a buffer.
+    size_t need = std::max<size_t>(props.size() * sizeof(CEPROPVAL), 1);
     for (const dbvol::Prop *p : props)
         if (p && (TypeFromPropID(p->id) == CEVT_LPWSTR || TypeFromPropID(p->id) == CEVT_BLOB))
             need += (p->data.size() + 2 + 7) & ~size_t(7);
