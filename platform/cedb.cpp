@@ -757,3 +757,27 @@ BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord) {
     });
     GUARD_END(FALSE)
 }
+
+HANDLE CeFindFirstDatabase(DWORD dwDbaseType) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeFindFirstDatabaseEx(&sys, dwDbaseType);
+}
+
+CEOID CeFindNextDatabase(HANDLE hEnum) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeFindNextDatabaseEx(hEnum, &sys);
+}
+
+BOOL CeOidGetInfo(CEOID oid, CEOIDINFO *oidInfo) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeOidGetInfoEx(&sys, oid, oidInfo);
+}
+
+HANDLE CeOpenDatabase(PCEOID poid, LPWSTR lpszName, CEPROPID propid, DWORD dwFlags, HWND) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeOpenDatabaseEx(&sys, poid, lpszName, propid, dwFlags, nullptr);
+}

@@ -164,6 +164,12 @@ BOOL CeOidGetInfoEx(PCEGUID pguid, CEOID oid, CEOIDINFO *oidInfo);
 HANDLE CeFindFirstDatabaseEx(PCEGUID pguid, DWORD dwDbaseType);
 CEOID CeFindNextDatabaseEx(HANDLE hEnum, PCEGUID pguid);
 
+// The object store's own calls, without a volume: they act on the system volume.
+HANDLE CeFindFirstDatabase(DWORD dwDbaseType);
+CEOID CeFindNextDatabase(HANDLE hEnum);
+BOOL CeOidGetInfo(CEOID oid, CEOIDINFO *oidInfo);
+HANDLE CeOpenDatabase(PCEOID poid, LPWSTR lpszName, CEPROPID propid, DWORD dwFlags, HWND hwndNotify);
+
 CEOID CeReadRecordProps(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROPID *rgPropID, LPBYTE *lplpBuffer,
                         LPDWORD lpcbBuffer);
 // hHeap is accepted and ignored: the buffer always comes from LocalAlloc.

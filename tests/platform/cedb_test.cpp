@@ -418,6 +418,21 @@ TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
     EXPECT_EQ(CeFindNextDatabaseEx(e, &sys), db);
     CloseHandle(e);
     EXPECT_NE(GetFileAttributesW(store.c_str()), INVALID_FILE_ATTRIBUTES);
+
+    // The calls without a volume reach the same store, as on the handheld.
+    e = CeFindFirstDatabase(0);
+    ASSERT_NE(e, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CeFindNextDatabase(e), db);
+    EXPECT_EQ(CeFindNextDatabase(e), 0u);
+    CloseHandle(e);
+    CEOIDINFO info;
+    ASSERT_TRUE(CeOidGetInfo(db, &info));
+    EXPECT_STREQ(info.infDatabase.szDbaseName, L"Categories Database");
+    CEOID oid = 0;
+    HANDLE h = CeOpenDatabase(&oid, const_cast<LPWSTR>(L"Categories Database"), 0, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(oid, db);
+    CloseHandle(h);
     EXPECT_TRUE(CeDeleteDatabaseEx(&sys, db));
 }
 
