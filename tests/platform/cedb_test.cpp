@@ -425,9 +425,9 @@ TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
     EXPECT_EQ(CeFindNextDatabase(e), db);
     EXPECT_EQ(CeFindNextDatabase(e), 0u);
     CloseHandle(e);
-    CEOIDINFO info;
-    ASSERT_TRUE(CeOidGetInfo(db, &info));
-    EXPECT_STREQ(info.infDatabase.szDbaseName, L"Categories Database");
+    CEOIDINFO found;
+    ASSERT_TRUE(CeOidGetInfo(db, &found));
+    EXPECT_STREQ(found.infDatabase.szDbaseName, L"Categories Database");
     CEOID oid = 0;
     HANDLE h = CeOpenDatabase(&oid, const_cast<LPWSTR>(L"Categories Database"), 0, 0, nullptr);
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
