@@ -260,6 +260,10 @@ std::recursive_mutex g_lock;
 
 BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     GUARD_BEGIN
+    // A failed mount leaves the invalid identifier, which the program tests
+    // before it unmounts.
+    if (pceguid)
+        CREATE_INVALIDGUID(pceguid);
     if (!pceguid || !lpszVol || !*lpszVol || dwFlags < CREATE_NEW || dwFlags > TRUNCATE_EXISTING) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -285,10 +289,8 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
                                                dbvol::Disposition::TruncateExisting};
     std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}});
     g_ioError = 0;
-    if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol))) {
-        CREATE_INVALIDGUID(pceguid);
+    if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
         return FALSE;
-    }
     g_nextSerial++;
     *pceguid = CEGUID{m->serial, kGuidMark, 0, 0};
     g_volumes.push_back(std::move(m));
