@@ -79,6 +79,14 @@ bool WinWrite(const std::string &path, const uint8_t *data, size_t n) {
 }
 
 bool WinReplace(const std::string &from, const std::string &to) {
+    // A read-only volume stays as it is. Windows refuses to replace a
+    // read-only file; Wine replaces it, so the check is made here for both.
+    DWORD attrs = GetFileAttributesW(Wide(to).c_str());
+    if (attrs != INVALID_FILE_ATTRIBUTES && (attrs & FILE_ATTRIBUTE_READONLY)) {
+        g_ioError = ERROR_ACCESS_DENIED;
+        DeleteFileW(Wide(from).c_str());
+        return false;
+    }
     if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         return true;
     g_ioError = GetLastError();
