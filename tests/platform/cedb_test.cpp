@@ -390,6 +390,30 @@ TEST_F(CeDb, AWriteThatCannotReachTheFileChangesNothing) {
     EXPECT_EQ(GetFileAttributesW((vol + L".new").c_str()), INVALID_FILE_ATTRIBUTES) << "the new file is cleaned up";
 }
 
+// What a write cut short by a crash leaves beside the volume: it is never
+// read, and the next write replaces it.
+TEST_F(CeDb, AHalfWrittenNewFileFromACrashIsIgnored) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID work = Add(h, L"Work", 1, 0);
+    CloseHandle(h);
+    ASSERT_TRUE(CeUnmountDBVol(&guid));
+    HANDLE f = CreateFileW((vol + L".new").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD put;
+    WriteFile(f, "LFDBVOL\x1a\x01", 9, &put, nullptr);
+    ::CloseHandle(f);
+
+    Mount();
+    h = OpenCategories();
+    EXPECT_EQ(Names(h), L"Work,");
+    CEPROPVAL colour = {};
+    colour.propid = kColour;
+    colour.val.lVal = 9;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &colour), work) << GetLastError();
+    CloseHandle(h);
+    EXPECT_EQ(GetFileAttributesW((vol + L".new").c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
 TEST_F(CeDb, AFullVolumeReportsDiskFull) {
     Mount();
     CEDBASEINFO info = {};
