@@ -178,6 +178,16 @@ CEOID CeReadRecordPropsEx(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROP
 CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL *rgPropVal);
 // dwValue is a DWORD on the handheld, where a pointer fits in one; the value
 // seeks pass a CEPROPVAL pointer in it, so here it is pointer-sized.
+// Positions count in the handle's sort order: BEGINNING n is the n-th record
+// (0 the first), END n the n-th before the last (0 the last), CURRENT a signed
+// step. The value seeks compare on the handle's sort property (a handle
+// opened without one gets 87): FIRSTEQUAL from the start, NEXTEQUAL only the
+// next record, SMALLER backward from the current record to the nearest value
+// before the given one in the sort's direction, GREATER forward to the
+// nearest after it. A position outside the records, or a value not found,
+// returns 0 with 259 (a failed value seek leaves the position at the end).
+// Reading with CEDB_AUTOINCREMENT moves to the next record; writing and
+// deleting leave the position on its record (a deleted one's successor).
 CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDWORD lpdwIndex);
 BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord);
 
