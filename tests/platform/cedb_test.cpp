@@ -236,6 +236,34 @@ TEST_F(CeDb, ReadingFillsOrAllocatesTheBufferAsTheHandheldDoes) {
     EXPECT_STREQ(v[2].val.lpwstr, L"Work");
     EXPECT_EQ(LocalFree(buf), nullptr);
 
+    // A LocalAlloc buffer too small is grown; a big enough one of our own is filled in place.
+    struct Case {
+        const char *what;
+        DWORD flags;
+        bool local;
+        DWORD size;
+    } cases[] = {
+        {"small local buffer, reallocated", CEDB_ALLOWREALLOC, true, 8},
+        {"large local buffer, kept", CEDB_ALLOWREALLOC, true, 4096},
+        {"large own buffer, no flag", 0, false, 4096},
+    };
+    static BYTE own[4096];
+    for (const Case &c : cases) {
+        ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr), 0u);
+        LPBYTE b = c.local ? static_cast<LPBYTE>(LocalAlloc(LMEM_FIXED, c.size)) : own;
+        DWORD sz = c.size;
+        count = 0;
+        EXPECT_EQ(CeReadRecordProps(h, c.flags, &count, nullptr, &b, &sz), got) << c.what;
+        EXPECT_EQ(count, 3) << c.what;
+        EXPECT_STREQ(reinterpret_cast<CEPROPVAL *>(b)[0].val.lpwstr, L"Work") << c.what;
+        if (c.local) {
+            EXPECT_GE(LocalSize(b), sz) << c.what;
+            EXPECT_EQ(LocalFree(b), nullptr) << c.what;
+        } else {
+            EXPECT_EQ(b, own) << c.what;
+        }
+    }
+
     EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, nullptr, nullptr, &buf, &size), 0u);
     EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(CeReadRecordProps(INVALID_HANDLE_VALUE, 0, &count, nullptr, &buf, &size), 0u);
