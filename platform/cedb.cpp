@@ -1,0 +1,793 @@
+#include "cedb.h"
+
+#include "dbvol.h"
+
+#include <shlobj.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <vector>
+
+// This file closes the system's handles itself.
+#undef CloseHandle
+
+namespace {
+
+// The Win32 error of the last failed file call, for the report of an Io failure.
+DWORD g_ioError;
+
+std::wstring Wide(const std::string &s) {
+    int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), int(s.size()), nullptr, 0);
+    std::wstring w(n, L'\0');
+    if (n)
+        MultiByteToWideChar(CP_UTF8, 0, s.data(), int(s.size()), &w[0], n);
+    return w;
+}
+std::string Utf8(const std::wstring &w) {
+    int n = WideCharToMultiByte(CP_UTF8, 0, w.data(), int(w.size()), nullptr, 0, nullptr, nullptr);
+    std::string s(n, '\0');
+    if (n)
+        WideCharToMultiByte(CP_UTF8, 0, w.data(), int(w.size()), &s[0], n, nullptr, nullptr);
+    return s;
+}
+
+dbvol::Status WinRead(const std::string &path, uint32_t limit, std::vector<uint8_t> &out) {
+    HANDLE f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE) {
+        g_ioError = GetLastError();
+        return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
+    }
+    LARGE_INTEGER size;
+    dbvol::Status s = dbvol::Status::Ok;
+    if (!GetFileSizeEx(f, &size)) {
+        g_ioError = GetLastError();
+        s = dbvol::Status::Io;
+    } else if (size.QuadPart > limit) {
+        s = dbvol::Status::TooLarge;
+    } else {
+        out.resize(size_t(size.QuadPart));
+        DWORD got = 0;
+        if (!out.empty() && (!ReadFile(f, out.data(), DWORD(out.size()), &got, nullptr) || got != out.size())) {
+            g_ioError = GetLastError();
+            s = dbvol::Status::Io;
+        }
+    }
+    ::CloseHandle(f);
+    return s;
+}
+
+bool WinWrite(const std::string &path, const uint8_t *data, size_t n) {
+    HANDLE f = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE) {
+        g_ioError = GetLastError();
+        return false;
+    }
+    DWORD put = 0;
+    bool ok = WriteFile(f, data, DWORD(n), &put, nullptr) && put == n && FlushFileBuffers(f);
+    if (!ok)
+        g_ioError = GetLastError();
+    ::CloseHandle(f);
+    if (!ok)
+        DeleteFileW(Wide(path).c_str());
+    return ok;
+}
+
+bool WinReplace(const std::string &from, const std::string &to) {
+    // A read-only volume stays as it is. Windows refuses to replace a
+    // read-only file; Wine replaces it, so the check is made here for both.
+    DWORD attrs = GetFileAttributesW(Wide(to).c_str());
+    if (attrs != INVALID_FILE_ATTRIBUTES && (attrs & FILE_ATTRIBUTE_READONLY)) {
+        g_ioError = ERROR_ACCESS_DENIED;
+        DeleteFileW(Wide(from).c_str());
+        return false;
+    }
+    if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    g_ioError = GetLastError();
+    DeleteFileW(Wide(from).c_str());
+    return false;
+}
+
+const dbvol::Io kIo = {WinRead, WinWrite, WinReplace};
+
+// Reports a core result as the handheld's error code; true when it is Ok.
+bool Report(dbvol::Status s) {
+    using dbvol::Status;
+    switch (s) {
+    case Status::Ok: return true;
+    case Status::NotFound: SetLastError(ERROR_FILE_NOT_FOUND); break;
+    case Status::Exists: SetLastError(ERROR_ALREADY_EXISTS); break;
+    case Status::Empty:
+    case Status::Foreign: SetLastError(ERROR_BAD_FORMAT); break;
+    case Status::Damaged: SetLastError(ERROR_FILE_CORRUPT); break;
+    case Status::TooLarge: SetLastError(ERROR_FILE_TOO_LARGE); break;
+    case Status::Full: SetLastError(ERROR_DISK_FULL); break;
+    case Status::Invalid: SetLastError(ERROR_INVALID_PARAMETER); break;
+    // A full disk reports 112 as the handheld's full object store does.
+    case Status::Io: SetLastError(g_ioError ? g_ioError : ERROR_WRITE_FAULT); break;
+    }
+    return false;
+}
+
+int LocaleCompare(const char16_t *a, size_t na, const char16_t *b, size_t nb, bool ignoreCase) {
+    int r = CompareStringW(LOCALE_USER_DEFAULT, ignoreCase ? NORM_IGNORECASE : 0, reinterpret_cast<LPCWSTR>(a),
+                           int(na), reinterpret_cast<LPCWSTR>(b), int(nb));
+    if (r == 0)
+        return dbvol::OrdinalCompare(a, na, b, nb, ignoreCase);
+    return r - CSTR_EQUAL;
+}
+
+uint64_t Now() {
+    FILETIME ft;
+    GetSystemTimeAsFileTime(&ft);
+    return uint64_t(ft.dwHighDateTime) << 32 | ft.dwLowDateTime;
+}
+
+struct Mounted {
+    DWORD serial;
+    std::wstring path;   // as given, compared without regard to case
+    int mounts;
+    dbvol::Volume vol;
+};
+struct OpenDb {
+    DWORD serial;        // the volume's
+    CEOID db;
+    CEPROPID sort;
+    DWORD flags;
+    CEOID current;       // 0 at the end
+    size_t pos;
+};
+struct Enumeration {
+    std::vector<CEOID> dbs;
+    size_t next;
+};
+
+std::vector<std::unique_ptr<Mounted>> g_volumes;
+std::map<HANDLE, std::unique_ptr<OpenDb>> g_open;
+std::map<HANDLE, std::unique_ptr<Enumeration>> g_enums;
+DWORD g_nextSerial = 1;
+const DWORD kGuidMark = 0x4C464442;   // "LFDB" in the second word of our identifiers
+
+Mounted *ObjectStore() {
+    for (auto &m : g_volumes)
+        if (m->serial == 0)
+            return m.get();
+    WCHAR path[MAX_PATH + 40];
+    DWORD n = GetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", path, MAX_PATH);
+    if (n == 0 || n >= MAX_PATH) {
+        if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA | CSIDL_FLAG_CREATE, nullptr, 0, path))) {
+            SetLastError(ERROR_PATH_NOT_FOUND);
+            return nullptr;
+        }
+        lstrcatW(path, L"\\Lanternfields");
+        CreateDirectoryW(path, nullptr);
+        lstrcatW(path, L"\\objectstore.vol");
+    }
+    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}});
+    if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
+        return nullptr;
+    g_volumes.push_back(std::move(m));
+    return g_volumes.back().get();
+}
+
+Mounted *FindVolume(PCEGUID g) {
+    if (!g) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (CHECK_SYSTEMGUID(g))
+        return ObjectStore();
+    if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0)
+        for (auto &m : g_volumes)
+            if (m->serial == g->Data1 && m->serial != 0)
+                return m.get();
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+}
+
+// The handheld reports a handle that is not an open database as a bad parameter.
+OpenDb *FindOpen(HANDLE h) {
+    auto it = g_open.find(h);
+    if (it == g_open.end()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return it->second.get();
+}
+
+// The volume and database behind an open handle; the database may have been
+// deleted or its volume unmounted since.
+bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
+    m = nullptr;
+    for (auto &v : g_volumes)
+        if (v->serial == o->serial)
+            m = v.get();
+    db = m ? dbvol::FindDatabase(m->vol, o->db) : nullptr;
+    if (!db) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    return true;
+}
+
+// The records in the handle's order, with the position following its record.
+std::vector<size_t> Order(OpenDb *o, const dbvol::Database &db) {
+    std::vector<size_t> order = dbvol::SortedOrder(db, o->sort, LocaleCompare);
+    if (o->current) {
+        for (size_t i = 0; i < order.size(); i++)
+            if (db.records[order[i]].oid == o->current) {
+                o->pos = i;
+                return order;
+            }
+    }
+    // Its record is gone: the position stays where it was, on the next one.
+    o->pos = std::min(o->pos, order.size());
+    o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
+    return order;
+}
+
+void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &order, size_t pos) {
+    o->pos = std::min(pos, order.size());
+    o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
+}
+
+// Makes a change on a copy of the volume and keeps it only once it is on
+// disk, so a failed write leaves memory as the file is.
+template <class F> bool Change(Mounted *m, F change) {
+    g_ioError = 0;
+    dbvol::Volume copy = m->vol;
+    if (!Report(change(copy)))
+        return false;
+    if (!Report(dbvol::Commit(kIo, copy)))
+        return false;
+    m->vol = std::move(copy);
+    return true;
+}
+
+// One lock over every call: the volumes and handles are shared by whatever
+// threads the program gives the database work to.
+std::recursive_mutex g_lock;
+
+#define GUARD_BEGIN                                   \
+    std::lock_guard<std::recursive_mutex> held(g_lock); \
+    try {
+#define GUARD_END(fail)                                   \
+    }                                                     \
+    catch (const std::bad_alloc &) {                      \
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);            \
+        return fail;                                      \
+    }
+
+}  // namespace
+
+BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
+    GUARD_BEGIN
+    // A failed mount leaves the invalid identifier, which the program tests
+    // before it unmounts.
+    if (pceguid)
+        CREATE_INVALIDGUID(pceguid);
+    if (!pceguid || !lpszVol || !*lpszVol || dwFlags < CREATE_NEW || dwFlags > TRUNCATE_EXISTING) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    WCHAR full[MAX_PATH];
+    DWORD n = GetFullPathNameW(lpszVol, MAX_PATH, full, nullptr);
+    if (n == 0 || n >= MAX_PATH) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    for (auto &m : g_volumes)
+        if (m->serial != 0 && lstrcmpiW(m->path.c_str(), full) == 0) {
+            if (dwFlags == CREATE_NEW) {
+                SetLastError(ERROR_ALREADY_EXISTS);
+                return FALSE;
+            }
+            m->mounts++;
+            *pceguid = CEGUID{m->serial, kGuidMark, 0, 0};
+            return TRUE;
+        }
+    static const dbvol::Disposition kDisp[] = {dbvol::Disposition::CreateNew, dbvol::Disposition::CreateAlways,
+                                               dbvol::Disposition::OpenExisting, dbvol::Disposition::OpenAlways,
+                                               dbvol::Disposition::TruncateExisting};
+    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}});
+    g_ioError = 0;
+    if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
+        return FALSE;
+    g_nextSerial++;
+    *pceguid = CEGUID{m->serial, kGuidMark, 0, 0};
+    g_volumes.push_back(std::move(m));
+    return TRUE;
+    GUARD_END(FALSE)
+}
+
+BOOL CeUnmountDBVol(PCEGUID pceguid) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
+    Mounted *m = pceguid && !CHECK_SYSTEMGUID(pceguid) ? FindVolume(pceguid) : nullptr;
+    if (!m) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (--m->mounts == 0)
+        g_volumes.erase(std::find_if(g_volumes.begin(), g_volumes.end(),
+                                     [&](const std::unique_ptr<Mounted> &p) { return p.get() == m; }));
+    return TRUE;
+}
+
+CEOID CeCreateDatabaseEx(PCEGUID pceguid, CEDBASEINFO *pInfo) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pceguid);
+    if (!m)
+        return 0;
+    if (!pInfo || !(pInfo->dwFlags & CEDB_VALIDNAME) ||
+        ((pInfo->dwFlags & CEDB_VALIDSORTSPEC) && pInfo->wNumSortOrder > CEDB_MAXSORTORDER)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    size_t len = 0;
+    while (len < CEDB_MAXDBASENAMELEN && pInfo->szDbaseName[len])
+        len++;
+    if (len == CEDB_MAXDBASENAMELEN) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    std::u16string name(reinterpret_cast<const char16_t *>(pInfo->szDbaseName), len);
+    std::vector<dbvol::SortSpec> sorts;
+    if (pInfo->dwFlags & CEDB_VALIDSORTSPEC)
+        for (WORD i = 0; i < pInfo->wNumSortOrder; i++)
+            sorts.push_back({pInfo->rgSortSpecs[i].propid, pInfo->rgSortSpecs[i].dwFlags});
+    DWORD type = pInfo->dwFlags & CEDB_VALIDTYPE ? pInfo->dwDbaseType : 0;
+    DWORD flags = pInfo->dwFlags & CEDB_VALIDDBFLAGS ? pInfo->dwFlags & CEDB_NOCOMPRESS : 0;
+    uint32_t oid = 0;
+    bool ok = Change(m, [&](dbvol::Volume &v) {
+        dbvol::Status s = dbvol::CreateDatabase(v, name, type, flags, sorts, Now(), oid);
+        return s;
+    });
+    if (!ok && GetLastError() == ERROR_ALREADY_EXISTS)
+        SetLastError(ERROR_DUP_NAME);
+    return ok ? oid : 0;
+    GUARD_END(0)
+}
+
+HANDLE CeOpenDatabaseEx(PCEGUID pguid, PCEOID poid, LPWSTR lpszName, CEPROPID propid, DWORD dwFlags,
+                        CENOTIFYREQUEST *) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pguid);
+    if (!m)
+        return INVALID_HANDLE_VALUE;
+    if (!poid || (*poid == 0 && !lpszName) || (dwFlags & ~CEDB_AUTOINCREMENT)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    dbvol::Database *db = *poid ? dbvol::FindDatabase(m->vol, *poid)
+                                : dbvol::FindDatabase(m->vol, std::u16string(reinterpret_cast<const char16_t *>(lpszName)));
+    if (!db) {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (propid != 0 && std::none_of(db->sorts.begin(), db->sorts.end(),
+                                    [&](const dbvol::SortSpec &s) { return s.prop == propid; })) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::unique_ptr<OpenDb> o(new OpenDb{m->serial, db->oid, propid, dwFlags, 0, 0});
+    Order(o.get(), *db);
+    HANDLE h = reinterpret_cast<HANDLE>(o.get());
+    g_open[h] = std::move(o);
+    *poid = db->oid;
+    return h;
+    GUARD_END(INVALID_HANDLE_VALUE)
+}
+
+BOOL CeCloseHandle(HANDLE h) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
+    if (g_open.erase(h) || g_enums.erase(h))
+        return TRUE;
+    return ::CloseHandle(h);
+}
+
+BOOL CeDeleteDatabaseEx(PCEGUID pguid, CEOID oid) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pguid);
+    if (!m)
+        return FALSE;
+    if (!dbvol::FindDatabase(m->vol, oid)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    for (auto &o : g_open)
+        if (o.second->serial == m->serial && o.second->db == oid) {
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return FALSE;
+        }
+    return Change(m, [&](dbvol::Volume &v) { return dbvol::DeleteDatabase(v, oid); });
+    GUARD_END(FALSE)
+}
+
+BOOL CeOidGetInfoEx(PCEGUID pguid, CEOID oid, CEOIDINFO *info) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
+    Mounted *m = FindVolume(pguid);
+    if (!m)
+        return FALSE;
+    if (!info) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (dbvol::Database *db = dbvol::FindDatabase(m->vol, oid)) {
+        memset(info, 0, sizeof *info);
+        info->wObjType = OBJTYPE_DATABASE;
+        CEDBASEINFO &d = info->infDatabase;
+        d.dwFlags = CEDB_VALIDNAME | CEDB_VALIDTYPE | CEDB_VALIDSORTSPEC | CEDB_VALIDMODTIME | CEDB_VALIDDBFLAGS |
+                    db->flags;
+        memcpy(d.szDbaseName, db->name.data(), db->name.size() * 2);
+        d.dwDbaseType = db->type;
+        d.wNumRecords = WORD(db->records.size());
+        d.wNumSortOrder = WORD(db->sorts.size());
+        size_t bytes = 0;
+        for (const dbvol::Record &r : db->records)
+            for (const dbvol::Prop &p : r.props)
+                bytes += sizeof(CEPROPVAL) + p.data.size();
+        d.dwSize = DWORD(bytes);
+        d.ftLastModified.dwLowDateTime = DWORD(db->modified);
+        d.ftLastModified.dwHighDateTime = DWORD(db->modified >> 32);
+        for (size_t i = 0; i < db->sorts.size(); i++)
+            d.rgSortSpecs[i] = SORTORDERSPEC{db->sorts[i].prop, db->sorts[i].flags};
+        return TRUE;
+    }
+    if (dbvol::Database *db = dbvol::DatabaseOfRecord(m->vol, oid)) {
+        memset(info, 0, sizeof *info);
+        info->wObjType = OBJTYPE_RECORD;
+        info->infRecord.oidParent = db->oid;
+        return TRUE;
+    }
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+}
+
+HANDLE CeFindFirstDatabaseEx(PCEGUID pguid, DWORD dwDbaseType) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pguid);
+    if (!m)
+        return INVALID_HANDLE_VALUE;
+    std::unique_ptr<Enumeration> e(new Enumeration{{}, 0});
+    for (const dbvol::Database &db : m->vol.dbs)
+        if (dwDbaseType == 0 || db.type == dwDbaseType)
+            e->dbs.push_back(db.oid);
+    HANDLE h = reinterpret_cast<HANDLE>(e.get());
+    g_enums[h] = std::move(e);
+    return h;
+    GUARD_END(INVALID_HANDLE_VALUE)
+}
+
+CEOID CeFindNextDatabaseEx(HANDLE hEnum, PCEGUID) {
+    std::lock_guard<std::recursive_mutex> held(g_lock);
+    auto it = g_enums.find(hEnum);
+    if (it == g_enums.end()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    Enumeration &e = *it->second;
+    if (e.next >= e.dbs.size()) {
+        SetLastError(ERROR_NO_MORE_ITEMS);
+        return 0;
+    }
+    return e.dbs[e.next++];
+}
+
+CEOID CeReadRecordPropsEx(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROPID *rgPropID, LPBYTE *lplpBuffer,
+                          LPDWORD lpcbBuffer, HANDLE) {
+    GUARD_BEGIN
+    OpenDb *o = FindOpen(hDbase);
+    Mounted *m;
+    dbvol::Database *db;
+    if (!o || !Resolve(o, m, db))
+        return 0;
+    if (!lpcPropID || !lplpBuffer || !lpcbBuffer || (rgPropID && *lpcPropID == 0)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    std::vector<size_t> order = Order(o, *db);
+    if (o->pos >= order.size()) {
+        SetLastError(ERROR_NO_MORE_ITEMS);
+        return 0;
+    }
+    const dbvol::Record &rec = db->records[order[o->pos]];
+    // The properties asked for, in the order asked; a missing one is flagged.
+    std::vector<const dbvol::Prop *> props;
+    std::vector<CEPROPID> ids;
+    if (rgPropID) {
+        for (WORD i = 0; i < *lpcPropID; i++) {
+            ids.push_back(rgPropID[i]);
+            props.push_back(dbvol::FindProp(rec, rgPropID[i]));
+        }
+    } else {
+        for (const dbvol::Prop &p : rec.props) {
+            ids.push_back(p.id);
+            props.push_back(&p);
+        }
+    }
+    // The buffer: the CEPROPVAL array, then each text (terminated) and blob,
+    // each aligned to 8 so the program may read them in place.
+    // Never 0, so a record whose properties were all deleted still gets a buffer.
+    size_t need = std::max<size_t>(props.size() * sizeof(CEPROPVAL), 1);
+    for (const dbvol::Prop *p : props)
+        if (p && (TypeFromPropID(p->id) == CEVT_LPWSTR || TypeFromPropID(p->id) == CEVT_BLOB))
+            need += (p->data.size() + 2 + 7) & ~size_t(7);
+    if (*lpcbBuffer < need || !*lplpBuffer) {
+        if (!(dwFlags & CEDB_ALLOWREALLOC)) {
+            *lpcbBuffer = DWORD(need);
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return 0;
+        }
+        HLOCAL mem = *lplpBuffer ? LocalReAlloc(HLOCAL(*lplpBuffer), need, LMEM_MOVEABLE)
+                                 : LocalAlloc(LMEM_FIXED, need);
+        if (!mem) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return 0;
+        }
+        *lplpBuffer = static_cast<LPBYTE>(mem);
+        *lpcbBuffer = DWORD(need);
+    }
+    LPBYTE base = *lplpBuffer;
+    CEPROPVAL *vals = reinterpret_cast<CEPROPVAL *>(base);
+    size_t at = props.size() * sizeof(CEPROPVAL);
+    for (size_t i = 0; i < props.size(); i++) {
+        CEPROPVAL &v = vals[i];
+        memset(&v, 0, sizeof v);
+        v.propid = ids[i];
+        const dbvol::Prop *p = props[i];
+        if (!p) {
+            v.wFlags = CEDB_PROPNOTFOUND;
+            continue;
+        }
+        switch (TypeFromPropID(p->id)) {
+        case CEVT_LPWSTR:
+        case CEVT_BLOB: {
+            LPBYTE dst = base + at;
+            if (!p->data.empty())
+                memcpy(dst, p->data.data(), p->data.size());
+            dst[p->data.size()] = dst[p->data.size() + 1] = 0;
+            if (TypeFromPropID(p->id) == CEVT_LPWSTR) {
+                v.val.lpwstr = reinterpret_cast<LPWSTR>(dst);
+            } else {
+                v.val.blob.dwCount = DWORD(p->data.size());
+                v.val.blob.lpb = dst;
+            }
+            at += (p->data.size() + 2 + 7) & ~size_t(7);
+            break;
+        }
+        default:
+            memcpy(&v.val, p->data.data(), p->data.size());
+        }
+    }
+    *lpcPropID = WORD(props.size());
+    CEOID oid = rec.oid;
+    if (o->flags & CEDB_AUTOINCREMENT)
+        MoveTo(o, *db, order, o->pos + 1);
+    return oid;
+    GUARD_END(0)
+}
+
+CEOID CeReadRecordProps(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROPID *rgPropID, LPBYTE *lplpBuffer,
+                        LPDWORD lpcbBuffer) {
+    return CeReadRecordPropsEx(hDbase, dwFlags, lpcPropID, rgPropID, lplpBuffer, lpcbBuffer, nullptr);
+}
+
+CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL *rgPropVal) {
+    GUARD_BEGIN
+    OpenDb *o = FindOpen(hDbase);
+    Mounted *m;
+    dbvol::Database *db;
+    if (!o || !Resolve(o, m, db))
+        return 0;
+    if (cPropID == 0 || !rgPropVal || (oidRecord && !dbvol::FindRecord(*db, oidRecord))) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    std::vector<dbvol::PropWrite> writes;
+    for (WORD i = 0; i < cPropID; i++) {
+        const CEPROPVAL &v = rgPropVal[i];
+        dbvol::PropWrite w{dbvol::Prop{v.propid, {}}, (v.wFlags & CEDB_PROPDELETE) != 0};
+        if (!dbvol::KnownType(v.propid)) {
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return 0;
+        }
+        if (!w.remove) {
+            const uint8_t *src = reinterpret_cast<const uint8_t *>(&v.val);
+            size_t n = 0;
+            switch (TypeFromPropID(v.propid)) {
+            case CEVT_I2:
+            case CEVT_UI2: n = 2; break;
+            case CEVT_I4:
+            case CEVT_UI4:
+            case CEVT_BOOL: n = 4; break;
+            case CEVT_R8:
+            case CEVT_FILETIME: n = 8; break;
+            case CEVT_LPWSTR:
+                if (!v.val.lpwstr) {
+                    SetLastError(ERROR_INVALID_PARAMETER);
+                    return 0;
+                }
+                src = reinterpret_cast<const uint8_t *>(v.val.lpwstr);
+                // Bounded so an unterminated text is refused, not read on and on.
+                n = 0;
+                while (n <= dbvol::kMaxValueBytes / 2 && v.val.lpwstr[n])
+                    n++;
+                n *= 2;
+                break;
+            case CEVT_BLOB:
+                if (v.val.blob.dwCount && !v.val.blob.lpb) {
+                    SetLastError(ERROR_INVALID_PARAMETER);
+                    return 0;
+                }
+                src = v.val.blob.lpb;
+                n = v.val.blob.dwCount;
+                break;
+            }
+            if (n > dbvol::kMaxValueBytes) {
+                SetLastError(ERROR_INVALID_PARAMETER);
+                return 0;
+            }
+            w.prop.data.assign(src, src + n);
+        }
+        writes.push_back(std::move(w));
+    }
+    std::vector<size_t> order = Order(o, *db);
+    (void)order;
+    uint32_t written = 0;
+    CEOID dbOid = db->oid;
+    bool ok = Change(m, [&](dbvol::Volume &v) {
+        return dbvol::WriteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, writes, Now(), written);
+    });
+    return ok ? written : 0;
+    GUARD_END(0)
+}
+
+CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDWORD lpdwIndex) {
+    GUARD_BEGIN
+    OpenDb *o = FindOpen(hDatabase);
+    Mounted *m;
+    dbvol::Database *db;
+    if (!o || !Resolve(o, m, db))
+        return 0;
+    std::vector<size_t> order = Order(o, *db);
+    size_t n = order.size();
+    long long target = -1;
+    auto value = [&](size_t i) { return dbvol::FindProp(db->records[order[i]], o->sort); };
+    const dbvol::SortSpec *spec = nullptr;
+    for (const dbvol::SortSpec &s : db->sorts)
+        if (s.prop == o->sort)
+            spec = &s;
+    switch (dwSeekType) {
+    case CEDB_SEEK_CEOID:
+        for (size_t i = 0; i < n; i++)
+            if (db->records[order[i]].oid == CEOID(dwValue))
+                target = (long long)i;
+        break;
+    case CEDB_SEEK_BEGINNING: target = (long long)DWORD(dwValue); break;
+    case CEDB_SEEK_CURRENT: target = (long long)o->pos + LONG(DWORD(dwValue)); break;
+    case CEDB_SEEK_END: target = (long long)n - 1 - (long long)DWORD(dwValue); break;
+    case CEDB_SEEK_VALUESMALLER:
+    case CEDB_SEEK_VALUEFIRSTEQUAL:
+    case CEDB_SEEK_VALUEGREATER:
+    case CEDB_SEEK_VALUENEXTEQUAL: {
+        const CEPROPVAL *want = reinterpret_cast<const CEPROPVAL *>(dwValue);
+        if (!want || !spec || want->propid != o->sort) {
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return 0;
+        }
+        std::vector<uint8_t> key;
+        switch (TypeFromPropID(want->propid)) {
+        case CEVT_LPWSTR:
+            if (!want->val.lpwstr) {
+                SetLastError(ERROR_INVALID_PARAMETER);
+                return 0;
+            }
+            for (size_t k = 0; want->val.lpwstr[k] && k < dbvol::kMaxValueBytes / 2; k++) {
+                key.push_back(uint8_t(want->val.lpwstr[k]));
+                key.push_back(uint8_t(want->val.lpwstr[k] >> 8));
+            }
+            break;
+        case CEVT_BLOB:
+            if (want->val.blob.lpb)
+                key.assign(want->val.blob.lpb, want->val.blob.lpb + std::min<DWORD>(want->val.blob.dwCount, 65535));
+            break;
+        default: {
+            const uint8_t *src = reinterpret_cast<const uint8_t *>(&want->val);
+            key.assign(src, src + 8);
+            size_t w = TypeFromPropID(want->propid) == CEVT_I2 || TypeFromPropID(want->propid) == CEVT_UI2 ? 2
+                       : TypeFromPropID(want->propid) == CEVT_R8 || TypeFromPropID(want->propid) == CEVT_FILETIME ? 8
+                                                                                                                   : 4;
+            key.resize(w);
+        }
+        }
+        bool fold = spec->flags & CEDB_SORT_CASEINSENSITIVE, desc = spec->flags & CEDB_SORT_DESCENDING;
+        // Compared in the sort's direction: negative is "before" in the order.
+        auto cmp = [&](size_t i) {
+            int c = dbvol::CompareValues(o->sort, value(i)->data, key, fold, LocaleCompare);
+            return desc ? -c : c;
+        };
+        if (dwSeekType == CEDB_SEEK_VALUEFIRSTEQUAL) {
+            for (size_t i = 0; i < n && target < 0; i++)
+                if (value(i) && cmp(i) == 0)
+                    target = (long long)i;
+        } else if (dwSeekType == CEDB_SEEK_VALUENEXTEQUAL) {
+            if (o->pos + 1 < n && value(o->pos + 1) && cmp(o->pos + 1) == 0)
+                target = (long long)o->pos + 1;
+        } else if (dwSeekType == CEDB_SEEK_VALUESMALLER) {
+            for (long long i = (long long)std::min(o->pos, n ? n - 1 : 0); n && i >= 0 && target < 0; i--)
+                if (value(size_t(i)) && cmp(size_t(i)) < 0)
+                    target = i;
+        } else {
+            for (size_t i = o->pos; i < n && target < 0; i++)
+                if (value(i) && cmp(i) > 0)
+                    target = (long long)i;
+        }
+        if (target < 0) {
+            // A failed value seek leaves the position at the end, as on the handheld.
+            MoveTo(o, *db, order, n);
+            SetLastError(ERROR_NO_MORE_ITEMS);
+            return 0;
+        }
+        break;
+    }
+    default: SetLastError(ERROR_INVALID_PARAMETER); return 0;
+    }
+    if (target < 0 || target >= (long long)n) {
+        SetLastError(ERROR_NO_MORE_ITEMS);
+        return 0;
+    }
+    MoveTo(o, *db, order, size_t(target));
+    if (lpdwIndex)
+        *lpdwIndex = DWORD(target);
+    return o->current;
+    GUARD_END(0)
+}
+
+BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord) {
+    GUARD_BEGIN
+    OpenDb *o = FindOpen(hDatabase);
+    Mounted *m;
+    dbvol::Database *db;
+    if (!o || !Resolve(o, m, db))
+        return FALSE;
+    if (!dbvol::FindRecord(*db, oidRecord)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    Order(o, *db);
+    CEOID dbOid = db->oid;
+    return Change(m, [&](dbvol::Volume &v) {
+        return dbvol::DeleteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, Now());
+    });
+    GUARD_END(FALSE)
+}
+
+HANDLE CeFindFirstDatabase(DWORD dwDbaseType) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeFindFirstDatabaseEx(&sys, dwDbaseType);
+}
+
+CEOID CeFindNextDatabase(HANDLE hEnum) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeFindNextDatabaseEx(hEnum, &sys);
+}
+
+BOOL CeOidGetInfo(CEOID oid, CEOIDINFO *oidInfo) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeOidGetInfoEx(&sys, oid, oidInfo);
+}
+
+HANDLE CeOpenDatabase(PCEOID poid, LPWSTR lpszName, CEPROPID propid, DWORD dwFlags, HWND) {
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    return CeOpenDatabaseEx(&sys, poid, lpszName, propid, dwFlags, nullptr);
+}

@@ -1,0 +1,491 @@
+// The handheld's property database calls over the volume file, as the
+// program uses them: error codes, buffers, seek modes and sort order.
+#include "cedb.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+const CEPROPID kName = 0x000A001F, kColour = 0x000B0003, kIcon = 0x000C0002;
+
+class CeDb : public ::testing::Test {
+protected:
+    std::wstring dir, vol;
+    CEGUID guid;
+    void SetUp() override {
+        WCHAR tmp[MAX_PATH];
+        GetTempPathW(MAX_PATH, tmp);
+        dir = std::wstring(tmp) + L"lf-cedb-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+              std::to_wstring(GetTickCount());
+        ASSERT_TRUE(CreateDirectoryW(dir.c_str(), nullptr));
+        vol = dir + L"\\settings.vol";
+        CREATE_INVALIDGUID(&guid);
+    }
+    void TearDown() override {
+        if (!CHECK_INVALIDGUID(&guid))
+            while (CeUnmountDBVol(&guid)) {
+            }
+        WIN32_FIND_DATAW fd;
+        HANDLE f = FindFirstFileW((dir + L"\\*").c_str(), &fd);
+        if (f != INVALID_HANDLE_VALUE) {
+            do {
+                std::wstring p = dir + L"\\" + fd.cFileName;
+                SetFileAttributesW(p.c_str(), FILE_ATTRIBUTE_NORMAL);
+                DeleteFileW(p.c_str());
+            } while (FindNextFileW(f, &fd));
+            FindClose(f);
+        }
+        RemoveDirectoryW(dir.c_str());
+    }
+    void Mount() { ASSERT_TRUE(CeMountDBVol(&guid, &vol[0], OPEN_ALWAYS)) << GetLastError(); }
+    // "categoryprops" as the program opens it: created on the first open that finds nothing.
+    HANDLE OpenCategories() {
+        CEOID oid = 0;
+        HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+        if (h == INVALID_HANDLE_VALUE && GetLastError() == ERROR_FILE_NOT_FOUND) {
+            CEDBASEINFO info = {};
+            info.dwFlags = CEDB_VALIDCREATE;
+            lstrcpyW(info.szDbaseName, L"categoryprops");
+            info.wNumSortOrder = 1;
+            info.rgSortSpecs[0].propid = kName;
+            EXPECT_NE(CeCreateDatabaseEx(&guid, &info), 0u) << GetLastError();
+            h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+        }
+        EXPECT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
+        return h;
+    }
+    CEOID Add(HANDLE h, const wchar_t *name, LONG colour, short icon) {
+        CEPROPVAL v[3] = {};
+        v[0].propid = kName;
+        v[0].val.lpwstr = const_cast<LPWSTR>(name);
+        v[1].propid = kColour;
+        v[1].val.lVal = colour;
+        v[2].propid = kIcon;
+        v[2].val.iVal = icon;
+        CEOID oid = CeWriteRecordProps(h, 0, 3, v);
+        EXPECT_NE(oid, 0u) << GetLastError();
+        return oid;
+    }
+    // Every record's name in the handle's order, read from the start (an
+    // empty database has no start to seek to).
+    std::wstring Names(HANDLE h) {
+        CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
+        std::wstring out;
+        LPBYTE buf = nullptr;
+        DWORD size = 0;
+        WORD count = 1;
+        CEPROPID want = kName;
+        while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
+            out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
+            out += L",";
+        }
+        EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+        LocalFree(buf);
+        return out;
+    }
+};
+
+TEST_F(CeDb, MountingReportsTheHandheldsErrors) {
+    EXPECT_FALSE(CeMountDBVol(nullptr, &vol[0], OPEN_ALWAYS));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_FALSE(CeMountDBVol(&guid, nullptr, OPEN_ALWAYS));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_FALSE(CeMountDBVol(&guid, &vol[0], 99));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_FALSE(CeMountDBVol(&guid, &vol[0], OPEN_EXISTING));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_FILE_NOT_FOUND));
+    EXPECT_TRUE(CHECK_INVALIDGUID(&guid)) << "a failed mount gives the invalid identifier";
+
+    Mount();
+    EXPECT_NE(GetFileAttributesW(vol.c_str()), INVALID_FILE_ATTRIBUTES) << "OPEN_ALWAYS creates the file";
+    CEGUID again;
+    ASSERT_TRUE(CeMountDBVol(&again, &vol[0], OPEN_EXISTING));
+    EXPECT_EQ(memcmp(&again, &guid, sizeof guid), 0) << "the same volume, the same identifier";
+    EXPECT_TRUE(CeUnmountDBVol(&again));
+    EXPECT_TRUE(CeUnmountDBVol(&guid));
+    EXPECT_FALSE(CeUnmountDBVol(&guid));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    CEGUID bad;
+    CREATE_INVALIDGUID(&bad);
+    EXPECT_FALSE(CeUnmountDBVol(&bad));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    CREATE_INVALIDGUID(&guid);
+}
+
+TEST_F(CeDb, DamagedAndForeignVolumesAreReportedAndKept) {
+    struct Case {
+        const char *what;
+        std::string bytes;
+        DWORD error;
+    } cases[] = {
+        {"foreign", "BEGIN:VCALENDAR\r\n", ERROR_BAD_FORMAT},
+        {"cut inside the header", std::string("LFDBVOL\x1a\x01\x00", 10), ERROR_FILE_CORRUPT},
+        {"zeros", std::string(4096, '\0'), ERROR_BAD_FORMAT},
+    };
+    for (const Case &c : cases) {
+        HANDLE f = CreateFileW(vol.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        DWORD put;
+        WriteFile(f, c.bytes.data(), DWORD(c.bytes.size()), &put, nullptr);
+        ::CloseHandle(f);
+        for (DWORD disp : {OPEN_ALWAYS, CREATE_ALWAYS, OPEN_EXISTING}) {
+            EXPECT_FALSE(CeMountDBVol(&guid, &vol[0], disp)) << c.what;
+            EXPECT_EQ(GetLastError(), c.error) << c.what << " disposition " << disp;
+        }
+        WIN32_FILE_ATTRIBUTE_DATA a;
+        ASSERT_TRUE(GetFileAttributesExW(vol.c_str(), GetFileExInfoStandard, &a));
+        EXPECT_EQ(a.nFileSizeLow, c.bytes.size()) << c.what << ": the file is left as it was";
+    }
+    CREATE_INVALIDGUID(&guid);
+}
+
+TEST_F(CeDb, CreatingOpeningAndCountingAsTheProgramDoes) {
+    Mount();
+    CEOID oid = 0;
+    EXPECT_EQ(CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, 1, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_FILE_NOT_FOUND));
+    HANDLE h = OpenCategories();
+    CEOIDINFO info;
+    CEOID dbOid = 0;
+    HANDLE e = CeFindFirstDatabaseEx(&guid, 0);
+    ASSERT_NE(e, INVALID_HANDLE_VALUE);
+    dbOid = CeFindNextDatabaseEx(e, &guid);
+    EXPECT_NE(dbOid, 0u);
+    EXPECT_EQ(CeFindNextDatabaseEx(e, &guid), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+    EXPECT_TRUE(CloseHandle(e));
+    ASSERT_TRUE(CeOidGetInfoEx(&guid, dbOid, &info));
+    EXPECT_EQ(info.wObjType, OBJTYPE_DATABASE);
+    EXPECT_STREQ(info.infDatabase.szDbaseName, L"categoryprops");
+    EXPECT_EQ(info.infDatabase.wNumRecords, 0);
+    EXPECT_EQ(info.infDatabase.wNumSortOrder, 1);
+    EXPECT_EQ(info.infDatabase.rgSortSpecs[0].propid, kName);
+
+    CEOID rec = Add(h, L"Work", 0x00FF7777, 3);
+    ASSERT_TRUE(CeOidGetInfoEx(&guid, dbOid, &info));
+    EXPECT_EQ(info.infDatabase.wNumRecords, 1);
+    ASSERT_TRUE(CeOidGetInfoEx(&guid, rec, &info));
+    EXPECT_EQ(info.wObjType, OBJTYPE_RECORD);
+    EXPECT_EQ(info.infRecord.oidParent, dbOid);
+    EXPECT_FALSE(CeOidGetInfoEx(&guid, 0xDEAD, &info));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+
+    CEDBASEINFO dup = {};
+    dup.dwFlags = CEDB_VALIDCREATE;
+    lstrcpyW(dup.szDbaseName, L"CategoryProps");
+    EXPECT_EQ(CeCreateDatabaseEx(&guid, &dup), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_DUP_NAME));
+    EXPECT_EQ(CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kColour, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER)) << "not a sort order of the database";
+
+    // Deleting an open database is refused; closed, it goes.
+    EXPECT_FALSE(CeDeleteDatabaseEx(&guid, dbOid));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_SHARING_VIOLATION));
+    EXPECT_TRUE(CloseHandle(h));
+    EXPECT_TRUE(CeDeleteDatabaseEx(&guid, dbOid));
+    EXPECT_FALSE(CeDeleteDatabaseEx(&guid, dbOid));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+}
+
+TEST_F(CeDb, ReadingFillsOrAllocatesTheBufferAsTheHandheldDoes) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Work", 0x00FF7777, 3);
+    ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr), 0u);
+
+    // A buffer of our own that is too small, without reallocation: 122 and the size needed.
+    BYTE small[16];
+    LPBYTE p = small;
+    DWORD size = sizeof small;
+    WORD count = 0;
+    EXPECT_EQ(CeReadRecordProps(h, 0, &count, nullptr, &p, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_GT(size, 3 * sizeof(CEPROPVAL));
+    EXPECT_EQ(p, small);
+
+    // No buffer and CEDB_ALLOWREALLOC: the call allocates one with LocalAlloc.
+    LPBYTE buf = nullptr;
+    size = 0;
+    CEOID got = CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size);
+    ASSERT_NE(got, 0u) << GetLastError();
+    ASSERT_NE(buf, nullptr);
+    EXPECT_GE(LocalSize(buf), size);
+    ASSERT_EQ(count, 3);
+    CEPROPVAL *v = reinterpret_cast<CEPROPVAL *>(buf);
+    EXPECT_EQ(v[0].propid, kName);
+    EXPECT_STREQ(v[0].val.lpwstr, L"Work");
+    EXPECT_EQ(v[1].propid, kColour);
+    EXPECT_EQ(v[1].val.lVal, 0x00FF7777);
+    EXPECT_EQ(v[2].propid, kIcon);
+    EXPECT_EQ(v[2].val.iVal, 3);
+    // Auto-increment moved past the only record.
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+
+    // Asked-for properties come in the order asked; a missing one is flagged.
+    ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr), 0u);
+    CEPROPID want[3] = {kIcon, 0x00200013, kName};
+    count = 3;
+    ASSERT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, want, &buf, &size), got);
+    v = reinterpret_cast<CEPROPVAL *>(buf);
+    EXPECT_EQ(v[0].val.iVal, 3);
+    EXPECT_EQ(v[1].propid, 0x00200013u);
+    EXPECT_EQ(v[1].wFlags, CEDB_PROPNOTFOUND);
+    EXPECT_STREQ(v[2].val.lpwstr, L"Work");
+    EXPECT_EQ(LocalFree(buf), nullptr);
+
+    // A LocalAlloc buffer too small is grown; a big enough one of our own is filled in place.
+    struct Case {
+        const char *what;
+        DWORD flags;
+        bool local;
+        DWORD size;
+    } cases[] = {
+        {"small local buffer, reallocated", CEDB_ALLOWREALLOC, true, 8},
+        {"large local buffer, kept", CEDB_ALLOWREALLOC, true, 4096},
+        {"large own buffer, no flag", 0, false, 4096},
+    };
+    static BYTE own[4096];
+    for (const Case &c : cases) {
+        ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr), 0u);
+        LPBYTE b = c.local ? static_cast<LPBYTE>(LocalAlloc(LMEM_FIXED, c.size)) : own;
+        DWORD sz = c.size;
+        count = 0;
+        EXPECT_EQ(CeReadRecordProps(h, c.flags, &count, nullptr, &b, &sz), got) << c.what;
+        EXPECT_EQ(count, 3) << c.what;
+        EXPECT_STREQ(reinterpret_cast<CEPROPVAL *>(b)[0].val.lpwstr, L"Work") << c.what;
+        if (c.local) {
+            EXPECT_GE(LocalSize(b), sz) << c.what;
+            EXPECT_EQ(LocalFree(b), nullptr) << c.what;
+        } else {
+            EXPECT_EQ(b, own) << c.what;
+        }
+    }
+
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, nullptr, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(CeReadRecordProps(INVALID_HANDLE_VALUE, 0, &count, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    CloseHandle(h);
+}
+
+TEST_F(CeDb, WritingChangesInPlaceAddsAndDeletes) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID work = Add(h, L"Work", 1, 0);
+    CEPROPVAL colour = {};
+    colour.propid = kColour;
+    colour.val.lVal = 0x0080FFFF;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &colour), work);
+    CEPROPVAL gone = {};
+    gone.propid = kIcon;
+    gone.wFlags = CEDB_PROPDELETE;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &gone), work);
+
+    struct Bad {
+        const char *what;
+        CEOID oid;
+        WORD count;
+        CEPROPVAL val;
+    } bad[] = {
+        {"no properties", 0, 0, {kColour, 0, 0, {}}},
+        {"a record that is not there", 0xDEAD, 1, {kColour, 0, 0, {}}},
+        {"an unknown type", 0, 1, {0x00010099, 0, 0, {}}},
+        {"a null text", 0, 1, {kName, 0, 0, {}}},
+    };
+    for (Bad &b : bad) {
+        EXPECT_EQ(CeWriteRecordProps(h, b.oid, b.count, &b.val), 0u) << b.what;
+        EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER)) << b.what;
+    }
+    std::vector<BYTE> big(70000);
+    CEPROPVAL blob = {};
+    blob.propid = 0x00300041;
+    blob.val.blob.dwCount = DWORD(big.size());
+    blob.val.blob.lpb = big.data();
+    EXPECT_EQ(CeWriteRecordProps(h, 0, 1, &blob), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+
+    // What was written is on disk: unmounted and mounted again, it reads back.
+    CloseHandle(h);
+    ASSERT_TRUE(CeUnmountDBVol(&guid));
+    Mount();
+    h = OpenCategories();
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    ASSERT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), work);
+    ASSERT_EQ(count, 2);
+    EXPECT_EQ(reinterpret_cast<CEPROPVAL *>(buf)[1].val.lVal, 0x0080FFFF);
+    LocalFree(buf);
+
+    EXPECT_TRUE(CeDeleteRecord(h, work));
+    EXPECT_FALSE(CeDeleteRecord(h, work));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(Names(h), L"");
+    CloseHandle(h);
+}
+
+TEST_F(CeDb, RecordsComeInTheSortOrderAndEverySeekModeMoves) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID holiday = Add(h, L"Holiday", 2, 0);
+    CEOID work = Add(h, L"Work", 1, 0);
+    CEOID birthday = Add(h, L"Birthday", 3, 0);
+    CEOID personal = Add(h, L"Personal", 4, 0);
+    EXPECT_EQ(Names(h), L"Birthday,Holiday,Personal,Work,");
+
+    auto key = [](const wchar_t *s) {
+        CEPROPVAL v = {};
+        v.propid = kName;
+        v.val.lpwstr = const_cast<LPWSTR>(s);
+        return v;
+    };
+    CEPROPVAL h1 = key(L"Holiday"), g = key(L"Gym"), z = key(L"Zoo"), p = key(L"Personal");
+    struct Step {
+        const char *what;
+        DWORD type;
+        DWORD_PTR value;
+        CEOID want;        // 0: the seek fails
+        DWORD index;
+    } steps[] = {
+        {"beginning 0", CEDB_SEEK_BEGINNING, 0, birthday, 0},
+        {"beginning 2", CEDB_SEEK_BEGINNING, 2, personal, 2},
+        {"current -1", CEDB_SEEK_CURRENT, DWORD(-1), holiday, 1},
+        {"current +3", CEDB_SEEK_CURRENT, 3, 0, 0},              // would be past the last
+        {"current +2", CEDB_SEEK_CURRENT, 2, work, 3},
+        {"end 1", CEDB_SEEK_END, 1, personal, 2},
+        {"beginning 4", CEDB_SEEK_BEGINNING, 4, 0, 0},
+        {"by oid", CEDB_SEEK_CEOID, holiday, holiday, 1},
+        {"first equal", CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&p), personal, 2},
+        {"smaller than Personal from there", CEDB_SEEK_VALUESMALLER, DWORD_PTR(&p), holiday, 1},
+        {"greater than Gym from Holiday", CEDB_SEEK_VALUEGREATER, DWORD_PTR(&g), holiday, 1},
+        {"next equal to Holiday", CEDB_SEEK_VALUENEXTEQUAL, DWORD_PTR(&h1), 0, 0},
+        {"first equal Zoo", CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&z), 0, 0},
+        {"unknown seek", 0x1000, 0, 0, 0},
+    };
+    for (const Step &s : steps) {
+        DWORD index = 0xFFFF;
+        CEOID got = CeSeekDatabase(h, s.type, s.value, &index);
+        EXPECT_EQ(got, s.want) << s.what;
+        if (s.want) {
+            EXPECT_EQ(index, s.index) << s.what;
+        }
+    }
+    // A failed value seek leaves the position at the end.
+    WORD count = 0;
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+    LocalFree(buf);
+
+    // Opened without a sort, records come in the order they were made.
+    CloseHandle(h);
+    CEOID oid = 0;
+    h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), 0, CEDB_AUTOINCREMENT, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Names(h), L"Holiday,Work,Birthday,Personal,");
+    CEPROPVAL any = key(L"Work");
+    EXPECT_EQ(CeSeekDatabase(h, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&any), nullptr), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_PARAMETER)) << "a value seek needs a sort";
+    CloseHandle(h);
+}
+
+// A volume file that cannot be replaced: the write fails with the file's
+// error, and the record stays as it was, in the file and in memory.
+TEST_F(CeDb, AWriteThatCannotReachTheFileChangesNothing) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID work = Add(h, L"Work", 1, 0);
+    ASSERT_TRUE(SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_READONLY));
+    CEPROPVAL colour = {};
+    colour.propid = kColour;
+    colour.val.lVal = 2;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &colour), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(CeDeleteRecord(h, work));
+    ASSERT_NE(CeSeekDatabase(h, CEDB_SEEK_CEOID, work, nullptr), 0u);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    ASSERT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), work);
+    EXPECT_EQ(reinterpret_cast<CEPROPVAL *>(buf)[1].val.lVal, 1);
+    LocalFree(buf);
+    SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_NORMAL);
+    CloseHandle(h);
+    EXPECT_EQ(GetFileAttributesW((vol + L".new").c_str()), INVALID_FILE_ATTRIBUTES) << "the new file is cleaned up";
+}
+
+// What a write cut short by a crash leaves beside the volume: it is never
+// read, and the next write replaces it.
+TEST_F(CeDb, AHalfWrittenNewFileFromACrashIsIgnored) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID work = Add(h, L"Work", 1, 0);
+    CloseHandle(h);
+    ASSERT_TRUE(CeUnmountDBVol(&guid));
+    HANDLE f = CreateFileW((vol + L".new").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD put;
+    WriteFile(f, "LFDBVOL\x1a\x01", 9, &put, nullptr);
+    ::CloseHandle(f);
+
+    Mount();
+    h = OpenCategories();
+    EXPECT_EQ(Names(h), L"Work,");
+    CEPROPVAL colour = {};
+    colour.propid = kColour;
+    colour.val.lVal = 9;
+    EXPECT_EQ(CeWriteRecordProps(h, work, 1, &colour), work) << GetLastError();
+    CloseHandle(h);
+    EXPECT_EQ(GetFileAttributesW((vol + L".new").c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(CeDb, AFullVolumeReportsDiskFull) {
+    Mount();
+    CEDBASEINFO info = {};
+    info.dwFlags = CEDB_VALIDNAME;
+    int made = 0;
+    for (; made < 300; made++) {
+        wsprintfW(info.szDbaseName, L"db%d", made);
+        if (!CeCreateDatabaseEx(&guid, &info))
+            break;
+    }
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_DISK_FULL));
+    EXPECT_EQ(made, 256);
+}
+
+TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
+    std::wstring store = dir + L"\\objectstore.vol";
+    SetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", store.c_str());
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    CEDBASEINFO info = {};
+    info.dwFlags = CEDB_VALIDNAME;
+    lstrcpyW(info.szDbaseName, L"Categories Database");
+    CEOID db = CeCreateDatabaseEx(&sys, &info);
+    ASSERT_NE(db, 0u) << GetLastError();
+    HANDLE e = CeFindFirstDatabaseEx(&sys, 0);
+    EXPECT_EQ(CeFindNextDatabaseEx(e, &sys), db);
+    CloseHandle(e);
+    EXPECT_NE(GetFileAttributesW(store.c_str()), INVALID_FILE_ATTRIBUTES);
+
+    // The calls without a volume reach the same store, as on the handheld.
+    e = CeFindFirstDatabase(0);
+    ASSERT_NE(e, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CeFindNextDatabase(e), db);
+    EXPECT_EQ(CeFindNextDatabase(e), 0u);
+    CloseHandle(e);
+    CEOIDINFO found;
+    ASSERT_TRUE(CeOidGetInfo(db, &found));
+    EXPECT_STREQ(found.infDatabase.szDbaseName, L"Categories Database");
+    CEOID oid = 0;
+    HANDLE h = CeOpenDatabase(&oid, const_cast<LPWSTR>(L"Categories Database"), 0, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(oid, db);
+    CloseHandle(h);
+    EXPECT_TRUE(CeDeleteDatabaseEx(&sys, db));
+}
+
+}  // namespace
