@@ -29,15 +29,7 @@ std::wstring Categories(const std::vector<std::string>& cats) {
 
 std::vector<std::string> SplitCategories(const std::wstring& w) {
     std::vector<std::string> out;
-    size_t pos = 0;
-    while (pos <= w.size()) {
-        size_t comma = w.find(L',', pos);
-        if (comma == std::wstring::npos) comma = w.size();
-        std::wstring item = w.substr(pos, comma - pos);
-        size_t b = item.find_first_not_of(L" \t"), e = item.find_last_not_of(L" \t");
-        if (b != std::wstring::npos) out.push_back(Utf8FromWide(item.substr(b, e - b + 1)));
-        pos = comma + 1;
-    }
+    for (const std::wstring& name : CategoryNames(w)) out.push_back(Utf8FromWide(name));
     return out;
 }
 
@@ -689,6 +681,20 @@ std::string Utf8FromWide(const std::wstring& w) {
             out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
             out += static_cast<char>(0x80 | (cp & 0x3F));
         }
+    }
+    return out;
+}
+
+std::vector<std::wstring> CategoryNames(const std::wstring& list) {
+    std::vector<std::wstring> out;
+    size_t pos = 0;
+    while (pos <= list.size()) {
+        size_t comma = list.find(L',', pos);
+        if (comma == std::wstring::npos) comma = list.size();
+        std::wstring item = list.substr(pos, comma - pos);
+        size_t b = item.find_first_not_of(L" \t"), e = item.find_last_not_of(L" \t");
+        if (b != std::wstring::npos) out.push_back(item.substr(b, e - b + 1));
+        pos = comma + 1;
     }
     return out;
 }

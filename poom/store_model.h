@@ -157,5 +157,7 @@ private:
 // UTF-8 <-> wide text, for either width of wchar_t.
 std::wstring WideFromUtf8(const std::string& s);
 std::string Utf8FromWide(const std::wstring& w);
+// The names in a comma-separated category list, trimmed, empty ones left out, as written.
+std::vector<std::wstring> CategoryNames(const std::wstring& list);
 
 }  // namespace poom

@@ -137,20 +137,11 @@ std::wstring DayName(int weekday, bool abbreviated) {
     return name;
 }
 
+// The category names once each, in the order written.
 std::vector<std::wstring> SplitList(const std::wstring& all) {
     std::vector<std::wstring> out;
-    size_t pos = 0;
-    while (pos <= all.size()) {
-        size_t comma = all.find(L',', pos);
-        if (comma == std::wstring::npos) comma = all.size();
-        std::wstring one = all.substr(pos, comma - pos);
-        size_t b = one.find_first_not_of(L" \t"), e = one.find_last_not_of(L" \t");
-        if (b != std::wstring::npos) {
-            one = one.substr(b, e - b + 1);
-            if (std::find(out.begin(), out.end(), one) == out.end()) out.push_back(one);
-        }
-        pos = comma + 1;
-    }
+    for (const std::wstring& one : CategoryNames(all))
+        if (std::find(out.begin(), out.end(), one) == out.end()) out.push_back(one);
     return out;
 }
 
