@@ -337,7 +337,7 @@ CEOID CeCreateDatabaseEx(PCEGUID pceguid, CEDBASEINFO *pInfo) {
         return 0;
     }
     std::u16string name(reinterpret_cast<const char16_t *>(pInfo->szDbaseName), len);
-    std::vector<dbvol::SortSpec> sorts;
+    std::vector<dbvol::SortRule> sorts;
     if (pInfo->dwFlags & CEDB_VALIDSORTSPEC)
         for (WORD i = 0; i < pInfo->wNumSortOrder; i++)
             sorts.push_back({pInfo->rgSortSpecs[i].propid, pInfo->rgSortSpecs[i].dwFlags});
@@ -371,7 +371,7 @@ HANDLE CeOpenDatabaseEx(PCEGUID pguid, PCEOID poid, LPWSTR lpszName, CEPROPID pr
         return INVALID_HANDLE_VALUE;
     }
     if (propid != 0 && std::none_of(db->sorts.begin(), db->sorts.end(),
-                                    [&](const dbvol::SortSpec &s) { return s.prop == propid; })) {
+                                    [&](const dbvol::SortRule &s) { return s.prop == propid; })) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
@@ -659,10 +659,7 @@ CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDW
     size_t n = order.size();
     long long target = -1;
     auto value = [&](size_t i) { return dbvol::FindProp(db->records[order[i]], o->sort); };
-    const dbvol::SortSpec *spec = nullptr;
-    for (const dbvol::SortSpec &s : db->sorts)
-        if (s.prop == o->sort)
-            spec = &s;
+    const dbvol::SortRule *rule = dbvol::FindSortRule(*db, o->sort);
     switch (dwSeekType) {
     case CEDB_SEEK_CEOID:
         for (size_t i = 0; i < n; i++)
@@ -677,7 +674,7 @@ CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDW
     case CEDB_SEEK_VALUEGREATER:
     case CEDB_SEEK_VALUENEXTEQUAL: {
         const CEPROPVAL *want = reinterpret_cast<const CEPROPVAL *>(dwValue);
-        if (!want || !spec || want->propid != o->sort) {
+        if (!want || !rule || want->propid != o->sort) {
             SetLastError(ERROR_INVALID_PARAMETER);
             return 0;
         }
@@ -706,7 +703,7 @@ CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDW
             key.resize(w);
         }
         }
-        bool fold = spec->flags & CEDB_SORT_CASEINSENSITIVE, desc = spec->flags & CEDB_SORT_DESCENDING;
+        bool fold = rule->flags & CEDB_SORT_CASEINSENSITIVE, desc = rule->flags & CEDB_SORT_DESCENDING;
         // Compared in the sort's direction: negative is "before" in the order.
         auto cmp = [&](size_t i) {
             int c = dbvol::CompareValues(o->sort, value(i)->data, key, fold, LocaleCompare);

@@ -177,7 +177,7 @@ std::vector<uint8_t> Encode(const Volume &v) {
         for (char16_t c : db.name)
             Put16(pay, uint16_t(c));
         Put16(pay, uint16_t(db.sorts.size()));
-        for (const SortSpec &s : db.sorts) {
+        for (const SortRule &s : db.sorts) {
             Put32(pay, s.prop);
             Put32(pay, s.flags);
         }
@@ -245,7 +245,7 @@ Status Decode(const uint8_t *data, size_t n, Volume &v) {
         if (ns > kMaxSortOrders)
             return Status::Damaged;
         for (uint16_t k = 0; k < ns && r.ok; k++) {
-            SortSpec s;
+            SortRule s;
             s.prop = r.U32();
             s.flags = r.U32();
             db.sorts.push_back(s);
@@ -375,10 +375,10 @@ Status NewOid(Volume &v, uint32_t &oid) {
 }  // namespace
 
 Status CreateDatabase(Volume &v, const std::u16string &name, uint32_t type, uint32_t flags,
-                      const std::vector<SortSpec> &sorts, uint64_t now, uint32_t &oid) {
+                      const std::vector<SortRule> &sorts, uint64_t now, uint32_t &oid) {
     if (name.empty() || name.size() > kMaxNameUnits || sorts.size() > kMaxSortOrders)
         return Status::Invalid;
-    for (const SortSpec &s : sorts)
+    for (const SortRule &s : sorts)
         if (!KnownType(s.prop))
             return Status::Invalid;
     if (FindDatabase(v, name))
@@ -524,18 +524,23 @@ const Prop *FindProp(const Record &r, uint32_t id) {
     return nullptr;
 }
 
+const SortRule *FindSortRule(const Database &db, uint32_t prop) {
+    const SortRule *found = nullptr;
+    for (const SortRule &s : db.sorts)
+        if (prop != 0 && s.prop == prop)
+            found = &s;
+    return found;
+}
+
 std::vector<size_t> SortedOrder(const Database &db, uint32_t prop, TextCompare cmp) {
     std::vector<size_t> order(db.records.size());
     for (size_t i = 0; i < order.size(); i++)
         order[i] = i;
-    const SortSpec *spec = nullptr;
-    for (const SortSpec &s : db.sorts)
-        if (prop != 0 && s.prop == prop)
-            spec = &s;
-    if (!spec)
+    const SortRule *rule = FindSortRule(db, prop);
+    if (!rule)
         return order;
-    bool desc = spec->flags & kSortDescending, fold = spec->flags & kSortCaseInsensitive,
-         unknownFirst = spec->flags & kSortUnknownFirst;
+    bool desc = rule->flags & kSortDescending, fold = rule->flags & kSortCaseInsensitive,
+         unknownFirst = rule->flags & kSortUnknownFirst;
     std::stable_sort(order.begin(), order.end(), [&](size_t i, size_t j) {
         const Prop *a = FindProp(db.records[i], prop), *b = FindProp(db.records[j], prop);
         if (!a || !b) {

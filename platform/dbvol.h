@@ -74,7 +74,7 @@ struct Record {
     uint32_t oid;
     std::vector<Prop> props;
 };
-struct SortSpec {
+struct SortRule {
     uint32_t prop;
     uint32_t flags;
 };
@@ -84,7 +84,7 @@ struct Database {
     uint32_t type;
     uint32_t flags;
     uint64_t modified;
-    std::vector<SortSpec> sorts;
+    std::vector<SortRule> sorts;
     std::vector<Record> records;   // in creation order
 };
 struct Volume {
@@ -128,7 +128,7 @@ Database *DatabaseOfRecord(Volume &v, uint32_t recordOid);
 
 // Changes in memory only; the caller commits. Each checks its limits.
 Status CreateDatabase(Volume &v, const std::u16string &name, uint32_t type, uint32_t flags,
-                      const std::vector<SortSpec> &sorts, uint64_t now, uint32_t &oid);
+                      const std::vector<SortRule> &sorts, uint64_t now, uint32_t &oid);
 Status DeleteDatabase(Volume &v, uint32_t oid);
 // Writes props into the record (0: a new one); a property of the same id is
 // replaced, a prop with `remove` set is deleted.
@@ -152,6 +152,8 @@ const Prop *FindProp(const Record &r, uint32_t id);
 // for gives creation order. Records without the property come last, or first
 // with the unknown-first flag; ties keep creation order.
 std::vector<size_t> SortedOrder(const Database &db, uint32_t prop, TextCompare cmp);
+// The database's sort rule on the property, or null when it has none.
+const SortRule *FindSortRule(const Database &db, uint32_t prop);
 
 uint32_t Crc32(const uint8_t *data, size_t n);
 

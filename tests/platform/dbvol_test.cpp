@@ -192,7 +192,7 @@ TEST_F(Vol, WritesCheckValueSizesAndRecordLimits) {
 }
 
 // Sorting on each kind of value, both directions, with records that lack the property.
-TEST_F(Vol, SortOrdersFollowTheDatabasesSortSpecs) {
+TEST_F(Vol, SortOrdersFollowTheDatabasesSortRules) {
     Volume v;
     ASSERT_EQ(Open(NativeIo(), path, Disposition::OpenAlways, v), Status::Ok);
     uint32_t db = 0, rec = 0;

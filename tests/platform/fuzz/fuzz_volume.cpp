@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (again.size() != size || !std::equal(again.begin(), again.end(), data))
         abort();
     for (const dbvol::Database &db : v.dbs)
-        for (const dbvol::SortSpec &s : db.sorts)
+        for (const dbvol::SortRule &s : db.sorts)
             if (dbvol::SortedOrder(db, s.prop, nullptr).size() != db.records.size())
                 abort();
     return 0;
