@@ -13,7 +13,6 @@
 
 // Where the menu opens when the stylus was held on empty space.
 const POINT EMPTY_SPACE_MENU_AT = {100, 100};
-const int SUBJECT_READ = 80;
 
 void ShowDayListMenu(HWND dlg, POINT at)
 {
@@ -92,19 +91,13 @@ static void CmdPaste(HWND dlg)
     g_app.dayViewDirty = 1;
 }
 
-// The subject is read first, from the row or, when an appointment spans rows, from the store:
-// an appointment gone from the store since the fill is reported there.
+// The confirmation reads the subject itself, and says so when the appointment has gone from
+// the store since the list was filled; nothing is deleted then.
 static void CmdDelete(HWND dlg)
 {
-    WCHAR subject[SUBJECT_READ + 1] = L"";
-    if (g_app.settings.wrapsubject != 1 && g_app.settings.showlocation != 1) {
-        ListView_GetItemText(g_app.dayList, g_app.selectedRow, DAY_COL_SUBJECT, subject, SUBJECT_READ);
-    } else {
-        GetItemSubject(g_app.selectedRow, subject, SUBJECT_READ);
-    }
     long item = SelectedItem();
     int mode = ConfirmDelete(dlg, item);
-    if (mode != 1)
+    if (mode != CONFIRM_NOTHING)
         DeleteItem(item, mode);
     RefreshMain(dlg);
 }
