@@ -68,3 +68,14 @@
 #define IDC_DELETEONE       1054  // only the selected day's occurrence
 #define IDC_DELETESERIES    1055  // the whole series
 #define IDC_DELETESERIESCANCEL 1029
+
+// The settings sheet and its pages. Each page keeps its controls in its own range: Color
+// 1100-1139, Category 1140-1179, Icons 1180-1229, the icon chooser 1230-1259.
+#define IDI_SETTINGS        108   // the sheet's icon
+#define IDD_COLORPAGE       105
+#define IDD_OPTIONSPAGE     107
+#define IDD_TIMESPAGE       109
+#define IDD_COLORPICKER     115
+#define IDD_CATEGORYPAGE    119
+#define IDD_ICONSPAGE       121
+#define IDD_ICONCHOOSER     125

@@ -1,0 +1,10 @@
+// The icon chooser: every icon the program has (the built-in strip, then the user's icons.bmp),
+// for the Category and Icons pages to pick one from.
+#pragma once
+
+#include <windows.h>
+
+// Runs the chooser with `current` selected; the chosen icon index (0 ... iconCount - 1) on OK,
+// `current` when the user cancels.
+int ChooseIcon(HWND owner, int current);
+// The icons themselves are drawn by the month view's DrawIcon (month/indicators.h).
