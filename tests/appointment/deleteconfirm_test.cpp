@@ -286,7 +286,7 @@ TEST_F(DeleteConfirm, NoDrawingObjectsLostOverManyOpenings)
     cycle(1);
     int before = CountGdiObjects();
     std::string summary = GdiObjectSummary();
-    for (int i = 0; i < 200; i++)
+    for (int i = 0; i < 60; i++)
         cycle(i);
     EXPECT_EQ(CountGdiObjects(), before) << "before: " << summary << " after: " << GdiObjectSummary();
 }

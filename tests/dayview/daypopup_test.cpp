@@ -454,7 +454,7 @@ TEST_F(DayPopup, NoDrawingObjectsLostOverManyOpenings)
     cycle(12);
     int before = CountGdiObjects();
     std::string summary = GdiObjectSummary();
-    for (int i = 0; i < 200; i++)
+    for (int i = 0; i < 60; i++)
         cycle(i % 2 ? 12 : 15);
     EXPECT_EQ(CountGdiObjects(), before)
         << "before: " << summary << " after: " << GdiObjectSummary();

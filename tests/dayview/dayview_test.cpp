@@ -275,7 +275,7 @@ TEST_F(DayViewDialog, NoGdiObjectsLostOverManyOpenings)
     EXPECT_EQ(RunDayViewUnshown(kBusyDay, cycle), 0);
     WaitForPass();
     int before = CountGdiObjects();
-    for (int i = 0; i < 200; i++)
+    for (int i = 0; i < 60; i++)
         RunDayViewUnshown(i % 2 ? kBusyDay : kEmptyDay, cycle);
     WaitForPass();
     EXPECT_EQ(CountGdiObjects(), before) << GdiObjectSummary();

@@ -264,7 +264,7 @@ TEST_F(DayGestures, NoGdiObjectsLostOverManyNotes)
         };
         RunUnshown([&] { ShowNotes(dlg, breakfast); return (INT_PTR)0; }, cycle);
         int before = CountGdiObjects();
-        for (int i = 0; i < 200; i++)
+        for (int i = 0; i < 60; i++)
             RunUnshown([&] { ShowNotes(dlg, i % 2 ? breakfast : lunch); return (INT_PTR)0; }, cycle);
         EXPECT_EQ(CountGdiObjects(), before) << GdiObjectSummary();
         (void)list;
