@@ -29,13 +29,15 @@ inline std::wstring MessageBoxText(HWND box)
     return best;
 }
 
-// Watches for the program's "Error" boxes, notes their text and owner and
-// presses OK, so a failure shown during start-up does not stop the test.
+// Watches for the program's "Error" boxes (and the few it captions "error"), notes their
+// text, caption and owner and presses OK, so a failure shown during start-up does not stop
+// the test.
 class ErrorBoxes {
 public:
     struct Box {
         std::wstring text;
         HWND owner;
+        std::wstring caption;
     };
     ErrorBoxes() { thread_ = CreateThread(nullptr, 0, Watch, this, 0, nullptr); }
     ~ErrorBoxes()
@@ -80,12 +82,13 @@ private:
         WCHAR cls[32], caption[64];
         GetClassNameW(h, cls, 32);
         GetWindowTextW(h, caption, 64);
-        if (pid != GetCurrentProcessId() || lstrcmpW(cls, L"#32770") || lstrcmpW(caption, L"Error") ||
+        if (pid != GetCurrentProcessId() || lstrcmpW(cls, L"#32770") || (lstrcmpW(caption, L"Error") && lstrcmpW(caption, L"error")) ||
             !IsWindowVisible(h) || me->handled_.count(h))
             return TRUE;
         Box box;
         box.text = MessageBoxText(h);
         box.owner = GetWindow(h, GW_OWNER);
+        box.caption = caption;
         me->handled_.insert(h);
         {
             std::lock_guard<std::mutex> lock(me->mu_);
