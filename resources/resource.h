@@ -79,3 +79,12 @@
 #define IDD_CATEGORYPAGE    119
 #define IDD_ICONSPAGE       121
 #define IDD_ICONCHOOSER     125
+
+// Controls of the Category page.
+#define IDC_CATEGORYHEAD    1140  // "Categories"
+#define IDC_CATEGORYLIST    1141  // the device's categories, each with its colour and icon
+#define IDC_CATEGORYCOLORL  1142  // "Color:"
+#define IDC_CATEGORYCOLOR   1143  // the selected category's colour; opens the colour picker
+#define IDC_CATEGORYICONL   1144  // "Icon:"
+#define IDC_CATEGORYICON    1145  // the selected category's icon; opens the icon chooser
+#define IDC_CATEGORYNOTE    1146  // why the selected category cannot be changed, or why none are listed
