@@ -79,3 +79,7 @@
 #define IDD_CATEGORYPAGE    119
 #define IDD_ICONSPAGE       121
 #define IDD_ICONCHOOSER     125
+
+// Controls of the icon chooser: the grid of icons and the number of the one selected.
+#define IDC_ICONGRID        1230
+#define IDC_ICONNUMBER      1231
