@@ -133,3 +133,16 @@
 #define IDC_PICKEROK        1000
 #define IDC_PICKERSLIDER    1027  // lightness, 0 ... 240
 #define IDC_PICKERCANCEL    1029
+
+// Controls of the Icons page: the list of the 48 icon slots, and under it the selected slot's
+// icon (a button that opens the icon chooser) and label.
+#define IDC_ICONSLOTLIST    1180
+#define IDC_ICONSLOTICON    1181
+#define IDC_ICONSLOTLABEL   1182
+#define IDC_ICONSLOTICONTEXT 1183
+#define IDC_ICONSLOTLABELTEXT 1184
+#define IDC_ICONSLOTHINT    1185
+
+// Controls of the icon chooser: the grid of icons and the number of the one selected.
+#define IDC_ICONGRID        1230
+#define IDC_ICONNUMBER      1231
