@@ -40,10 +40,20 @@ public:
         std::wstring caption;
     };
     ErrorBoxes() { thread_ = CreateThread(nullptr, 0, Watch, this, 0, nullptr); }
+    // The watcher reads window texts, which waits on the thread owning each window: this
+    // thread keeps answering while it waits for the watcher to end.
     ~ErrorBoxes()
     {
         stop_ = true;
-        WaitForSingleObject(thread_, 5000);
+        DWORD start = GetTickCount();
+        while (GetTickCount() - start < 5000 &&
+               MsgWaitForMultipleObjects(1, &thread_, FALSE, 5000, QS_ALLINPUT) == WAIT_OBJECT_0 + 1) {
+            MSG msg;
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+                TranslateMessage(&msg);
+                DispatchMessageW(&msg);
+            }
+        }
         CloseHandle(thread_);
     }
     std::vector<Box> Seen()
