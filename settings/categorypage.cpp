@@ -14,6 +14,7 @@
 #include "resource.h"
 
 #include <commctrl.h>
+#include <string>
 #include <vector>
 
 // One listed category as the page shows it, and as it was when the page opened.
@@ -207,7 +208,11 @@ static void DrawCategoryRow(HWND page, const DRAWITEMSTRUCT *di)
     int oldMode = SetBkMode(dc, TRANSPARENT);
     COLORREF oldColour =
         SetTextColor(dc, GetSysColor(selected ? COLOR_HIGHLIGHTTEXT : COLOR_WINDOWTEXT));
-    DrawTextW(dc, e.name.name, -1, &text, DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX | DT_END_ELLIPSIS);
+    // A name cut to its slot ends in an ellipsis, so it does not pass for the whole name.
+    std::wstring shown = e.name.name;
+    if (e.name.cut)
+        shown += L"\u2026";
+    DrawTextW(dc, shown.c_str(), -1, &text, DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX | DT_END_ELLIPSIS);
     SetTextColor(dc, oldColour);
     SetBkMode(dc, oldMode);
     if (di->itemState & ODS_FOCUS)
