@@ -89,6 +89,20 @@ static void PickRed(HWND page)
         });
 }
 
+// The icon button opens the icon chooser; its last icon is taken with OK.
+static void ChooseLastIcon(HWND page)
+{
+    RunScripted(
+        [&] {
+            Click(page, IDC_CATEGORYICON);
+            return (INT_PTR)0;
+        },
+        [&](HWND chooser) {
+            Key(GetDlgItem(chooser, IDC_ICONGRID), VK_END);
+            Click(chooser, IDOK);
+        });
+}
+
 static COLORREF RowBack(const Picture &pic, HWND list, int row)
 {
     RECT rc = RowRect(list, row);
@@ -114,6 +128,7 @@ TEST_F(CategoryPage, ChosenColourColoursTheDayRows)
         RECT rc = {};
         SendMessageW(list, LB_GETITEMRECT, 1, (LPARAM)&rc);
         EXPECT_EQ(pic.At(rc.left + 8, (rc.top + rc.bottom) / 2), kPickerRed) << "the row's swatch";
+        ChooseLastIcon(page);
         Click(sheet, IDOK);
     });
     EXPECT_TRUE(boxes.Texts().empty());
@@ -125,7 +140,10 @@ TEST_F(CategoryPage, ChosenColourColoursTheDayRows)
     ASSERT_EQ(count, 1);
     EXPECT_STREQ(props[0].name, L"Holiday");
     EXPECT_EQ(props[0].color, kPickerRed);
+    EXPECT_EQ(props[0].icon, (DWORD)BUILTIN_ICONS - 1);
     FreeCategoryArray(props);
+    ASSERT_EQ(g_app.deviceCategoryCount, 4);
+    EXPECT_EQ(g_app.mergedCategories[1].icon, (DWORD)BUILTIN_ICONS - 1) << "merged again on OK";
 
     g_app.settings.rowcolorindex = 2;
     RunDayView(kCategoryDay, [&](HWND, HWND list) {

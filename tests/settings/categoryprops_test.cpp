@@ -110,6 +110,27 @@ TEST_F(CategoryProps_, NamesAreCutToTheirSlot)
     EXPECT_TRUE(boxes.Texts().empty());
 }
 
+// Without the device's list there are no categories; only the Category page's reading says so.
+TEST_F(CategoryProps_, NoDeviceListGivesNoCategories)
+{
+    RemoveDeviceCategories();
+    ErrorBoxes boxes;
+    int count = 7;
+    EXPECT_EQ(ReadDeviceCategories(&count, true), nullptr);
+    EXPECT_EQ(count, 0);
+    EXPECT_TRUE(boxes.Texts().empty()) << "start-up reads it quietly";
+    EXPECT_EQ(ReadDeviceCategories(&count), nullptr);
+    EXPECT_EQ(boxes.Texts(), std::vector<std::wstring>{L"The database doesn't exist"});
+    SetDeviceCategories({L"Business"});
+    ReloadCategories(true);
+    EXPECT_EQ(g_app.deviceCategoryCount, 1);
+    RemoveDeviceCategories();
+    ReloadCategories(true);
+    EXPECT_EQ(g_app.deviceCategoryCount, 0);
+    EXPECT_EQ(g_app.mergedCategories, nullptr);
+    EXPECT_EQ(CategoryColorOf(L"Business", 5), 5u);
+}
+
 // A volume that is not ours, or is damaged, is never changed: the load gives up without a word
 // and the program keeps the properties it had, a save changes nothing. An empty file has nothing
 // to lose and becomes the volume; a read-only one is read, and a save to it is refused.

@@ -48,7 +48,7 @@ void WriteDeviceStoreFile(const std::vector<std::wstring> &names)
     WriteAll(g_objectStore, std::vector<BYTE>(bytes.begin(), bytes.end()));
 }
 
-void SetDeviceCategories(const std::vector<std::wstring> &names)
+void RemoveDeviceCategories()
 {
     UseTestObjectStore();
     g_objectStoreRead = true;
@@ -62,6 +62,13 @@ void SetDeviceCategories(const std::vector<std::wstring> &names)
             CeDeleteDatabaseEx(&store, oid);
     }
     CloseHandle(list);
+}
+
+void SetDeviceCategories(const std::vector<std::wstring> &names)
+{
+    RemoveDeviceCategories();
+    CEGUID store;
+    CREATE_SYSTEMGUID(&store);
     CEDBASEINFO info = {};
     info.dwFlags = CEDB_VALIDNAME;
     lstrcpyW(info.szDbaseName, kDeviceCategoryDbName);

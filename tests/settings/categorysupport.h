@@ -11,7 +11,9 @@
 void UseTestObjectStore();
 // Makes the device's "Categories Database" hold these names, in this order.
 void SetDeviceCategories(const std::vector<std::wstring> &names);
-// The same, written as the object store's file before the process has first read it.
+// Takes the device's "Categories Database" away.
+void RemoveDeviceCategories();
+// The same as SetDeviceCategories, written as the object store's file before the process has first read it.
 void WriteDeviceStoreFile(const std::vector<std::wstring> &names);
 
 std::wstring VolumePath();
