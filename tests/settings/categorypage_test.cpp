@@ -183,6 +183,26 @@ TEST_F(CategoryPage, CancelAndUnchangedOkWriteNothing)
     EXPECT_EQ(g_app.mergedCategories[3].color, RGB(10, 20, 30));
 }
 
+// Every pen and brush the page's rows and buttons are drawn with is let go again: each opening
+// paints the list and both buttons, then cancels. (A shown sheet takes Wine's window manager a
+// while to open and close, so a few openings.)
+TEST_F(CategoryPage, NoGdiObjectsLostOverManyOpenings)
+{
+    WriteVolume({{L"Holiday", RGB(255, 200, 0), 12}});
+    auto cycle = [](HWND sheet, HWND page) {
+        SelectRow(page, 1);
+        PaintClient(GetDlgItem(page, IDC_CATEGORYLIST));
+        PaintClient(GetDlgItem(page, IDC_CATEGORYCOLOR));
+        PaintClient(GetDlgItem(page, IDC_CATEGORYICON));
+        Click(sheet, IDCANCEL);
+    };
+    RunCategoryPage(cycle);
+    int before = CountGdiObjects();
+    for (int i = 0; i < 8; i++)
+        RunCategoryPage(cycle);
+    EXPECT_EQ(CountGdiObjects(), before) << GdiObjectSummary();
+}
+
 // The page with a stored colour, an icon and an over-long name, for looking at: run with
 // LF_SHOTS set to a folder.
 TEST_F(CategoryPage, Screenshot)
