@@ -183,6 +183,24 @@ TEST_F(CategoryPage, CancelAndUnchangedOkWriteNothing)
     EXPECT_EQ(g_app.mergedCategories[3].color, RGB(10, 20, 30));
 }
 
+// A "settings.vol" of another program is left as it is; the user is told his change was not kept.
+TEST_F(CategoryPage, ForeignVolumeIsReportedAndKept)
+{
+    std::string text = "not a volume of ours";
+    std::vector<BYTE> foreign(text.begin(), text.end());
+    WriteAll(VolumePath(), foreign);
+    ErrorBoxes boxes;
+    RunCategoryPage([&](HWND sheet, HWND page) {
+        ASSERT_EQ(SendDlgItemMessageW(page, IDC_CATEGORYLIST, LB_GETCOUNT, 0, 0), 4);
+        SelectRow(page, 0);
+        PickRed(page);
+        Click(sheet, IDOK);
+    });
+    EXPECT_EQ(boxes.Texts(), std::vector<std::wstring>{L"The category colors and icons could not be saved."});
+    EXPECT_EQ(ReadAll(VolumePath()), foreign);
+    EXPECT_EQ(g_app.mergedCategories[0].color, kDefaultCategoryColors[0]);
+}
+
 // Every pen and brush the page's rows and buttons are drawn with is let go again: each opening
 // paints the list and both buttons, then cancels. (A shown sheet takes Wine's window manager a
 // while to open and close, so a few openings.)
