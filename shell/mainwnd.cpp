@@ -11,6 +11,7 @@
 #include "platform/aygshell.h"
 #include "resource.h"
 #include "settings/settings.h"
+#include "settings/categoryprops.h"
 #include "month/yearview.h"
 #include "dayview/daylist.h"
 
@@ -120,6 +121,7 @@ static LRESULT OnDestroy(HWND, UINT, WPARAM, LPARAM)
     if (g_app.storeLoggedOn == 1)
         CloseStore();
     LeaveCriticalSection(&g_app.renderLock);
+    FreeCategories();
     DestroyWindow(g_app.hwndMenuBar);
     g_app.hwndMenuBar = nullptr;
     PostQuitMessage(0);
