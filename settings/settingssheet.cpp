@@ -1,0 +1,161 @@
+// The settings sheet: one modal property sheet over the main window, its pages in the order the
+// user has always found them. On the desktop it covers the application area, as it covered the
+// handheld's screen: the sheet is moved over the main window's client area and its tabs, pages
+// and buttons are laid out inside it.
+#include "settingssheet.h"
+#include "pages.h"
+#include "platform/aygshell.h"
+#include "resource.h"
+
+#include <commctrl.h>
+#include <prsht.h>
+
+struct SheetPage {
+    int templateId;
+    const WCHAR *title;
+    DLGPROC proc;
+};
+
+static const SheetPage kSheetPages[] = {
+    {IDD_OPTIONSPAGE, L"Options", OptionsPageProc},
+    {IDD_TIMESPAGE, L"Times", TimesPageProc},
+    {IDD_COLORPAGE, L"Color", ColorPageProc},
+};
+const int kSheetPageCount = sizeof(kSheetPages) / sizeof(kSheetPages[0]);
+
+const UINT WM_SHEETLAYOUT = WM_APP + 0x51;
+const int SHEET_APPLY_BUTTON = 0x3021; // the sheet's own id for Apply, which no header names
+
+const int SHEET_MARGIN = 2;     // around the buttons
+const int SHEET_GAP = 4;        // between two buttons
+const int SHEET_BUTTON_H = 23;  // the OK / Cancel / Apply row
+
+static WNDPROC g_sheetPrevProc;
+
+// The page shown takes the sheet's whole width above the tabs; a page the sheet makes later is
+// fitted when it is turned to.
+static void FitCurrentPage(HWND sheet)
+{
+    HWND tab = PropSheet_GetTabControl(sheet);
+    HWND page = PropSheet_GetCurrentPageHwnd(sheet);
+    if (!tab || !page)
+        return;
+    RECT rc;
+    GetWindowRect(tab, &rc);
+    MapWindowPoints(HWND_DESKTOP, sheet, (POINT *)&rc, 2);
+    SetWindowPos(page, HWND_TOP, 0, 0, rc.right, rc.top, SWP_NOACTIVATE);
+}
+
+// The sheet covers the application area as the handheld's covered its screen, without a frame
+// of its own (the main window's caption above it reads "Lanternfields"): the page on top, the
+// tabs hanging below it, and the buttons in a row along the bottom, right-aligned, where the
+// handheld had its menu bar.
+static void LayOutSheet(HWND sheet)
+{
+    RECT area;
+    AppAreaRect(&area);
+    int w = area.right - area.left, h = area.bottom - area.top;
+    SetWindowPos(sheet, nullptr, area.left, area.top, w, h, SWP_NOZORDER | SWP_NOACTIVATE);
+
+    static const int buttons[] = {IDHELP, SHEET_APPLY_BUTTON, IDCANCEL, IDOK};
+    int x = w - SHEET_MARGIN;
+    int y = h - SHEET_MARGIN - SHEET_BUTTON_H;
+    for (int id : buttons) {
+        HWND b = GetDlgItem(sheet, id);
+        if (!b || !IsWindowVisible(b))
+            continue;
+        RECT br;
+        GetWindowRect(b, &br);
+        int bw = br.right - br.left;
+        x -= bw;
+        SetWindowPos(b, nullptr, x, y, bw, SHEET_BUTTON_H, SWP_NOZORDER | SWP_NOACTIVATE);
+        x -= SHEET_GAP;
+    }
+    HWND tab = PropSheet_GetTabControl(sheet);
+    if (tab) {
+        RECT item = {0, 0, 0, 20};
+        TabCtrl_GetItemRect(tab, 0, &item);
+        int tabH = item.bottom - item.top + 4;
+        SetWindowLongW(tab, GWL_STYLE, GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM);
+        SetWindowPos(tab, nullptr, 0, y - SHEET_MARGIN - tabH, w, tabH,
+                     SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+    }
+    FitCurrentPage(sheet);
+    InvalidateRect(sheet, nullptr, TRUE);
+}
+
+static LRESULT CALLBACK SheetSubclassProc(HWND sheet, UINT msg, WPARAM wp, LPARAM lp)
+{
+    LRESULT result = CallWindowProcW(g_sheetPrevProc, sheet, msg, wp, lp);
+    if ((msg == WM_NOTIFY && ((NMHDR *)lp)->code == TCN_SELCHANGE) || msg == PSM_SETCURSEL ||
+        msg == PSM_SETCURSELID)
+        FitCurrentPage(sheet);
+    else if (msg == WM_SHEETLAYOUT)
+        LayOutSheet(sheet);
+    return result;
+}
+
+// The sheet's template loses its frame and caption before the sheet is made. Its template is
+// either of the two dialog template forms.
+static void DropSheetFrame(DLGTEMPLATE *t)
+{
+    const DWORD frame = WS_CAPTION | WS_SYSMENU | WS_THICKFRAME | DS_MODALFRAME;
+    const DWORD exFrame = WS_EX_DLGMODALFRAME | WS_EX_CONTEXTHELP | WS_EX_WINDOWEDGE;
+    WORD *words = (WORD *)t;
+    if (words[0] == 1 && words[1] == 0xFFFF) {
+        DWORD *ex = (DWORD *)(words + 4), *style = (DWORD *)(words + 6);
+        *style &= ~frame;
+        *ex &= ~exFrame;
+    } else {
+        t->style &= ~frame;
+        t->dwExtendedStyle &= ~exFrame;
+    }
+}
+
+// The handheld asked here for its full-screen style by answering the version query; on the
+// desktop the query means nothing and the sheet lays itself out once its first page is made.
+static int CALLBACK SheetCallback(HWND sheet, UINT msg, LPARAM lp)
+{
+    if (msg == PSCB_PRECREATE && lp)
+        DropSheetFrame((DLGTEMPLATE *)lp);
+    if (msg == PSCB_INITIALIZED) {
+        g_sheetPrevProc =
+            (WNDPROC)SetWindowLongPtrW(sheet, GWLP_WNDPROC, (LONG_PTR)SheetSubclassProc);
+        LayOutSheet(sheet);
+        PostMessageW(sheet, WM_SHEETLAYOUT, 0, 0);
+    }
+    return 0;
+}
+
+INT_PTR ShowSettingsSheet(HWND owner)
+{
+    HINSTANCE module = GetModuleHandleW(nullptr);
+    PROPSHEETPAGEW pages[kSheetPageCount] = {};
+    for (int i = 0; i < kSheetPageCount; i++) {
+        pages[i].dwSize = sizeof(pages[i]);
+        pages[i].dwFlags = PSP_USETITLE;
+        pages[i].hInstance = module;
+        pages[i].pszTemplate = MAKEINTRESOURCEW(kSheetPages[i].templateId);
+        pages[i].pfnDlgProc = kSheetPages[i].proc;
+        pages[i].pszTitle = kSheetPages[i].title;
+    }
+    PROPSHEETHEADERW header = {};
+    header.dwSize = sizeof(header);
+    header.dwFlags = PSH_PROPSHEETPAGE | PSH_USECALLBACK | PSH_USEICONID;
+    header.hwndParent = owner;
+    header.hInstance = module;
+    header.pszIcon = MAKEINTRESOURCEW(IDI_SETTINGS);
+    header.pszCaption = L"Lanternfields";
+    header.nPages = kSheetPageCount;
+    header.nStartPage = 0;
+    header.ppsp = pages;
+    header.pfnCallback = SheetCallback;
+    INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_TAB_CLASSES | ICC_BAR_CLASSES};
+    InitCommonControlsEx(&icc);
+    INT_PTR result = PropertySheetW(&header);
+    if (result < 0) {
+        MessageBoxW(owner, L"error in PropertySheet()", L"error", MB_OK);
+        return -1;
+    }
+    return result;
+}
