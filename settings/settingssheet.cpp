@@ -127,9 +127,16 @@ static int CALLBACK SheetCallback(HWND sheet, UINT msg, LPARAM lp)
     return 0;
 }
 
+// The icon is loaded once for the life of the program: Wine's sheet, given the icon's resource,
+// loads a copy on every opening and never frees it.
+static HICON g_sheetIcon;
+
 INT_PTR ShowSettingsSheet(HWND owner)
 {
     HINSTANCE module = GetModuleHandleW(nullptr);
+    if (!g_sheetIcon)
+        g_sheetIcon = (HICON)LoadImageW(module, MAKEINTRESOURCEW(IDI_SETTINGS), IMAGE_ICON, 16, 16,
+                                        LR_SHARED);
     PROPSHEETPAGEW pages[kSheetPageCount] = {};
     for (int i = 0; i < kSheetPageCount; i++) {
         pages[i].dwSize = sizeof(pages[i]);
@@ -141,10 +148,10 @@ INT_PTR ShowSettingsSheet(HWND owner)
     }
     PROPSHEETHEADERW header = {};
     header.dwSize = sizeof(header);
-    header.dwFlags = PSH_PROPSHEETPAGE | PSH_USECALLBACK | PSH_USEICONID;
+    header.dwFlags = PSH_PROPSHEETPAGE | PSH_USECALLBACK | PSH_USEHICON;
     header.hwndParent = owner;
     header.hInstance = module;
-    header.pszIcon = MAKEINTRESOURCEW(IDI_SETTINGS);
+    header.hIcon = g_sheetIcon;
     header.pszCaption = L"Lanternfields";
     header.nPages = kSheetPageCount;
     header.nStartPage = 0;

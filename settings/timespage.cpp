@@ -16,7 +16,8 @@
 #include <commctrl.h>
 #include <prsht.h>
 
-static_assert(IDC_TIMED - IDC_TIMEA == 3, "the boundary lists are contiguous, timeA first");
+static_assert(IDC_TIMED - IDC_TIMEA == 3 && IDC_TIMESTART > IDC_TIMED && IDC_TIMEEND > IDC_TIMESTART,
+              "the page's lists take the ids from timeA's to the end's, and only they");
 
 const COLORREF HEADING_TEXT = 0x990000;
 const COLORREF FRAME_INNER = 0x00FF00;
@@ -136,14 +137,14 @@ static INT_PTR TimesCommand(HWND page, int id, int code, HWND)
 {
     if (code != CBN_SELCHANGE)
         return FALSE;
+    if (id < IDC_TIMEA || id > IDC_TIMEEND)
+        return FALSE;
     int start = Selection(page, IDC_TIMESTART);
     if (id == IDC_TIMESTART) {
         Select(page, IDC_TIMEEND, NextSlot(start), 25);
     } else if (id == IDC_TIMEEND && Selection(page, IDC_TIMEEND) <= start) {
         MessageBoxW(page, L"Default End time must be greater than Start time!", L"Error", MB_OK);
         Select(page, IDC_TIMEEND, NextSlot(start), 25);
-    } else {
-        return FALSE;
     }
     PropSheet_Changed(GetParent(page), page);
     return TRUE;

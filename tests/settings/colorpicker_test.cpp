@@ -75,6 +75,7 @@ TEST(ColourPicker, OnlyOkChangesTheColour)
         {"Cancel", [](HWND dlg) { Click(dlg, IDC_PICKERCANCEL); }},
         {"close box", [](HWND dlg) { SendMessageW(dlg, WM_COMMAND, IDCANCEL, 0); }},
         {"Escape", [](HWND dlg) { Key(GetDlgItem(dlg, IDC_PICKERSLIDER), VK_ESCAPE); }},
+        {"the platform's OK", [](HWND dlg) { SendMessageW(dlg, WM_COMMAND, IDOK, 0); }},
     };
     for (const auto &c : cancels) {
         COLORREF got = Pick(start, [&](HWND dlg) {

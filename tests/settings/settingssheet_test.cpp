@@ -311,6 +311,9 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
             GetWindowTextW(sheet, text, 64);
             EXPECT_STREQ(text, L"Lanternfields");
             EXPECT_EQ(GetWindow(sheet, GW_OWNER), owner);
+            EXPECT_TRUE(SendMessageW(sheet, WM_GETICON, ICON_SMALL, 0) ||
+                        SendMessageW(sheet, WM_GETICON, ICON_BIG, 0))
+                << "the lantern is the sheet's icon";
             HWND tab = PropSheet_GetTabControl(sheet);
             ASSERT_TRUE(tab);
             const WCHAR *titles[] = {L"Options", L"Times", L"Color"};
@@ -341,6 +344,24 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
     EXPECT_TRUE(opened);
     EXPECT_TRUE(WaitForPass());
     EXPECT_GT(g_app.renderPasses, passes) << "the month is drawn again";
+}
+
+// The pages' fonts and the swatches' brushes and pens go with each opening of the sheet.
+TEST_F(SettingsSheet, NothingLostOverManyOpenings)
+{
+    int baseline = -1;
+    for (int round = 0; round < 4; round++) {
+        Run([&](HWND sheet) {
+            for (int i : {PAGE_TIMES, PAGE_COLOR, PAGE_OPTIONS})
+                PaintClient(Page(sheet, i));
+            Click(sheet, IDCANCEL);
+        });
+        Pump(0);
+        if (round == 0)
+            baseline = CountGdiObjects();
+        else
+            EXPECT_LE(CountGdiObjects(), baseline) << "round " << round << ": " << GdiObjectSummary();
+    }
 }
 
 // The picker and every page, for looking at: written only when LF_SHOTS names a folder.
