@@ -31,9 +31,9 @@ const int SHEET_GAP = 4;        // between two buttons
 const int SHEET_BUTTON_H = 23;  // the OK / Cancel / Apply row
 
 static WNDPROC g_sheetPrevProc;
+static HWND g_fittedPage; // the page last fitted, of the sheet open now
 
-// The page shown takes the sheet's whole width above the tabs; a page the sheet makes later is
-// fitted when it is turned to.
+// The page shown takes the sheet's whole width above the tabs.
 static void FitCurrentPage(HWND sheet)
 {
     HWND tab = PropSheet_GetTabControl(sheet);
@@ -84,14 +84,30 @@ static void LayOutSheet(HWND sheet)
     InvalidateRect(sheet, nullptr, TRUE);
 }
 
+// A page the sheet turns to is fitted once the sheet has handled the message that turned it (a
+// tab, a page message), or, when the sheet turned it by itself (a key), once it has handled the
+// outermost message: inside that the sheet may still be placing the page.
 static LRESULT CALLBACK SheetSubclassProc(HWND sheet, UINT msg, WPARAM wp, LPARAM lp)
 {
+    static int depth;
+    depth++;
     LRESULT result = CallWindowProcW(g_sheetPrevProc, sheet, msg, wp, lp);
-    if ((msg == WM_NOTIFY && ((NMHDR *)lp)->code == TCN_SELCHANGE) || msg == PSM_SETCURSEL ||
-        msg == PSM_SETCURSELID)
-        FitCurrentPage(sheet);
-    else if (msg == WM_SHEETLAYOUT)
+    depth--;
+    if (msg == WM_SHEETLAYOUT) {
         LayOutSheet(sheet);
+        return result;
+    }
+    bool turned = (msg == WM_NOTIFY && ((NMHDR *)lp)->code == TCN_SELCHANGE) ||
+                  msg == PSM_SETCURSEL || msg == PSM_SETCURSELID;
+    if ((turned || depth == 0) && msg != WM_NCDESTROY && msg != WM_DESTROY && IsWindow(sheet)) {
+        depth++;
+        HWND page = PropSheet_GetCurrentPageHwnd(sheet);
+        if (page && (turned || page != g_fittedPage)) {
+            FitCurrentPage(sheet);
+            g_fittedPage = page;
+        }
+        depth--;
+    }
     return result;
 }
 
@@ -119,6 +135,7 @@ static int CALLBACK SheetCallback(HWND sheet, UINT msg, LPARAM lp)
     if (msg == PSCB_PRECREATE && lp)
         DropSheetFrame((DLGTEMPLATE *)lp);
     if (msg == PSCB_INITIALIZED) {
+        g_fittedPage = nullptr;
         g_sheetPrevProc =
             (WNDPROC)SetWindowLongPtrW(sheet, GWLP_WNDPROC, (LONG_PTR)SheetSubclassProc);
         LayOutSheet(sheet);
