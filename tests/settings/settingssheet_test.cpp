@@ -222,6 +222,37 @@ TEST_F(SettingsSheet, TimesEndNotAfterStartIsRefused)
     EXPECT_TRUE(timesPage);
 }
 
+// Values no list holds (a damaged registry, an end before its start) show as safe choices: a
+// boundary as its default, a shading as the first way, the end after the start.
+TEST_F(SettingsSheet, OutOfRangeSettingsShowSafeChoices)
+{
+    AppSettings saved = g_app.settings;
+    g_app.settings.timeA = 99;
+    g_app.settings.timeD = 0xFFFFFFFF;
+    g_app.settings.calendarcolorstyle = 7;
+    g_app.settings.rowcolorindex = 4;
+    DWORD start = 24, end = 25;
+    ReadSettingNumber(L"defaultStartTimeIndex", &start);
+    ReadSettingNumber(L"defaultEndTimeIndex", &end);
+    WriteSettingNumber(L"defaultStartTimeIndex", 30);
+    WriteSettingNumber(L"defaultEndTimeIndex", 10);
+    Run([&](HWND sheet) {
+        HWND page = Page(sheet, PAGE_TIMES);
+        EXPECT_EQ(Chosen(page, IDC_TIMEA), 12);
+        EXPECT_EQ(Chosen(page, IDC_TIMED), 42);
+        EXPECT_EQ(Chosen(page, IDC_TIMESTART), 30);
+        EXPECT_EQ(Chosen(page, IDC_TIMEEND), 31);
+        page = Page(sheet, PAGE_COLOR);
+        EXPECT_EQ(Chosen(page, IDC_COLORCELLSTYLE), 0);
+        EXPECT_EQ(Chosen(page, IDC_COLORROWSTYLE), 0);
+        EXPECT_EQ(ItemText(page, IDC_COLORROWSTYLE, 1), L"Afternoons");
+        Click(sheet, IDCANCEL);
+    });
+    g_app.settings = saved;
+    WriteSettingNumber(L"defaultStartTimeIndex", start);
+    WriteSettingNumber(L"defaultEndTimeIndex", end);
+}
+
 // Every page visited and changed, a colour picked, and then Cancel: the registry and the running
 // settings are as they were.
 TEST_F(SettingsSheet, CancelWritesNothing)
