@@ -137,7 +137,8 @@ static void CentreOverOwner(HWND dlg)
 static INT_PTR PickerInit(HWND dlg, PickerData *d)
 {
     CentreOverOwner(dlg);
-    SendDlgItemMessageW(dlg, IDC_PICKERSLIDER, TBM_SETRANGE, TRUE, MAKELPARAM(0, PICKER_SLIDER_MAX));
+    SendDlgItemMessageW(dlg, IDC_PICKERSLIDER, TBM_SETRANGE, TRUE,
+                        MAKELPARAM(0, PICKER_SLIDER_MAX));
     d->base = d->current = d->result;
     ShowLightness(dlg, d->current);
     return TRUE;

@@ -16,7 +16,8 @@
 #include <commctrl.h>
 #include <prsht.h>
 
-static_assert(IDC_TIMED - IDC_TIMEA == 3 && IDC_TIMESTART > IDC_TIMED && IDC_TIMEEND > IDC_TIMESTART,
+static_assert(IDC_TIMED - IDC_TIMEA == 3 && IDC_TIMESTART > IDC_TIMED &&
+                  IDC_TIMEEND > IDC_TIMESTART,
               "the page's lists take the ids from timeA's to the end's, and only they");
 
 const COLORREF HEADING_TEXT = 0x990000;
@@ -99,7 +100,8 @@ static INT_PTR TimesInit(HWND page, PROPSHEETPAGEW *)
 static void DrawTimesFrames(HDC dc)
 {
     for (const RECT &f : {kBoundaryFrame, kDefaultsFrame})
-        DrawDoubleFrame(dc, f.left, f.top, f.right, f.bottom, FRAME_CORNER, FRAME_INNER, FRAME_OUTER);
+        DrawDoubleFrame(dc, f.left, f.top, f.right, f.bottom, FRAME_CORNER, FRAME_INNER,
+                        FRAME_OUTER);
 }
 
 static INT_PTR TimesPaint(HWND page, UINT, WPARAM, LPARAM)

@@ -228,7 +228,10 @@ static void RefToHsl(COLORREF c, double *h, double *s, double *l)
 static double RefChannel(double p, double q, double t)
 {
     t = t < 0 ? t + 1 : t > 1 ? t - 1 : t;
-    return 6 * t < 1 ? p + (q - p) * 6 * t : 2 * t < 1 ? q : 3 * t < 2 ? p + (q - p) * (2.0 / 3 - t) * 6 : p;
+    return 6 * t < 1   ? p + (q - p) * 6 * t
+           : 2 * t < 1 ? q
+           : 3 * t < 2 ? p + (q - p) * (2.0 / 3 - t) * 6
+                       : p;
 }
 
 static COLORREF RefToColour(double h, double s, double l)

@@ -36,7 +36,8 @@ static RegistrySnapshot Snapshot()
         WCHAR name[256];
         DWORD nameLen = 256, type = 0, size = 1024;
         std::vector<BYTE> data(size);
-        if (RegEnumValueW(key, i, name, &nameLen, nullptr, &type, data.data(), &size) != ERROR_SUCCESS)
+        if (RegEnumValueW(key, i, name, &nameLen, nullptr, &type, data.data(), &size) !=
+            ERROR_SUCCESS)
             break;
         data.resize(size);
         values[name] = {type, data};
@@ -135,11 +136,13 @@ TEST_F(SettingsSheet, OptionsRoundTripThroughTheRegistry)
         for (size_t i = 0; i < sizeof(kOptions) / sizeof(kOptions[0]); i++) {
             DWORD want = (i + round + 1) % 2;
             std::wstring name = kOptions[i].name;
-            EXPECT_EQ(Stored(kOptions[i].name), want) << "round " << round << ": " << std::string(name.begin(), name.end());
+            EXPECT_EQ(Stored(kOptions[i].name), want)
+                << "round " << round << ": " << std::string(name.begin(), name.end());
             EXPECT_EQ(g_app.settings.*kOptions[i].field, want)
                 << "round " << round << ": " << std::string(name.begin(), name.end());
         }
-        EXPECT_EQ(g_app.yearDataYear, g_app.viewYear) << "the year's colouring was worked out again";
+        EXPECT_EQ(g_app.yearDataYear, g_app.viewYear)
+            << "the year's colouring was worked out again";
     }
     // The labels as the user reads them.
     Run([&](HWND sheet) {
@@ -174,7 +177,8 @@ TEST_F(SettingsSheet, TimesStartMovesTheEndAlong)
             Choose(page, IDC_TIMESTART, m.start);
             EXPECT_EQ(Chosen(page, IDC_TIMEEND), m.end) << "start " << m.start;
         }
-        EXPECT_EQ(ItemText(page, IDC_TIMEEND, Chosen(page, IDC_TIMEEND)), twelve ? L"12:30 AM" : L"24:30");
+        EXPECT_EQ(ItemText(page, IDC_TIMEEND, Chosen(page, IDC_TIMEEND)),
+                  twelve ? L"12:30 AM" : L"24:30");
         Choose(page, IDC_TIMEB, 26);
         Click(sheet, IDOK);
     });
@@ -283,7 +287,8 @@ TEST_F(SettingsSheet, CancelWritesNothing)
     });
     EXPECT_EQ(ended, 0);
     EXPECT_TRUE(Snapshot() == before) << "the registry changed";
-    EXPECT_EQ(memcmp(&settings, &g_app.settings, sizeof(settings)), 0) << "the running settings changed";
+    EXPECT_EQ(memcmp(&settings, &g_app.settings, sizeof(settings)), 0)
+        << "the running settings changed";
 }
 
 // A cell colour and the way of shading picked on the Color page show in the month view's pixels
@@ -367,7 +372,8 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
                 RECT pr, tr;
                 GetWindowRect(page, &pr);
                 GetWindowRect(tab, &tr);
-                EXPECT_EQ(pr.right - pr.left, area.right - area.left) << "page " << i << " is full width";
+                EXPECT_EQ(pr.right - pr.left, area.right - area.left)
+                    << "page " << i << " is full width";
                 EXPECT_LE(pr.bottom, tr.top) << "page " << i << " stays above the tabs";
             }
             Click(sheet, IDCANCEL);
@@ -391,7 +397,8 @@ TEST_F(SettingsSheet, NothingLostOverManyOpenings)
         if (round == 0)
             baseline = CountGdiObjects();
         else
-            EXPECT_LE(CountGdiObjects(), baseline) << "round " << round << ": " << GdiObjectSummary();
+            EXPECT_LE(CountGdiObjects(), baseline)
+                << "round " << round << ": " << GdiObjectSummary();
     }
 }
 
