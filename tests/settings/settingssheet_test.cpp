@@ -179,6 +179,19 @@ TEST_F(SettingsSheet, TimesStartMovesTheEndAlong)
         }
         EXPECT_EQ(ItemText(page, IDC_TIMEEND, Chosen(page, IDC_TIMEEND)),
                   twelve ? L"12:30 AM" : L"24:30");
+        // The two frames, black outside and green inside, and the headings in dark blue.
+        Picture p = PaintClient(page);
+        for (int y : {60, 180}) {
+            EXPECT_EQ(p.At(6, y), 0x000000u) << y;
+            EXPECT_EQ(p.At(7, y), 0x00FF00u) << y;
+            EXPECT_EQ(p.At(233, y), 0x000000u) << y;
+            EXPECT_EQ(p.At(232, y), 0x00FF00u) << y;
+        }
+        EXPECT_EQ(p.At(100, 7), 0x000000u);
+        EXPECT_EQ(p.At(100, 225 - 1), 0x000000u);
+        EXPECT_EQ(p.At(100, 137), p.At(100, 3)) << "the page between the frames";
+        for (int id : {IDC_TIMESHEADING1, IDC_TIMESHEADING2})
+            EXPECT_GT(PaintClient(GetDlgItem(page, id)).Count(0x990000), 20) << id;
         Choose(page, IDC_TIMEB, 26);
         Click(sheet, IDOK);
     });
