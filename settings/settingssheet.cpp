@@ -62,7 +62,8 @@ static void LayOutSheet(HWND sheet)
     int y = h - SHEET_MARGIN - SHEET_BUTTON_H;
     for (int id : buttons) {
         HWND b = GetDlgItem(sheet, id);
-        if (!b || !IsWindowVisible(b))
+        // By its style: the sheet, and so every button, may not be shown yet.
+        if (!b || !(GetWindowLongW(b, GWL_STYLE) & WS_VISIBLE))
             continue;
         RECT br;
         GetWindowRect(b, &br);

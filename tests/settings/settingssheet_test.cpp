@@ -380,11 +380,18 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
             AppAreaRect(&area);
             GetWindowRect(sheet, &rc);
             EXPECT_TRUE(EqualRect(&rc, &area)) << "the sheet covers the application area";
+            RECT tr, br;
+            GetWindowRect(tab, &tr);
+            for (int id : {IDOK, IDCANCEL}) {
+                GetWindowRect(GetDlgItem(sheet, id), &br);
+                EXPECT_GE(br.top, tr.bottom) << "button " << id << " lies below the tabs";
+                EXPECT_LE(br.bottom, area.bottom) << "button " << id;
+                EXPECT_LE(br.right, area.right) << "button " << id;
+            }
             for (int i = 0; i < 3; i++) {
                 HWND page = Page(sheet, i);
-                RECT pr, tr;
+                RECT pr;
                 GetWindowRect(page, &pr);
-                GetWindowRect(tab, &tr);
                 EXPECT_EQ(pr.right - pr.left, area.right - area.left)
                     << "page " << i << " is full width";
                 EXPECT_LE(pr.bottom, tr.top) << "page " << i << " stays above the tabs";
