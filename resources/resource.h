@@ -3,6 +3,10 @@
 // refer to some of them.
 #pragma once
 
+#ifndef IDC_STATIC
+#define IDC_STATIC          (-1)  // a label no code reaches
+#endif
+
 // Menu bar.
 #define IDM_MENUBAR         103   // menu-bar resource: MENU + RCDATA
 #define IDB_MENUBAR         129   // its two button images (16 x 16 each)

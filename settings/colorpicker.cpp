@@ -119,9 +119,26 @@ static void InvalidatePreview(HWND dlg)
     InvalidateRect(dlg, &rc, TRUE);
 }
 
+// Over the window it was opened from (the settings sheet covers the application area), rather
+// than in the middle of a desktop screen far from it.
+static void CentreOverOwner(HWND dlg)
+{
+    HWND owner = GetWindow(dlg, GW_OWNER);
+    if (!owner)
+        return;
+    RECT o, r;
+    GetWindowRect(owner, &o);
+    GetWindowRect(dlg, &r);
+    int x = o.left + ((o.right - o.left) - (r.right - r.left)) / 2;
+    int y = o.top + ((o.bottom - o.top) - (r.bottom - r.top)) / 2;
+    SetWindowPos(dlg, nullptr, x, y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
 static INT_PTR PickerInit(HWND dlg, PickerData *d)
 {
-    SendDlgItemMessageW(dlg, IDC_PICKERSLIDER, TBM_SETRANGE, TRUE, MAKELPARAM(0, PICKER_SLIDER_MAX));
+    CentreOverOwner(dlg);
+    SendDlgItemMessageW(dlg, IDC_PICKERSLIDER, TBM_SETRANGE, TRUE,
+                        MAKELPARAM(0, PICKER_SLIDER_MAX));
     d->base = d->current = d->result;
     ShowLightness(dlg, d->current);
     return TRUE;

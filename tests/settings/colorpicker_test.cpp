@@ -75,6 +75,7 @@ TEST(ColourPicker, OnlyOkChangesTheColour)
         {"Cancel", [](HWND dlg) { Click(dlg, IDC_PICKERCANCEL); }},
         {"close box", [](HWND dlg) { SendMessageW(dlg, WM_COMMAND, IDCANCEL, 0); }},
         {"Escape", [](HWND dlg) { Key(GetDlgItem(dlg, IDC_PICKERSLIDER), VK_ESCAPE); }},
+        {"the platform's OK", [](HWND dlg) { SendMessageW(dlg, WM_COMMAND, IDOK, 0); }},
     };
     for (const auto &c : cancels) {
         COLORREF got = Pick(start, [&](HWND dlg) {
@@ -227,7 +228,10 @@ static void RefToHsl(COLORREF c, double *h, double *s, double *l)
 static double RefChannel(double p, double q, double t)
 {
     t = t < 0 ? t + 1 : t > 1 ? t - 1 : t;
-    return 6 * t < 1 ? p + (q - p) * 6 * t : 2 * t < 1 ? q : 3 * t < 2 ? p + (q - p) * (2.0 / 3 - t) * 6 : p;
+    return 6 * t < 1   ? p + (q - p) * 6 * t
+           : 2 * t < 1 ? q
+           : 3 * t < 2 ? p + (q - p) * (2.0 / 3 - t) * 6
+                       : p;
 }
 
 static COLORREF RefToColour(double h, double s, double l)
