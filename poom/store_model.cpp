@@ -121,8 +121,13 @@ bool Store::Reload(std::string& error) {
 void Store::AssignOids() {
     oidToUid_.clear();
     uidToOid_.clear();
-    std::set<std::string> uids;
-    for (lfical::EventId id : ical_->events()) uids.insert(ical_->uid(id));
+    // One sorted list rather than a tree of every UID: a large store is
+    // opened with one sort instead of a node per event.
+    std::vector<std::string> uids;
+    uids.reserve(ical_->eventCount());
+    for (lfical::EventId id : ical_->events()) uids.push_back(ical_->uid(id));
+    std::sort(uids.begin(), uids.end());
+    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
     // Sorted order makes collision resolution the same in every run: the
     // smaller UID keeps the hash, the other moves on to a re-hash.
     for (const auto& uid : uids) {
