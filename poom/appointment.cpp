@@ -45,8 +45,18 @@ void Appointment::SetPattern(const Pattern& p) {
     clearRecurrence_ = false;
 }
 
+void Appointment::OwnTextsLocked() {
+    if (!item_.texts) return;
+    saved_.subject = item_.texts->subject;
+    saved_.location = item_.texts->location;
+    saved_.categories = item_.texts->categories;
+    saved_.body = item_.texts->body;
+    item_.OwnTexts();
+}
+
 Fields Appointment::GetFields() {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     return item_.f;
 }
 
@@ -220,11 +230,12 @@ Pattern Appointment::PatternLocked() {
 
 HRESULT Appointment::Text(std::wstring Fields::*m, BSTR* p) {
     std::lock_guard<std::mutex> lock(mu_);
-    return OutString(item_.f.*m, p);
+    return OutString(item_.Text(m), p);
 }
 
 HRESULT Appointment::SetText(std::wstring Fields::*m, BSTR v) {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     item_.f.*m = InString(v);
     return S_OK;
 }
@@ -255,6 +266,7 @@ HRESULT Appointment::Save() {
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (deleted_) return kNotFound;
+        OwnTextsLocked();
         if (item_.isOccurrence) {
             if (SameFields(item_.f, saved_)) return S_OK;
             // A changed occurrence is an exception of its series; the rest
@@ -309,6 +321,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
     auto* copy = new (std::nothrow) Appointment(origin_);
     if (!copy) return E_OUTOFMEMORY;
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     copy->item_.f = item_.f;
     copy->saved_ = item_.f;
     // A series copies with its pattern; one occurrence copies as a one-off.
@@ -323,6 +336,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
 
 Appointment::FormView Appointment::ForForm() {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     FormView v;
     v.f = item_.f;
     v.isNew = item_.oid == 0;
@@ -338,6 +352,7 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
     bool wasHasPending = false, wasClear = false;
     {
         std::lock_guard<std::mutex> lock(mu_);
+        OwnTextsLocked();
         wasFields = item_.f;
         wasPending = pending_;
         wasHasPending = hasPending_;

@@ -121,8 +121,9 @@ private:
 // it came from, so its shape is shared.
 class Appointment : public Dispatch<IAppointment, IID_IAppointment> {
 public:
-    // A stored item or occurrence.
-    Appointment(const Origin& origin, const ItemSnapshot& s) : origin_(origin), item_(s), saved_(s.f) {}
+    // A stored item or occurrence. Texts it shares with the other
+    // occurrences of its event are read from there until it needs its own.
+    Appointment(const Origin& origin, ItemSnapshot s) : origin_(origin), item_(std::move(s)), saved_(item_.f) {}
     // A new item, not in the store until saved.
     explicit Appointment(const Origin& origin);
 
@@ -196,6 +197,9 @@ public:
 
 private:
     Pattern PatternLocked();
+    // Makes the shared texts this appointment's own (and the saved ones),
+    // before anything reads or changes the fields as a whole or a text.
+    void OwnTextsLocked();
     HRESULT Text(std::wstring Fields::*m, BSTR* p);
     HRESULT SetText(std::wstring Fields::*m, BSTR v);
     HRESULT Flag(bool Fields::*m, VARIANT_BOOL* p);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <set>
+#include <unordered_map>
 
 namespace poom {
 
@@ -120,8 +121,13 @@ bool Store::Reload(std::string& error) {
 void Store::AssignOids() {
     oidToUid_.clear();
     uidToOid_.clear();
-    std::set<std::string> uids;
-    for (lfical::EventId id : ical_->events()) uids.insert(ical_->uid(id));
+    // One sorted list rather than a tree of every UID: a large store is
+    // opened with one sort instead of a node per event.
+    std::vector<std::string> uids;
+    uids.reserve(ical_->eventCount());
+    for (lfical::EventId id : ical_->events()) uids.push_back(ical_->uid(id));
+    std::sort(uids.begin(), uids.end());
+    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
     // Sorted order makes collision resolution the same in every run: the
     // smaller UID keeps the hash, the other moves on to a re-hash.
     for (const auto& uid : uids) {
@@ -274,11 +280,17 @@ ItemSnapshot Store::SnapshotOf(const lfical::Occurrence& o) const {
 
 std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
                                        const std::vector<const Restriction*>& rs) const {
+    std::vector<ItemSnapshot> out = QueryItems(includeRecurrences, rs);
+    for (auto& s : out) s.OwnTexts();
+    return out;
+}
+
+std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
+                                            const std::vector<const Restriction*>& rs) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     std::vector<ItemSnapshot> out;
     if (!ical_) return out;
-    auto matches = [&rs](const ItemSnapshot& s) {
-        RestrictRecord rec = RecordOf(s);
+    auto matches = [&rs](const RestrictRecord& rec) {
         for (const Restriction* r : rs)
             if (!r->Matches(rec)) return false;
         return true;
@@ -293,17 +305,69 @@ std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
             hi = std::min(hi, h);
         }
         if (lo > hi) return out;
-        for (const auto& o : ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed)) {
-            ItemSnapshot s = SnapshotOf(o);
-            if (matches(s)) out.push_back(std::move(s));
+        // What every occurrence of an event shares is decoded once per
+        // event: its fields with their texts, its OID, and the record the
+        // restrictions test, of which only the times change per occurrence.
+        struct EventPart {
+            std::shared_ptr<Fields> fields;
+            RestrictRecord record;
+            std::uint32_t oid = 0;
+        };
+        std::unordered_map<lfical::EventId, EventPart> parts;
+        std::vector<lfical::Occurrence> occurrences =
+            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed);
+        out.reserve(occurrences.size());
+        for (const auto& o : occurrences) {
+            auto found = parts.find(o.event);
+            if (found == parts.end()) {
+                EventPart part;
+                lfical::EventInfo info = ical_->info(o.event);
+                part.fields = std::make_shared<Fields>();
+                FillFields(info, *part.fields);
+                auto it = uidToOid_.find(info.uid);
+                part.oid = it == uidToOid_.end() ? 0 : it->second;
+                ItemSnapshot like;
+                like.f = *part.fields;
+                like.oid = part.oid;
+                part.record = RecordOf(like);
+                found = parts.emplace(o.event, std::move(part)).first;
+            }
+            EventPart& part = found->second;
+            LocalSecs start = FromCivil(o.start), end = FromCivil(std::max(o.start, o.end));
+            RestrictRecord& rec = part.record;
+            rec.start = start;
+            rec.end = end;
+            rec.allDay = o.allDay;
+            rec.isRecurring = o.recurring;
+            rec.duration = static_cast<long>((end - start) / 60);
+            if (!matches(rec)) continue;
+            ItemSnapshot s;
+            const Fields& f = *part.fields;
+            s.f.start = start;
+            s.f.end = end;
+            s.f.allDay = o.allDay;
+            s.f.reminderSet = f.reminderSet;
+            s.f.busyStatus = f.busyStatus;
+            s.f.sensitivity = f.sensitivity;
+            s.f.reminderMinutes = f.reminderMinutes;
+            s.texts = part.fields;
+            s.recurring = o.recurring;
+            s.isOccurrence = o.recurring;
+            s.isOverride = o.event != o.series;
+            s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : start;
+            s.oid = part.oid;
+            out.push_back(std::move(s));
         }
-        std::stable_sort(out.begin(), out.end(),
-                         [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
+        // The engine answers in order of start already; equal starts keep its order.
+        if (!std::is_sorted(out.begin(), out.end(),
+                            [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; }))
+            std::stable_sort(out.begin(), out.end(),
+                             [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
     } else {
         for (lfical::EventId id : ical_->events()) {
             if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
             ItemSnapshot s = SnapshotOf(id);
-            if (matches(s)) out.push_back(std::move(s));
+            if (matches(RecordOf(s))) out.push_back(std::move(s));
         }
     }
     return out;

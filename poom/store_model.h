@@ -66,6 +66,21 @@ struct ItemSnapshot {
     LocalSecs originalStart = 0; // the occurrence's start before any change
     bool recurring = false;
     Fields f;
+    // From QueryItems: the texts (subject, location, categories, body) of
+    // the event, decoded once and shared by all its occurrences; f's texts
+    // are then empty. Null when f holds them.
+    std::shared_ptr<const Fields> texts;
+
+    const std::wstring& Text(std::wstring Fields::*m) const { return texts ? (*texts).*m : f.*m; }
+    // Makes the shared texts f's own.
+    void OwnTexts() {
+        if (!texts) return;
+        f.subject = texts->subject;
+        f.location = texts->location;
+        f.categories = texts->categories;
+        f.body = texts->body;
+        texts.reset();
+    }
 };
 
 struct ExceptionInfo {
@@ -95,6 +110,10 @@ public:
     // Items matching every restriction given (all items when none), in
     // start order when recurrences are included, else in store order.
     std::vector<ItemSnapshot> Query(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
+    // The same, each item's texts shared with the other occurrences of its
+    // event (ItemSnapshot::texts): what a collection walks, where most
+    // readers never ask for a text.
+    std::vector<ItemSnapshot> QueryItems(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
     bool Get(std::uint32_t oid, ItemSnapshot& out) const;
     bool GetPattern(std::uint32_t oid, Pattern& out) const;
     std::vector<ExceptionInfo> Exceptions(std::uint32_t oid) const;
