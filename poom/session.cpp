@@ -1,4 +1,5 @@
 #include "session.h"
+#include "categorydb.h"
 
 #include <shlobj.h>
 
@@ -160,6 +161,9 @@ HRESULT Session::Logon(HWND hwnd) {
     ++generation_;
     stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (stop_) thread_ = CreateThread(nullptr, 0, &Session::WatchThread, this, 0, nullptr);
+    // The device's category list follows the store from the first logon on, whoever changed it
+    // while we were not running.
+    SyncDeviceCategories(*store);
     return S_OK;
 }
 
@@ -189,9 +193,14 @@ std::shared_ptr<Store> Session::GetStore() const {
 }
 
 void Session::NoteOwnChange() {
-    std::lock_guard<std::mutex> lock(mu_);
-    lastSignature_ = Signature();
-    ++generation_;
+    std::shared_ptr<Store> store;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        lastSignature_ = Signature();
+        ++generation_;
+        store = store_;
+    }
+    if (store) SyncDeviceCategories(*store);
 }
 
 std::uint64_t Session::Signature() const {
@@ -240,6 +249,7 @@ void Session::Watch() {
     }
     while (WaitForSingleObject(stop, kWatchPeriodMs) == WAIT_TIMEOUT) {
         HWND notify = nullptr;
+        std::shared_ptr<Store> reloaded;
         {
             std::lock_guard<std::mutex> lock(mu_);
             if (!store_) continue;
@@ -252,7 +262,9 @@ void Session::Watch() {
             lastSignature_ = sig;
             ++generation_;
             notify = hwnd_;
+            reloaded = store_;
         }
+        if (reloaded) SyncDeviceCategories(*reloaded);
         if (notify) PostMessageW(notify, kStoreChangedMessage, 0, 0);
     }
 }

@@ -309,6 +309,18 @@ std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
     return out;
 }
 
+std::vector<std::wstring> Store::CategoryNamesInUse() const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<std::wstring> out;
+    if (!ical_) return out;
+    for (lfical::EventId id : ical_->events()) {
+        lfical::EventInfo info = ical_->info(id);
+        if (info.categories.empty()) continue;
+        for (std::wstring& name : CategoryNames(Categories(info.categories))) out.push_back(std::move(name));
+    }
+    return out;
+}
+
 bool Store::Get(std::uint32_t oid, ItemSnapshot& out) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     lfical::EventId id = Find(oid);

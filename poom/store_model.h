@@ -120,6 +120,9 @@ public:
     bool ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text, std::string& error) const;
 
     size_t Count() const;
+    // Every category name of every appointment and changed occurrence, split as an
+    // appointment's Categories reads, in store order, repeats and all.
+    std::vector<std::wstring> CategoryNamesInUse() const;
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;

@@ -1,0 +1,160 @@
+// The device's category list in the object store, kept by the calendar server (categorydb.h
+// gives the layout and the order). The object store is the property database stand-in's system
+// volume. A change rewrites the records from the first that differs, in one write of the
+// volume file; an unchanged list writes nothing.
+#include "categorydb.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <mutex>
+#include <unordered_set>
+
+#include "cedb.h"
+
+namespace poom {
+namespace {
+
+// Failures of the object store never reach the calendar's user: the calendar is what he
+// asked for. They go to the debugger's output.
+void Note(const wchar_t* what) {
+    wchar_t text[160];
+    swprintf(text, 160, L"Lanternfields calendar server: %ls (error %lu)\n", what, GetLastError());
+    OutputDebugStringW(text);
+}
+
+bool LessIgnoringCase(const std::wstring& a, const std::wstring& b) {
+    int r = CompareStringW(LOCALE_USER_DEFAULT, NORM_IGNORECASE, a.c_str(), int(a.size()), b.c_str(),
+                           int(b.size()));
+    if (r == 0) return _wcsicmp(a.c_str(), b.c_str()) < 0;
+    return r == CSTR_LESS_THAN;
+}
+
+bool SameIgnoringCase(const std::wstring& a, const std::wstring& b) {
+    return !LessIgnoringCase(a, b) && !LessIgnoringCase(b, a);
+}
+
+// Opens the list, made anew when it is missing or is not the layout its readers expect.
+HANDLE OpenCategoryDatabase(CEGUID* store) {
+    CEOID oid = 0;
+    HANDLE db = CeOpenDatabaseEx(store, &oid, const_cast<LPWSTR>(kCategoriesDatabase), 0, CEDB_AUTOINCREMENT,
+                                 nullptr);
+    if (db != INVALID_HANDLE_VALUE) {
+        CEOIDINFO info = {};
+        if (CeOidGetInfoEx(store, oid, &info) && info.infDatabase.dwDbaseType == 0 &&
+            info.infDatabase.wNumSortOrder == 0)
+            return db;
+        CloseHandle(db);
+        if (!CeDeleteDatabaseEx(store, oid)) {
+            Note(L"the category list has another layout and could not be replaced");
+            return INVALID_HANDLE_VALUE;
+        }
+    } else if (GetLastError() != ERROR_FILE_NOT_FOUND) {
+        Note(L"the object store could not be opened");
+        return INVALID_HANDLE_VALUE;
+    }
+    CEDBASEINFO create = {};
+    create.dwFlags = CEDB_VALIDNAME | CEDB_VALIDTYPE | CEDB_VALIDSORTSPEC;
+    lstrcpynW(create.szDbaseName, kCategoriesDatabase, CEDB_MAXDBASENAMELEN);
+    create.dwDbaseType = 0;
+    create.wNumSortOrder = 0;
+    if (!CeCreateDatabaseEx(store, &create)) {
+        Note(L"the category list could not be made");
+        return INVALID_HANDLE_VALUE;
+    }
+    oid = 0;
+    db = CeOpenDatabaseEx(store, &oid, const_cast<LPWSTR>(kCategoriesDatabase), 0, CEDB_AUTOINCREMENT, nullptr);
+    if (db == INVALID_HANDLE_VALUE) Note(L"the new category list could not be opened");
+    return db;
+}
+
+struct ListedRecord {
+    CEOID oid;
+    std::wstring name;  // empty when the record holds no name
+};
+
+bool ReadRecords(HANDLE db, std::vector<ListedRecord>& out) {
+    LPBYTE buffer = nullptr;
+    DWORD size = 0;
+    bool ok = true;
+    for (;;) {
+        WORD props = 0;
+        CEOID oid = CeReadRecordProps(db, CEDB_ALLOWREALLOC, &props, nullptr, &buffer, &size);
+        if (!oid) {
+            ok = GetLastError() == ERROR_NO_MORE_ITEMS;
+            break;
+        }
+        ListedRecord r = {oid, L""};
+        const CEPROPVAL* vals = reinterpret_cast<const CEPROPVAL*>(buffer);
+        for (WORD i = 0; i < props; i++)
+            if (vals[i].propid == kCategoryNameProp && !(vals[i].wFlags & CEDB_PROPNOTFOUND) && vals[i].val.lpwstr)
+                r.name = vals[i].val.lpwstr;
+        out.push_back(std::move(r));
+    }
+    if (buffer) LocalFree(buffer);
+    if (!ok) Note(L"the category list could not be read");
+    return ok;
+}
+
+// One record's name: written into record `oid`, or a new record at the end when oid is 0.
+bool WriteName(HANDLE db, CEOID oid, const std::wstring& name) {
+    CEPROPVAL prop = {};
+    prop.propid = kCategoryNameProp;
+    prop.val.lpwstr = const_cast<LPWSTR>(name.c_str());
+    if (CeWriteRecordProps(db, oid, 1, &prop)) return true;
+    Note(L"a category could not be written");
+    return false;
+}
+
+std::mutex g_syncLock;  // one rewrite at a time, from whichever thread saved
+
+}  // namespace
+
+std::vector<std::wstring> DeviceCategoryList(const std::vector<std::wstring>& namesInUse) {
+    std::vector<std::wstring> list;
+    std::unordered_set<std::wstring> seen;
+    for (const std::wstring& name : namesInUse) {
+        std::wstring kept = name.substr(0, kMaxCategoryChars);
+        if (seen.insert(kept).second) list.push_back(std::move(kept));
+    }
+    // Stable, so of names differing only in case the one found first comes first and stays.
+    std::stable_sort(list.begin(), list.end(), LessIgnoringCase);
+    list.erase(std::unique(list.begin(), list.end(), SameIgnoringCase), list.end());
+    return list;
+}
+
+bool WriteDeviceCategories(const std::vector<std::wstring>& list) {
+    CEGUID store;
+    CREATE_SYSTEMGUID(&store);
+    // The whole rewrite is one write of the object store: all of it or, on a failure, none.
+    if (!DesktopBeginVolumeBatch(&store)) {
+        Note(L"the object store could not be read");
+        return false;
+    }
+    HANDLE db = OpenCategoryDatabase(&store);
+    bool ok = db != INVALID_HANDLE_VALUE;
+    std::vector<ListedRecord> records;
+    if (ok) ok = ReadRecords(db, records);
+    size_t same = 0;
+    while (ok && same < records.size() && same < list.size() && records[same].name == list[same]) same++;
+    for (size_t i = same; ok && i < list.size(); i++)
+        ok = WriteName(db, i < records.size() ? records[i].oid : 0, list[i]);
+    for (size_t i = list.size(); ok && i < records.size(); i++) {
+        ok = CeDeleteRecord(db, records[i].oid) != FALSE;
+        if (!ok) Note(L"a category no longer used could not be removed");
+    }
+    if (db != INVALID_HANDLE_VALUE) CloseHandle(db);
+    if (!DesktopEndVolumeBatch(&store, ok) && ok) {
+        Note(L"the category list could not be written");
+        ok = false;
+    }
+    return ok;
+}
+
+void SyncDeviceCategories(const Store& store) {
+    std::vector<std::wstring> list = DeviceCategoryList(store.CategoryNamesInUse());
+    std::lock_guard<std::mutex> lock(g_syncLock);
+    WriteDeviceCategories(list);
+}
+
+}  // namespace poom
