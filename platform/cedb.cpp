@@ -36,9 +36,23 @@ std::string Utf8(const std::wstring &w) {
     return s;
 }
 
+// A volume shared with another program (the object store is) can be held for a moment by its
+// reads and writes; a call then waits a little and tries again.
+bool Busy(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+const int kBusyTries = 50;
+const DWORD kBusyWaitMs = 10;
+
 dbvol::Status WinRead(const std::string &path, uint32_t limit, std::vector<uint8_t> &out) {
-    HANDLE f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE f = INVALID_HANDLE_VALUE;
+    for (int tries = 0; f == INVALID_HANDLE_VALUE; tries++) {
+        f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (f != INVALID_HANDLE_VALUE || !Busy(GetLastError()) || tries == kBusyTries)
+            break;
+        Sleep(kBusyWaitMs);
+    }
     if (f == INVALID_HANDLE_VALUE) {
         g_ioError = GetLastError();
         return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
@@ -87,9 +101,14 @@ bool WinReplace(const std::string &from, const std::string &to) {
         DeleteFileW(Wide(from).c_str());
         return false;
     }
-    if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return true;
-    g_ioError = GetLastError();
+    for (int tries = 0;; tries++) {
+        if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        g_ioError = GetLastError();
+        if (!Busy(g_ioError) || tries == kBusyTries)
+            break;
+        Sleep(kBusyWaitMs);
+    }
     DeleteFileW(Wide(from).c_str());
     return false;
 }
@@ -190,6 +209,13 @@ std::string FileHeader(const std::wstring &path) {
     return std::string(bytes, got);
 }
 
+// The header of the volume as this copy writes it, from its own bytes: read back from the file
+// it could already be another writer's.
+std::string WrittenHeader(const dbvol::Volume &v) {
+    std::vector<uint8_t> bytes = dbvol::Encode(v);
+    return std::string(bytes.begin(), bytes.begin() + std::min<size_t>(32, bytes.size()));
+}
+
 bool ObjectStoreOpen() {
     for (const auto &o : g_open)
         if (o.second->serial == 0)
@@ -210,6 +236,8 @@ Mounted *ObjectStore() {
             continue;
         if (ObjectStoreOpen() || m->batches)
             return m.get();
+        // The header is taken before the volume is read: a write between the two then only
+        // makes the next call read the file once more, never leaves a change unseen.
         std::string header = FileHeader(path);
         if (lstrcmpiW(m->path.c_str(), path.c_str()) == 0 && header == m->header)
             return m.get();
@@ -218,13 +246,14 @@ Mounted *ObjectStore() {
             return nullptr;
         m->vol = std::move(again);
         m->path = path;
-        m->header = FileHeader(path);
+        m->header = header;
         return m.get();
     }
     std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, {}, 0, false, {}});
+    std::string header = FileHeader(path);
     if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
         return nullptr;
-    m->header = FileHeader(path);
+    m->header = header;
     g_volumes.push_back(std::move(m));
     return g_volumes.back().get();
 }
@@ -307,7 +336,7 @@ template <class F> bool Change(Mounted *m, F change) {
         return false;
     m->vol = std::move(copy);
     if (m->serial == 0)
-        m->header = FileHeader(m->path);
+        m->header = WrittenHeader(m->vol);
     return true;
 }
 
@@ -396,7 +425,7 @@ BOOL DesktopEndVolumeBatch(PCEGUID pceguid, BOOL keep) {
     g_ioError = 0;
     if (keep && Report(dbvol::Commit(kIo, m->vol))) {
         if (m->serial == 0)
-            m->header = FileHeader(m->path);
+            m->header = WrittenHeader(m->vol);
         return TRUE;
     }
     DWORD error = keep ? GetLastError() : ERROR_SUCCESS;
