@@ -23,15 +23,11 @@ void Note(const wchar_t* what) {
     OutputDebugStringW(text);
 }
 
-bool LessIgnoringCase(const std::wstring& a, const std::wstring& b) {
+int CompareIgnoringCase(const std::wstring& a, const std::wstring& b) {
     int r = CompareStringW(LOCALE_USER_DEFAULT, NORM_IGNORECASE, a.c_str(), int(a.size()), b.c_str(),
                            int(b.size()));
-    if (r == 0) return _wcsicmp(a.c_str(), b.c_str()) < 0;
-    return r == CSTR_LESS_THAN;
-}
-
-bool SameIgnoringCase(const std::wstring& a, const std::wstring& b) {
-    return !LessIgnoringCase(a, b) && !LessIgnoringCase(b, a);
+    if (r == 0) return _wcsicmp(a.c_str(), b.c_str());
+    return r - CSTR_EQUAL;
 }
 
 // Opens the list, made anew when it is missing or is not the layout its readers expect.
@@ -117,9 +113,14 @@ std::vector<std::wstring> DeviceCategoryList(const std::vector<std::wstring>& na
         std::wstring kept = name.substr(0, kMaxCategoryChars);
         if (seen.insert(kept).second) list.push_back(std::move(kept));
     }
-    // Stable, so of names differing only in case the one found first comes first and stays.
-    std::stable_sort(list.begin(), list.end(), LessIgnoringCase);
-    list.erase(std::unique(list.begin(), list.end(), SameIgnoringCase), list.end());
+    // Names equal but for case end up side by side, the ordinal first of them first.
+    std::sort(list.begin(), list.end(), [](const std::wstring& a, const std::wstring& b) {
+        int r = CompareIgnoringCase(a, b);
+        return r != 0 ? r < 0 : a < b;
+    });
+    list.erase(std::unique(list.begin(), list.end(),
+                           [](const std::wstring& a, const std::wstring& b) { return CompareIgnoringCase(a, b) == 0; }),
+               list.end());
     return list;
 }
 
@@ -151,10 +152,85 @@ bool WriteDeviceCategories(const std::vector<std::wstring>& list) {
     return ok;
 }
 
-void SyncDeviceCategories(const Store& store) {
-    std::vector<std::wstring> list = DeviceCategoryList(store.CategoryNamesInUse());
+namespace {
+
+// A list that could not be written is tried again by RetryDeviceCategories.
+void WriteIndex(CategoryIndex& index) {
+    std::vector<std::wstring> names;
+    names.reserve(index.uses.size());
+    for (const auto& use : index.uses) names.push_back(use.first);
     std::lock_guard<std::mutex> lock(g_syncLock);
-    WriteDeviceCategories(list);
+    index.unwritten = !WriteDeviceCategories(DeviceCategoryList(names));
+}
+
+// Counts an appointment's names once each; true when a name came or went.
+bool Count(CategoryIndex& index, const std::vector<std::wstring>& names, int step) {
+    std::unordered_set<std::wstring> once(names.begin(), names.end());
+    bool changed = false;
+    for (const std::wstring& name : once) {
+        int& uses = index.uses[name];
+        uses += step;
+        if (uses <= 0) {
+            index.uses.erase(name);
+            changed = true;
+        } else if (uses == step) {
+            changed = true;  // the first use of a name
+        }
+    }
+    return changed;
+}
+
+}  // namespace
+
+void RebuildDeviceCategories(CategoryIndex& index, const Store& store) {
+    {
+        std::lock_guard<std::mutex> lock(index.mu);
+        index.rebuilding = true;
+        index.touched.clear();
+    }
+    std::map<std::uint32_t, std::vector<std::wstring>> byItem = store.CategoryNamesByItem();
+    std::lock_guard<std::mutex> lock(index.mu);
+    for (std::uint32_t oid : index.touched) {
+        std::vector<std::wstring> now = store.CategoryNamesOf(oid);
+        if (now.empty())
+            byItem.erase(oid);
+        else
+            byItem[oid] = std::move(now);
+    }
+    index.touched.clear();
+    index.rebuilding = false;
+    index.byItem = std::move(byItem);
+    index.uses.clear();
+    for (const auto& item : index.byItem) Count(index, item.second, 1);
+    WriteIndex(index);
+}
+
+void RetryDeviceCategories(CategoryIndex& index) {
+    std::lock_guard<std::mutex> lock(index.mu);
+    if (index.unwritten && !index.rebuilding) WriteIndex(index);
+}
+
+void UpdateDeviceCategories(CategoryIndex& index, const Store& store, std::uint32_t oid) {
+    std::vector<std::wstring> now = store.CategoryNamesOf(oid);
+    std::lock_guard<std::mutex> lock(index.mu);
+    if (index.rebuilding) {
+        index.touched.push_back(oid);
+        return;
+    }
+    auto it = index.byItem.find(oid);
+    std::vector<std::wstring> before = it == index.byItem.end() ? std::vector<std::wstring>() : it->second;
+    if (before == now) {
+        if (index.unwritten) WriteIndex(index);
+        return;
+    }
+    // Counted up first, so a name the appointment keeps never drops to nothing on the way.
+    bool changed = Count(index, now, 1);
+    changed = Count(index, before, -1) || changed;
+    if (now.empty())
+        index.byItem.erase(oid);
+    else
+        index.byItem[oid] = std::move(now);
+    if (changed || index.unwritten) WriteIndex(index);
 }
 
 }  // namespace poom

@@ -1,5 +1,4 @@
 #include "session.h"
-#include "categorydb.h"
 
 #include <shlobj.h>
 
@@ -161,9 +160,9 @@ HRESULT Session::Logon(HWND hwnd) {
     ++generation_;
     stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (stop_) thread_ = CreateThread(nullptr, 0, &Session::WatchThread, this, 0, nullptr);
-    // The device's category list follows the store from the first logon on, whoever changed it
-    // while we were not running.
-    SyncDeviceCategories(*store);
+    // The watch brings the device's category list up to date first: reading a large store for
+    // it takes seconds, which the logon does not wait for.
+    if (!thread_) RebuildDeviceCategories(categories_, *store);
     return S_OK;
 }
 
@@ -192,7 +191,7 @@ std::shared_ptr<Store> Session::GetStore() const {
     return store_;
 }
 
-void Session::NoteOwnChange() {
+void Session::NoteOwnChange(std::uint32_t oid) {
     std::shared_ptr<Store> store;
     {
         std::lock_guard<std::mutex> lock(mu_);
@@ -200,7 +199,7 @@ void Session::NoteOwnChange() {
         ++generation_;
         store = store_;
     }
-    if (store) SyncDeviceCategories(*store);
+    if (store) UpdateDeviceCategories(categories_, *store, oid);
 }
 
 std::uint64_t Session::Signature() const {
@@ -247,7 +246,15 @@ void Session::Watch() {
         std::lock_guard<std::mutex> lock(mu_);
         stop = stop_;
     }
+    std::shared_ptr<Store> first;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        first = store_;
+    }
+    if (first) RebuildDeviceCategories(categories_, *first);
+    first.reset();
     while (WaitForSingleObject(stop, kWatchPeriodMs) == WAIT_TIMEOUT) {
+        RetryDeviceCategories(categories_);
         HWND notify = nullptr;
         std::shared_ptr<Store> reloaded;
         {
@@ -264,7 +271,7 @@ void Session::Watch() {
             notify = hwnd_;
             reloaded = store_;
         }
-        if (reloaded) SyncDeviceCategories(*reloaded);
+        if (reloaded) RebuildDeviceCategories(categories_, *reloaded);
         if (notify) PostMessageW(notify, kStoreChangedMessage, 0, 0);
     }
 }
