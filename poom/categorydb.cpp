@@ -18,9 +18,17 @@ namespace {
 // Failures of the object store never reach the calendar's user: the calendar is what he
 // asked for. They go to the debugger's output.
 void Note(const wchar_t* what) {
+    DWORD error = GetLastError();
     wchar_t text[160];
-    swprintf(text, 160, L"Lanternfields calendar server: %ls (error %lu)\n", what, GetLastError());
+    swprintf(text, 160, L"Lanternfields calendar server: %ls (error %lu)\n", what, error);
     OutputDebugStringW(text);
+    SetLastError(error);
+}
+
+// Another program holding the object store lets go of it in a moment; a damaged or full one
+// stays as it is until the user does something about it.
+bool Passing(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
 
 int CompareIgnoringCase(const std::wstring& a, const std::wstring& b) {
@@ -121,6 +129,7 @@ std::vector<std::wstring> DeviceCategoryList(const std::vector<std::wstring>& na
     list.erase(std::unique(list.begin(), list.end(),
                            [](const std::wstring& a, const std::wstring& b) { return CompareIgnoringCase(a, b) == 0; }),
                list.end());
+    if (list.size() > kMaxCategories) list.resize(kMaxCategories);
     return list;
 }
 
@@ -144,23 +153,26 @@ bool WriteDeviceCategories(const std::vector<std::wstring>& list) {
         ok = CeDeleteRecord(db, records[i].oid) != FALSE;
         if (!ok) Note(L"a category no longer used could not be removed");
     }
+    DWORD error = ok ? ERROR_SUCCESS : GetLastError();
     if (db != INVALID_HANDLE_VALUE) CloseHandle(db);
     if (!DesktopEndVolumeBatch(&store, ok) && ok) {
+        error = GetLastError();
         Note(L"the category list could not be written");
         ok = false;
     }
+    SetLastError(error);
     return ok;
 }
 
 namespace {
 
-// A list that could not be written is tried again by RetryDeviceCategories.
+// A list that could not be written for a passing reason is tried again by RetryDeviceCategories.
 void WriteIndex(CategoryIndex& index) {
     std::vector<std::wstring> names;
     names.reserve(index.uses.size());
     for (const auto& use : index.uses) names.push_back(use.first);
     std::lock_guard<std::mutex> lock(g_syncLock);
-    index.unwritten = !WriteDeviceCategories(DeviceCategoryList(names));
+    index.unwritten = !WriteDeviceCategories(DeviceCategoryList(names)) && Passing(GetLastError());
 }
 
 // Counts an appointment's names once each; true when a name came or went.

@@ -21,9 +21,10 @@ namespace poom {
 
 const wchar_t kCategoriesDatabase[] = L"Categories Database";
 const unsigned long kCategoryNameProp = 0x0001001F;
-// A name is stored whole up to this many characters (the volume takes values of 64 KB); a
-// longer one is cut.
-const size_t kMaxCategoryChars = 32000;
+// What the list holds at most, so that it always fits the object store's volume (16 MB): names
+// cut to 512 characters, and the first 10,000 categories in the list's order.
+const size_t kMaxCategoryChars = 512;
+const size_t kMaxCategories = 10000;
 
 // The names as the list holds them: each once, in the list's order.
 std::vector<std::wstring> DeviceCategoryList(const std::vector<std::wstring>& namesInUse);

@@ -230,17 +230,19 @@ TEST(CategoryList, SeriesAndTheirChangedOccurrences) {
     EXPECT_EQ(Listed(ReadCategoryList().names), "Business");
 }
 
-// A 200-character name is stored whole; 1,000 categories are 1,000 records in order.
+// A 200-character name is stored whole, a 600-character one cut to 512; 1,000 categories are
+// 1,000 records in order.
 TEST(CategoryList, LongNamesAndManyCategories) {
     TempObjectStore objects;
-    std::string longName(200, 'L');
+    std::string longName(200, 'L'), longer(600, 'M');
     std::string many;
     for (int i = 999; i >= 0; i--) {
         char name[16];
         snprintf(name, sizeof name, "cat%04d", i);
         many += (many.empty() ? "" : ",") + std::string(name);
     }
-    TempStore store(Calendar(Event("long", "20300301", longName) + Event("many", "20300302", many)));
+    TempStore store(Calendar(Event("long", "20300301", longName) + Event("longer", "20300303", longer) +
+                             Event("many", "20300302", many)));
     Server server;
     ASSERT_EQ(server.logon, S_OK);
     std::string all;
@@ -249,15 +251,17 @@ TEST(CategoryList, LongNamesAndManyCategories) {
         snprintf(name, sizeof name, "cat%04d|", i);
         all += name;
     }
-    CategoryList list = ListAfterLogon(all + longName);
-    ASSERT_EQ(list.names.size(), 1001u);
+    std::string cut = longer.substr(0, 512);
+    CategoryList list = ListAfterLogon(all + longName + "|" + cut);
+    ASSERT_EQ(list.names.size(), 1002u);
     EXPECT_EQ(Narrow(list.names[0]), "cat0000");
     EXPECT_EQ(Narrow(list.names[999]), "cat0999");
-    EXPECT_EQ(Narrow(list.names[1000]), longName) << "the long name whole, last";
+    EXPECT_EQ(Narrow(list.names[1000]), longName) << "the long name whole";
+    EXPECT_EQ(Narrow(list.names[1001]), cut) << "the longer one cut";
 
-    // Taking the 1,000 away leaves the one.
+    // Taking the 1,000 away leaves the two long ones.
     ASSERT_EQ(DeleteItem(server, L"many"), S_OK);
-    EXPECT_EQ(Listed(ReadCategoryList().names), longName);
+    EXPECT_EQ(Listed(ReadCategoryList().names), longName + "|" + cut);
 }
 
 // A damaged object store is neither read nor replaced, and the calendar is served as ever.
