@@ -36,9 +36,23 @@ std::string Utf8(const std::wstring &w) {
     return s;
 }
 
+// A volume shared with another program (the object store is) can be held for a moment by its
+// reads and writes; a call then waits a little and tries again.
+bool Busy(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+const int kBusyTries = 50;
+const DWORD kBusyWaitMs = 10;
+
 dbvol::Status WinRead(const std::string &path, uint32_t limit, std::vector<uint8_t> &out) {
-    HANDLE f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE f = INVALID_HANDLE_VALUE;
+    for (int tries = 0; f == INVALID_HANDLE_VALUE; tries++) {
+        f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (f != INVALID_HANDLE_VALUE || !Busy(GetLastError()) || tries == kBusyTries)
+            break;
+        Sleep(kBusyWaitMs);
+    }
     if (f == INVALID_HANDLE_VALUE) {
         g_ioError = GetLastError();
         return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
@@ -87,9 +101,14 @@ bool WinReplace(const std::string &from, const std::string &to) {
         DeleteFileW(Wide(from).c_str());
         return false;
     }
-    if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return true;
-    g_ioError = GetLastError();
+    for (int tries = 0;; tries++) {
+        if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        g_ioError = GetLastError();
+        if (!Busy(g_ioError) || tries == kBusyTries)
+            break;
+        Sleep(kBusyWaitMs);
+    }
     DeleteFileW(Wide(from).c_str());
     return false;
 }
@@ -134,6 +153,10 @@ struct Mounted {
     std::wstring path;   // as given, compared without regard to case
     int mounts;
     dbvol::Volume vol;
+    std::string header;  // the object store's: its file's header when last read or written
+    int batches;         // open batches: changes wait in memory for the last to end
+    bool batchChanged;
+    dbvol::Volume beforeBatch;
 };
 struct OpenDb {
     DWORD serial;        // the volume's
@@ -154,24 +177,83 @@ std::map<HANDLE, std::unique_ptr<Enumeration>> g_enums;
 DWORD g_nextSerial = 1;
 const DWORD kGuidMark = 0x4C464442;   // "LFDB" in the second word of our identifiers
 
-Mounted *ObjectStore() {
-    for (auto &m : g_volumes)
-        if (m->serial == 0)
-            return m.get();
+// The object store's file: LANTERNFIELDS_OBJECTSTORE, else objectstore.vol in the user's
+// Lanternfields application-data folder; empty when there is none.
+std::wstring ObjectStorePath() {
     WCHAR path[MAX_PATH + 40];
     DWORD n = GetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", path, MAX_PATH);
     if (n == 0 || n >= MAX_PATH) {
         if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA | CSIDL_FLAG_CREATE, nullptr, 0, path))) {
             SetLastError(ERROR_PATH_NOT_FOUND);
-            return nullptr;
+            return L"";
         }
         lstrcatW(path, L"\\Lanternfields");
         CreateDirectoryW(path, nullptr);
         lstrcatW(path, L"\\objectstore.vol");
     }
-    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}});
+    return path;
+}
+
+// The 32-byte header holds the payload's length and checksum and the next identifier, so it
+// changes with every write of the volume.
+std::string FileHeader(const std::wstring &path) {
+    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE)
+        return std::string();
+    char bytes[32];
+    DWORD got = 0;
+    if (!ReadFile(f, bytes, sizeof bytes, &got, nullptr))
+        got = 0;
+    ::CloseHandle(f);
+    return std::string(bytes, got);
+}
+
+// The header of the volume as this copy writes it, from its own bytes: read back from the file
+// it could already be another writer's.
+std::string WrittenHeader(const dbvol::Volume &v) {
+    std::vector<uint8_t> bytes = dbvol::Encode(v);
+    return std::string(bytes.begin(), bytes.begin() + std::min<size_t>(32, bytes.size()));
+}
+
+bool ObjectStoreOpen() {
+    for (const auto &o : g_open)
+        if (o.second->serial == 0)
+            return true;
+    return false;
+}
+
+// The object store is shared: the program and the calendar server (each with its own copy of
+// these calls, one in the program, one in the server's DLL) and other programs write it. So
+// while none of its databases is open here, a file changed since it was read (or another file
+// named) is read again; a file that cannot be read is reported as on the first mount.
+Mounted *ObjectStore() {
+    std::wstring path = ObjectStorePath();
+    if (path.empty())
+        return nullptr;
+    for (auto &m : g_volumes) {
+        if (m->serial != 0)
+            continue;
+        if (ObjectStoreOpen() || m->batches)
+            return m.get();
+        // The header is taken before the volume is read: a write between the two then only
+        // makes the next call read the file once more, never leaves a change unseen.
+        std::string header = FileHeader(path);
+        if (lstrcmpiW(m->path.c_str(), path.c_str()) == 0 && header == m->header)
+            return m.get();
+        dbvol::Volume again;
+        if (!Report(dbvol::Open(kIo, Utf8(path), dbvol::Disposition::OpenAlways, again)))
+            return nullptr;
+        m->vol = std::move(again);
+        m->path = path;
+        m->header = header;
+        return m.get();
+    }
+    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, {}, 0, false, {}});
+    std::string header = FileHeader(path);
     if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
         return nullptr;
+    m->header = header;
     g_volumes.push_back(std::move(m));
     return g_volumes.back().get();
 }
@@ -239,14 +321,22 @@ void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &ord
 
 // Makes a change on a copy of the volume and keeps it only once it is on
 // disk, so a failed write leaves memory as the file is.
+// Inside a batch the change is kept in memory only, for the batch's end to write.
 template <class F> bool Change(Mounted *m, F change) {
     g_ioError = 0;
     dbvol::Volume copy = m->vol;
     if (!Report(change(copy)))
         return false;
+    if (m->batches) {
+        m->vol = std::move(copy);
+        m->batchChanged = true;
+        return true;
+    }
     if (!Report(dbvol::Commit(kIo, copy)))
         return false;
     m->vol = std::move(copy);
+    if (m->serial == 0)
+        m->header = WrittenHeader(m->vol);
     return true;
 }
 
@@ -295,7 +385,7 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     static const dbvol::Disposition kDisp[] = {dbvol::Disposition::CreateNew, dbvol::Disposition::CreateAlways,
                                                dbvol::Disposition::OpenExisting, dbvol::Disposition::OpenAlways,
                                                dbvol::Disposition::TruncateExisting};
-    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}});
+    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, {}, 0, false, {}});
     g_ioError = 0;
     if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
         return FALSE;
@@ -303,6 +393,45 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     *pceguid = CEGUID{m->serial, kGuidMark, 0, 0};
     g_volumes.push_back(std::move(m));
     return TRUE;
+    GUARD_END(FALSE)
+}
+
+BOOL DesktopBeginVolumeBatch(PCEGUID pceguid) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pceguid);
+    if (!m)
+        return FALSE;
+    if (m->batches++ == 0) {
+        m->beforeBatch = m->vol;
+        m->batchChanged = false;
+    }
+    return TRUE;
+    GUARD_END(FALSE)
+}
+
+BOOL DesktopEndVolumeBatch(PCEGUID pceguid, BOOL keep) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pceguid);
+    if (!m || m->batches == 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (--m->batches > 0)
+        return TRUE;
+    dbvol::Volume before = std::move(m->beforeBatch);
+    m->beforeBatch = dbvol::Volume();
+    if (!m->batchChanged)
+        return TRUE;
+    g_ioError = 0;
+    if (keep && Report(dbvol::Commit(kIo, m->vol))) {
+        if (m->serial == 0)
+            m->header = WrittenHeader(m->vol);
+        return TRUE;
+    }
+    DWORD error = keep ? GetLastError() : ERROR_SUCCESS;
+    m->vol = std::move(before);
+    SetLastError(error);
+    return !keep;
     GUARD_END(FALSE)
 }
 

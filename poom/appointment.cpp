@@ -262,7 +262,7 @@ HRESULT Appointment::SetNumber(long Fields::*m, long v) {
 HRESULT Appointment::Save() {
     auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
-    std::uint32_t oid = 0;
+    std::uint32_t oid = 0, changed = 0;
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (deleted_) return kNotFound;
@@ -289,14 +289,16 @@ HRESULT Appointment::Save() {
             hasPending_ = clearRecurrence_ = false;
             saved_ = item_.f;
         }
+        changed = item_.oid;
     }
-    origin_.session().NoteOwnChange();
+    origin_.session().NoteOwnChange(changed);
     return S_OK;
 }
 
 HRESULT Appointment::Delete() {
     auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
+    std::uint32_t changed = 0;
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (deleted_) return kNotFound;
@@ -310,8 +312,9 @@ HRESULT Appointment::Delete() {
                                      : store->DeleteItem(item_.oid, error);
         if (!ok) return StoreFailure(*store, uid);
         deleted_ = true;
+        changed = item_.oid;
     }
-    origin_.session().NoteOwnChange();
+    origin_.session().NoteOwnChange(changed);
     return S_OK;
 }
 

@@ -373,6 +373,51 @@ std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
     return out;
 }
 
+namespace {
+void AddCategoryNames(const lfical::EventInfo& info, std::vector<std::wstring>& out) {
+    if (info.categories.empty()) return;
+    for (std::wstring& name : CategoryNames(Categories(info.categories))) out.push_back(std::move(name));
+}
+}  // namespace
+
+std::vector<std::wstring> Store::CategoryNamesOf(std::uint32_t oid) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<std::wstring> out;
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return out;
+    AddCategoryNames(ical_->info(id), out);
+    for (lfical::EventId o : ical_->overridesOf(id)) AddCategoryNames(ical_->info(o), out);
+    return out;
+}
+
+// A large store takes seconds to read whole, so the store is locked a few hundred
+// appointments at a time and the views' queries go on meanwhile. A reload starts it again.
+std::map<std::uint32_t, std::vector<std::wstring>> Store::CategoryNamesByItem() const {
+    const size_t kAtOnce = 256;
+    std::map<std::uint32_t, std::vector<std::wstring>> out;
+    std::vector<lfical::EventId> ids;
+    const lfical::Store* read = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mu_);
+        if (!ical_) return out;
+        ids = ical_->events();
+        read = ical_.get();
+    }
+    for (size_t first = 0; first < ids.size(); first += kAtOnce) {
+        std::lock_guard<std::recursive_mutex> lock(mu_);
+        if (ical_.get() != read) return CategoryNamesByItem();
+        for (size_t i = first; i < ids.size() && i < first + kAtOnce; ++i) {
+            if (!ical_->valid(ids[i])) continue;
+            lfical::EventInfo info = ical_->info(ids[i]);
+            if (info.categories.empty()) continue;
+            auto it = uidToOid_.find(info.uid);
+            if (it == uidToOid_.end()) continue;
+            AddCategoryNames(info, out[it->second]);
+        }
+    }
+    return out;
+}
+
 bool Store::Get(std::uint32_t oid, ItemSnapshot& out) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     lfical::EventId id = Find(oid);

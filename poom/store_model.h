@@ -139,6 +139,11 @@ public:
     bool ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text, std::string& error) const;
 
     size_t Count() const;
+    // The category names an appointment uses, its changed occurrences' included, split as an
+    // appointment's Categories reads (repeats and all); none when it is not in the store.
+    std::vector<std::wstring> CategoryNamesOf(std::uint32_t oid) const;
+    // The same for every appointment of the store, by OID.
+    std::map<std::uint32_t, std::vector<std::wstring>> CategoryNamesByItem() const;
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;
