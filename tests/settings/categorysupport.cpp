@@ -3,6 +3,7 @@
 #include "platform/dbvol.h"
 #include "settings/categoryprops.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 static std::wstring g_objectStore;
@@ -62,6 +63,26 @@ void RemoveDeviceCategories()
             CeDeleteDatabaseEx(&store, oid);
     }
     CloseHandle(list);
+}
+
+bool WaitForDeviceCategories(const std::vector<std::vector<std::wstring>> &lists)
+{
+    for (int tries = 0; tries < 200; tries++) {
+        int count = 0;
+        CategoryName *found = ReadDeviceCategories(&count, true);
+        std::vector<std::wstring> names;
+        for (int i = 0; found && i < count; i++)
+            names.push_back(found[i].name);
+        FreeCategoryArray(found);
+        for (const auto &list : lists)
+            if (list.size() == names.size() &&
+                std::equal(list.begin(), list.end(), names.begin(), [](const std::wstring &a, const std::wstring &b) {
+                    return a.compare(0, CATEGORY_NAME_LEN - 1, b) == 0;
+                }))
+                return true;
+        Sleep(50);
+    }
+    return false;
 }
 
 void SetDeviceCategories(const std::vector<std::wstring> &names)

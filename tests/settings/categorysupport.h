@@ -11,6 +11,10 @@
 void UseTestObjectStore();
 // Makes the device's "Categories Database" hold these names, in this order.
 void SetDeviceCategories(const std::vector<std::wstring> &names);
+// Waits (up to ten seconds) until the device's list is one of these (the calendar server writes
+// the categories of the store it serves once after its first logon, and again only when the
+// store changes, so a test may then put a list of its own in its place).
+bool WaitForDeviceCategories(const std::vector<std::vector<std::wstring>> &lists);
 // Takes the device's "Categories Database" away.
 void RemoveDeviceCategories();
 // The same as SetDeviceCategories, written as the object store's file before the process has first read it.
