@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <thread>
 #include <mutex>
 #include <random>
 
@@ -287,7 +288,15 @@ bool writeFileAtomic(const std::string& path, std::string_view bytes, std::strin
         return false;
     }
     std::error_code ec;
-    std::filesystem::rename(tmp, path, ec);
+    // Windows refuses to replace a file while a reader has it open (another
+    // calendar program or a sync tool reading the folder); such a read is
+    // short, so the replace is tried again for up to two seconds.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::filesystem::rename(tmp, path, ec);
+        if (!ec)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     if (ec) {
         remove(tmp.c_str());
         error = "cannot replace " + path + ": " + ec.message();
