@@ -260,8 +260,14 @@ HRESULT Appointment::Save() {
             // On a conflict the store keeps the other program's version and
             // ours beside it; the watch tells the logon window to show both.
             if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error,
-                                 oid ? &saved_ : nullptr))
-                return StoreFailure(*store, uid);
+                                 oid ? &saved_ : nullptr)) {
+                HRESULT hr = StoreFailure(*store, uid);
+                // Ours is kept beside the other version now; a caller that
+                // saves again means to write it over that version.
+                ItemSnapshot now;
+                if (hr == kConflict && store->Get(item_.oid, now)) saved_ = now.f;
+                return hr;
+            }
             item_.oid = oid;
             item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
             hasPending_ = clearRecurrence_ = false;
