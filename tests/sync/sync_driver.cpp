@@ -256,6 +256,10 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
             wchar_t text[400] = L"";
             GetDlgItemTextW(box, 0xFFFF, text, 400);
             message = text;
+            if (GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
+                Pump(300);  // the box paints its text first
+                SaveScreenShot({dlg, box}, ShotPath("formconflict"));
+            }
             Key(GetFocus(), VK_RETURN);
         });
         // Ended by the form itself, so the script does not close it.
