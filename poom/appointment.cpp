@@ -10,17 +10,6 @@
 
 namespace poom {
 
-namespace {
-
-bool SameFields(const Fields& a, const Fields& b) {
-    return a.subject == b.subject && a.location == b.location && a.categories == b.categories &&
-           a.body == b.body && a.start == b.start && a.end == b.end && a.allDay == b.allDay &&
-           a.reminderSet == b.reminderSet && a.busyStatus == b.busyStatus && a.sensitivity == b.sensitivity &&
-           a.reminderMinutes == b.reminderMinutes;
-}
-
-}  // namespace
-
 Appointment::Appointment(const Origin& origin) : origin_(origin) {
     SYSTEMTIME now;
     GetLocalTime(&now);
@@ -268,7 +257,7 @@ HRESULT Appointment::Save() {
         if (deleted_) return kNotFound;
         OwnTextsLocked();
         if (item_.isOccurrence) {
-            if (SameFields(item_.f, saved_)) return S_OK;
+            if (FieldsEqual(item_.f, saved_)) return S_OK;
             // A changed occurrence is an exception of its series; the rest
             // of the series stays as it was.
             std::string error, uid = store->UidOf(item_.oid);
@@ -280,10 +269,17 @@ HRESULT Appointment::Save() {
             oid = item_.oid;
             std::string error;
             std::string uid = store->UidOf(oid);
-            // On a conflict the watch picks up the version kept on disk and
-            // tells the logon window to show it.
-            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
-                return StoreFailure(*store, uid);
+            // On a conflict the store keeps the other program's version and
+            // ours beside it; the watch tells the logon window to show both.
+            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error,
+                                 oid ? &saved_ : nullptr)) {
+                HRESULT hr = StoreFailure(*store, uid);
+                // Ours is kept beside the other version now; a caller that
+                // saves again means to write it over that version.
+                ItemSnapshot now;
+                if (hr == kConflict && store->Get(item_.oid, now)) saved_ = now.f;
+                return hr;
+            }
             item_.oid = oid;
             item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
             hasPending_ = clearRecurrence_ = false;

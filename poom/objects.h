@@ -28,7 +28,8 @@ const HRESULT kNotLoggedOn = E_FAIL;        // no store open
 const HRESULT kNotFound = E_INVALIDARG;     // no item or occurrence by that name
 const HRESULT kStoreFailed = E_FAIL;        // the store refused a change
 // Another program changed the same appointment since we read it ("the file
-// has been altered externally"); its version is kept and shown.
+// has been altered externally"); its version is kept and shown, and ours is
+// kept beside it as a new appointment.
 const HRESULT kConflict = HRESULT_FROM_WIN32(ERROR_FILE_INVALID);
 
 inline HRESULT StoreFailure(const Store& store, const std::string& uid) {

@@ -499,10 +499,10 @@ bool Store::Persist(const std::string& uid, std::string& error) {
         return false;
     }
     if (std::find(conflicts_.begin(), conflicts_.end(), uid) != conflicts_.end()) {
-        // Another program changed the same appointment since we read it: its
-        // version stays on disk and ours is refused, still held by the
-        // caller, who may save it again over the version now shown.
-        error = "the appointment was changed by another program";
+        // Another program changed the same appointment since we read it:
+        // its version stays under the appointment's UID and ours was saved
+        // beside it as a new appointment, so neither is lost.
+        error = "the appointment was changed by another program; both versions are kept";
         std::string ignored;
         Reload(ignored);
         return false;
@@ -551,8 +551,15 @@ lfical::Time Store::BuildEdit(bool isNew, const lfical::EventInfo& old, const Fi
     return startLike;
 }
 
+bool FieldsEqual(const Fields& a, const Fields& b) {
+    return a.subject == b.subject && a.location == b.location && a.categories == b.categories &&
+           a.body == b.body && a.start == b.start && a.end == b.end && a.allDay == b.allDay &&
+           a.reminderSet == b.reminderSet && a.busyStatus == b.busyStatus && a.sensitivity == b.sensitivity &&
+           a.reminderMinutes == b.reminderMinutes;
+}
+
 bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                     std::string& error) {
+                     std::string& error, const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     if (!ical_) {
         error = "no store open";
@@ -572,6 +579,10 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
+        Fields now = was;
+        if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
+        if (base && !FieldsEqual(*base, now) && !FieldsEqual(f, now))
+            return KeepBeside(id, old, was, f, error);
     }
     lfical::EventEdit e;
     lfical::Time startLike = BuildEdit(isNew, old, was, f, e);
@@ -614,6 +625,26 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     }
     oid = it->second;
     return true;
+}
+
+bool Store::KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                       std::string& error) {
+    // Another program changed the appointment after the caller read it (a
+    // sync while the form was open). Its version stays; ours becomes a new
+    // appointment: the event's bytes under a fresh UID, with our changes.
+    lfical::EventId copy = ical_->addCopy(ical_->bytes(id));
+    if (copy == lfical::kNoEvent) {
+        error = "the appointment was changed by another program, and ours could not be kept beside it";
+        return false;
+    }
+    lfical::EventEdit e;
+    BuildEdit(false, old, was, f, e);
+    ical_->edit(copy, e);
+    std::string copyUid = ical_->uid(copy);
+    if (!Persist(copyUid, error)) return false;
+    conflicts_.push_back(old.uid);
+    error = "the appointment was changed by another program; both versions are kept";
+    return false;
 }
 
 bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const {

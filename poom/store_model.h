@@ -58,6 +58,8 @@ struct Fields {
     long busyStatus = kBusyBusy, sensitivity = kSensNormal, reminderMinutes = 15;
 };
 
+bool FieldsEqual(const Fields& a, const Fields& b);
+
 // What a query answers: a snapshot of one appointment or one occurrence.
 struct ItemSnapshot {
     std::uint32_t oid = 0;       // the series' OID for an occurrence
@@ -123,8 +125,12 @@ public:
     // Saves a new (oid 0, which receives the new OID) or changed
     // appointment. pattern: the new recurrence, or null to keep it;
     // clearRecurrence makes the appointment a one-off.
+    // base: the fields as the caller read them. When another program has
+    // changed the appointment since, ours is not written over its version:
+    // it is kept beside it as a new appointment, and the result is false
+    // with the UID in LastConflicts().
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                  std::string& error);
+                  std::string& error, const Fields* base = nullptr);
     // Saves a changed occurrence: one changed before (an exception of the
     // series) is changed again; a first change makes it an exception of its
     // own. The rest of the series stays as it was.
@@ -157,6 +163,8 @@ private:
     bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
     bool Persist(const std::string& uid, std::string& error);
+    bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                    std::string& error);
     // The edit that turns `was` (read from `old`) into f: only changed
     // fields are set, so everything else keeps its bytes. Returns the clock
     // the start is written in.
