@@ -76,12 +76,21 @@ static void LayOutSheet(HWND sheet)
     }
     HWND tab = PropSheet_GetTabControl(sheet);
     if (tab) {
+        // One row of tabs, measured at the full width (the five titles fit it; a second row
+        // would take the pages' last lines).
+        SetWindowLongW(tab, GWL_STYLE,
+                       (GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM | TCS_FIXEDWIDTH) & ~TCS_MULTILINE);
+        TabCtrl_SetPadding(tab, 2, 3);
+        RECT first = {0, 0, 0, 20};
+        TabCtrl_GetItemRect(tab, 0, &first);
+        TabCtrl_SetItemSize(tab, (w - 4) / kSheetPageCount, first.bottom - first.top);
+        SetWindowPos(tab, nullptr, 0, 0, w, 40, SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
         RECT item = {0, 0, 0, 20};
         TabCtrl_GetItemRect(tab, 0, &item);
-        int tabH = item.bottom - item.top + 4;
-        SetWindowLongW(tab, GWL_STYLE, GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM);
+        int rows = TabCtrl_GetRowCount(tab);
+        int tabH = (item.bottom - item.top) * (rows > 0 ? rows : 1) + 4;
         SetWindowPos(tab, nullptr, 0, y - SHEET_MARGIN - tabH, w, tabH,
-                     SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+                     SWP_NOZORDER | SWP_NOACTIVATE);
     }
     FitCurrentPage(sheet);
     InvalidateRect(sheet, nullptr, TRUE);
