@@ -188,18 +188,7 @@ static void ColorApply(HWND page)
 
 static INT_PTR ColorNotify(HWND page, NMHDR *hdr)
 {
-    switch (hdr->code) {
-    case PSN_SETACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, 0);
-    case PSN_KILLACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, FALSE);
-    case PSN_APPLY:
-        ColorApply(page);
-        return DialogReply(page, PSNRET_NOERROR);
-    }
-    return FALSE;
+    return PageNotify(page, hdr, ColorApply);
 }
 
 static INT_PTR ColorDestroy(HWND page, UINT, WPARAM, LPARAM)

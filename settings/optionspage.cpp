@@ -58,21 +58,9 @@ static void OptionsApply(HWND page)
     }
 }
 
-// The input panel goes away whenever the page comes or goes; leaving the page is always allowed.
 static INT_PTR OptionsNotify(HWND page, NMHDR *hdr)
 {
-    switch (hdr->code) {
-    case PSN_SETACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, 0);
-    case PSN_KILLACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, FALSE);
-    case PSN_APPLY:
-        OptionsApply(page);
-        return DialogReply(page, PSNRET_NOERROR);
-    }
-    return FALSE;
+    return PageNotify(page, hdr, OptionsApply);
 }
 
 static const DialogEntry kOptionsPage[] = {

@@ -11,6 +11,11 @@ INT_PTR CALLBACK ColorPageProc(HWND page, UINT msg, WPARAM wp, LPARAM lp);    //
 INT_PTR CALLBACK CategoryPageProc(HWND page, UINT msg, WPARAM wp, LPARAM lp); // categorypage.cpp
 INT_PTR CALLBACK IconsPageProc(HWND page, UINT msg, WPARAM wp, LPARAM lp);    // iconspage.cpp
 
+// The Options, Times and Color pages' answer to the sheet: the input panel goes away whenever
+// the page comes or goes, leaving the page is always allowed, and `apply` writes the page's
+// settings when the user accepts the sheet.
+INT_PTR PageNotify(HWND page, NMHDR *hdr, void (*apply)(HWND page));
+
 // Marks a call that draws the single frame only.
 const COLORREF FRAME_SINGLE = 12345678;
 

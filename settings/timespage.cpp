@@ -169,18 +169,7 @@ static void TimesApply(HWND page)
 
 static INT_PTR TimesNotify(HWND page, NMHDR *hdr)
 {
-    switch (hdr->code) {
-    case PSN_SETACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, 0);
-    case PSN_KILLACTIVE:
-        SipShowIM(SIPF_OFF);
-        return DialogReply(page, FALSE);
-    case PSN_APPLY:
-        TimesApply(page);
-        return DialogReply(page, PSNRET_NOERROR);
-    }
-    return FALSE;
+    return PageNotify(page, hdr, TimesApply);
 }
 
 // The headings get their own font back before the bold one goes.
