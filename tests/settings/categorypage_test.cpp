@@ -3,6 +3,7 @@
 // the day view's rows by category, and nothing written on Cancel.
 #include "categorysupport.h"
 #include "dayview/daystore.h"
+#include "support/settingskey.h"
 #include "support/apphost.h"
 #include "support/drive.h"
 #include "support/errorboxes.h"
@@ -28,6 +29,7 @@ static std::string Events()
 
 class CategoryPage : public ::testing::Test {
 protected:
+    SettingsKeyGuard keep; // the key as the test found it, back when it ends
     void SetUp() override
     {
         UseTestObjectStore();

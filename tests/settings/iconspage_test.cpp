@@ -7,6 +7,7 @@
 #include "settings/settings.h"
 #include "common/appstate.h"
 #include "calendar/dates.h"
+#include "support/settingskey.h"
 #include "support/apphost.h"
 #include "support/drive.h"
 #include "resource.h"
@@ -183,6 +184,7 @@ static std::string PictureIconDiff(const Picture &pic, int x, int y, int icon, C
 
 class IconsPage : public ::testing::Test {
 protected:
+    SettingsKeyGuard keep; // the key as the test found it, back when it ends
     void SetUp() override
     {
         if (!g_app.hwndMain)

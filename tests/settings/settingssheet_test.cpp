@@ -7,6 +7,7 @@
 #include "common/appstate.h"
 #include "month/monthgrid.h"
 #include "platform/aygshell.h"
+#include "support/settingskey.h"
 #include "support/apphost.h"
 #include "support/drive.h"
 #include "support/errorboxes.h"
@@ -83,6 +84,7 @@ static std::wstring ItemText(HWND page, int id, int index)
 
 class SettingsSheet : public ::testing::Test {
   protected:
+    SettingsKeyGuard keep; // the key as the test found it, back when it ends
     void SetUp() override
     {
         owner = StartProgram();
