@@ -94,7 +94,42 @@ bool WinReplace(const std::string &from, const std::string &to) {
     return false;
 }
 
-const dbvol::Io kIo = {WinRead, WinWrite, WinReplace};
+// The attributes come without opening the file, which under Wine costs
+// far more than the lookup: the header is read only when asked for.
+dbvol::Status WinStamp(const std::string &path, bool header, dbvol::Stamp &out) {
+    std::wstring wide = Wide(path);
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    if (!GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &a)) {
+        g_ioError = GetLastError();
+        return g_ioError == ERROR_FILE_NOT_FOUND || g_ioError == ERROR_PATH_NOT_FOUND ? dbvol::Status::NotFound
+                                                                                       : dbvol::Status::Io;
+    }
+    out = dbvol::Stamp();
+    out.present = true;
+    out.size = uint64_t(a.nFileSizeHigh) << 32 | a.nFileSizeLow;
+    out.modified = uint64_t(a.ftLastWriteTime.dwHighDateTime) << 32 | a.ftLastWriteTime.dwLowDateTime;
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    uint64_t t = uint64_t(now.dwHighDateTime) << 32 | now.dwLowDateTime;
+    out.recent = out.modified + dbvol::kSettleSeconds * 10000000ull > t;
+    if (!header)
+        return dbvol::Status::Ok;
+    HANDLE f = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE) {
+        g_ioError = GetLastError();
+        return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
+    }
+    DWORD got = 0;
+    bool ok = ReadFile(f, out.header, sizeof out.header, &got, nullptr);
+    if (!ok)
+        g_ioError = GetLastError();
+    ::CloseHandle(f);
+    out.hasHeader = ok;
+    return ok ? dbvol::Status::Ok : dbvol::Status::Io;
+}
+
+const dbvol::Io kIo = {WinRead, WinWrite, WinReplace, WinStamp};
 
 // Reports a core result as the handheld's error code; true when it is Ok.
 bool Report(dbvol::Status s) {
@@ -134,6 +169,9 @@ struct Mounted {
     std::wstring path;   // as given, compared without regard to case
     int mounts;
     dbvol::Volume vol;
+    // Counts the changes to vol (a write through any handle, a reload of the
+    // file), so a handle knows when the order it sorted is out of date.
+    uint64_t generation;
 };
 struct OpenDb {
     DWORD serial;        // the volume's
@@ -142,6 +180,15 @@ struct OpenDb {
     DWORD flags;
     CEOID current;       // 0 at the end
     size_t pos;
+    // The records in this handle's order, as of the volume's generation:
+    // sorting once per change rather than once per call keeps reading a
+    // database in sequence linear.
+    bool ordered;
+    uint64_t orderGeneration;
+    std::vector<size_t> order;
+    // The current record was deleted (here or by another writer) under a
+    // handle that does not move on by itself: the next read reports it.
+    bool lost;
 };
 struct Enumeration {
     std::vector<CEOID> dbs;
@@ -169,26 +216,49 @@ Mounted *ObjectStore() {
         CreateDirectoryW(path, nullptr);
         lstrcatW(path, L"\\objectstore.vol");
     }
-    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}});
+    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, 0});
     if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
         return nullptr;
     g_volumes.push_back(std::move(m));
     return g_volumes.back().get();
 }
 
+// Brings a mounted volume up to its file: the calendar server (a copy of
+// this code in its own DLL) and other processes write the same files.
+bool Fresh(Mounted *m) {
+    bool reloaded = false;
+    g_ioError = 0;
+    if (!Report(dbvol::Refresh(kIo, m->vol, reloaded)))
+        return false;
+    if (reloaded)
+        m->generation++;
+    return true;
+}
+
+// The mounted volume the identifier names, brought up to its file.
 Mounted *FindVolume(PCEGUID g) {
     if (!g) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    if (CHECK_SYSTEMGUID(g))
-        return ObjectStore();
-    if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0)
+    Mounted *found = nullptr;
+    if (CHECK_SYSTEMGUID(g)) {
+        for (auto &m : g_volumes)
+            if (m->serial == 0)
+                found = m.get();
+        // Mounting the object store reads it: nothing to refresh.
+        if (!found)
+            return ObjectStore();
+    } else if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0) {
         for (auto &m : g_volumes)
             if (m->serial == g->Data1 && m->serial != 0)
-                return m.get();
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return nullptr;
+                found = m.get();
+    }
+    if (!found) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return Fresh(found) ? found : nullptr;
 }
 
 // The handheld reports a handle that is not an open database as a bad parameter.
@@ -205,9 +275,13 @@ OpenDb *FindOpen(HANDLE h) {
 // deleted or its volume unmounted since.
 bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
     m = nullptr;
+    db = nullptr;
     for (auto &v : g_volumes)
         if (v->serial == o->serial)
             m = v.get();
+    if (m && !Fresh(m))
+        return false;
+    // Found by its identifier, so a handle keeps working across a reload.
     db = m ? dbvol::FindDatabase(m->vol, o->db) : nullptr;
     if (!db) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -216,17 +290,29 @@ bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
     return true;
 }
 
-// The records in the handle's order, with the position following its record.
-std::vector<size_t> Order(OpenDb *o, const dbvol::Database &db) {
-    std::vector<size_t> order = dbvol::SortedOrder(db, o->sort, LocaleCompare);
+// The records in the handle's order, sorted again only when the volume has
+// changed since, with the position following its record.
+const std::vector<size_t> &Order(OpenDb *o, const Mounted *m, const dbvol::Database &db) {
+    if (!o->ordered || o->orderGeneration != m->generation) {
+        o->order = dbvol::SortedOrder(db, o->sort, LocaleCompare);
+        o->orderGeneration = m->generation;
+        o->ordered = true;
+    }
+    const std::vector<size_t> &order = o->order;
     if (o->current) {
+        // Reading in sequence finds its record where it left it.
+        if (o->pos < order.size() && db.records[order[o->pos]].oid == o->current)
+            return order;
         for (size_t i = 0; i < order.size(); i++)
             if (db.records[order[i]].oid == o->current) {
                 o->pos = i;
                 return order;
             }
+        // Its record is gone: the position stays where it was, on the next
+        // one; a handle that does not move on by itself is told first.
+        if (!(o->flags & CEDB_AUTOINCREMENT))
+            o->lost = true;
     }
-    // Its record is gone: the position stays where it was, on the next one.
     o->pos = std::min(o->pos, order.size());
     o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
     return order;
@@ -235,6 +321,7 @@ std::vector<size_t> Order(OpenDb *o, const dbvol::Database &db) {
 void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &order, size_t pos) {
     o->pos = std::min(pos, order.size());
     o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
+    o->lost = false;
 }
 
 // Makes a change on a copy of the volume and keeps it only once it is on
@@ -247,6 +334,7 @@ template <class F> bool Change(Mounted *m, F change) {
     if (!Report(dbvol::Commit(kIo, copy)))
         return false;
     m->vol = std::move(copy);
+    m->generation++;
     return true;
 }
 
@@ -295,7 +383,7 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     static const dbvol::Disposition kDisp[] = {dbvol::Disposition::CreateNew, dbvol::Disposition::CreateAlways,
                                                dbvol::Disposition::OpenExisting, dbvol::Disposition::OpenAlways,
                                                dbvol::Disposition::TruncateExisting};
-    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}});
+    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, 0});
     g_ioError = 0;
     if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
         return FALSE;
@@ -375,8 +463,8 @@ HANDLE CeOpenDatabaseEx(PCEGUID pguid, PCEOID poid, LPWSTR lpszName, CEPROPID pr
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    std::unique_ptr<OpenDb> o(new OpenDb{m->serial, db->oid, propid, dwFlags, 0, 0});
-    Order(o.get(), *db);
+    std::unique_ptr<OpenDb> o(new OpenDb{m->serial, db->oid, propid, dwFlags, 0, 0, false, 0, {}, false});
+    Order(o.get(), m, *db);
     HANDLE h = reinterpret_cast<HANDLE>(o.get());
     g_open[h] = std::move(o);
     *poid = db->oid;
@@ -491,7 +579,13 @@ CEOID CeReadRecordPropsEx(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROP
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
-    std::vector<size_t> order = Order(o, *db);
+    const std::vector<size_t> &order = Order(o, m, *db);
+    if (o->lost) {
+        // Reported once; the handle then reads on from the next record.
+        o->lost = false;
+        SetLastError(ERROR_KEY_DELETED);
+        return 0;
+    }
     if (o->pos >= order.size()) {
         SetLastError(ERROR_NO_MORE_ITEMS);
         return 0;
@@ -637,8 +731,7 @@ CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL
         }
         writes.push_back(std::move(w));
     }
-    std::vector<size_t> order = Order(o, *db);
-    (void)order;
+    Order(o, m, *db);
     uint32_t written = 0;
     CEOID dbOid = db->oid;
     bool ok = Change(m, [&](dbvol::Volume &v) {
@@ -655,7 +748,7 @@ CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDW
     dbvol::Database *db;
     if (!o || !Resolve(o, m, db))
         return 0;
-    std::vector<size_t> order = Order(o, *db);
+    const std::vector<size_t> &order = Order(o, m, *db);
     size_t n = order.size();
     long long target = -1;
     auto value = [&](size_t i) { return dbvol::FindProp(db->records[order[i]], o->sort); };
@@ -757,7 +850,7 @@ BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    Order(o, *db);
+    Order(o, m, *db);
     CEOID dbOid = db->oid;
     return Change(m, [&](dbvol::Volume &v) {
         return dbvol::DeleteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, Now());
