@@ -1,6 +1,8 @@
 // The handheld's property database calls over the volume file, as the
-// program uses them: error codes, buffers, seek modes and sort order.
+// program uses them: error codes, buffers, seek modes and sort order, and
+// another writer's changes to the same file.
 #include "cedb.h"
+#include "dbvol.h"
 
 #include <gtest/gtest.h>
 
@@ -486,6 +488,186 @@ TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
     EXPECT_EQ(oid, db);
     CloseHandle(h);
     EXPECT_TRUE(CeDeleteDatabaseEx(&sys, db));
+}
+
+// Every record's name from the handle's position on, as the program reads on.
+std::wstring ReadOn(HANDLE h) {
+    std::wstring out;
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 1;
+    CEPROPID want = kName;
+    while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
+        out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
+        out += L",";
+    }
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+    LocalFree(buf);
+    return out;
+}
+
+CEPROPVAL NameKey(const wchar_t *s) {
+    CEPROPVAL v = {};
+    v.propid = kName;
+    v.val.lpwstr = const_cast<LPWSTR>(s);
+    return v;
+}
+
+// A handle reading in sequence while another handle writes: it reads on in
+// the order as it is now, and seeks by value or place find the records where
+// the changed order has them.
+TEST_F(CeDb, WritesBetweenSequentialReadsKeepTheOrderAndTheSeeksRight) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Holiday", 1, 0);
+    CEOID work = Add(h, L"Work", 2, 0);
+    CEOID birthday = Add(h, L"Birthday", 3, 0);
+    CEOID personal = Add(h, L"Personal", 4, 0);
+    CEOID oid = 0;
+    HANDLE w = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, 0, nullptr);
+    ASSERT_NE(w, INVALID_HANDLE_VALUE);
+
+    CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), birthday);
+    LocalFree(buf);
+    // One before the position, one after it.
+    Add(w, L"Anniversary", 5, 0);
+    CEOID music = Add(w, L"Music", 6, 0);
+    EXPECT_EQ(ReadOn(h), L"Holiday,Music,Personal,Work,");
+
+    CEPROPVAL zebra = NameKey(L"Zebra"), m = NameKey(L"Music");
+    CEPROPVAL rename = zebra;
+    EXPECT_EQ(CeWriteRecordProps(w, birthday, 1, &rename), birthday);
+    struct Step {
+        const char *what;
+        HANDLE change;   // deletes `gone` first when set
+        CEOID gone;
+        DWORD type;
+        DWORD_PTR value;
+        CEOID want;
+        DWORD index;
+    } steps[] = {
+        {"renamed to the end", nullptr, 0, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&zebra), birthday, 5},
+        {"music after the rename", nullptr, 0, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&m), music, 2},
+        {"the last by place", nullptr, 0, CEDB_SEEK_END, 0, birthday, 5},
+        {"music after a delete before it", w, personal, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&m), music, 2},
+        {"the last after a delete", nullptr, 0, CEDB_SEEK_END, 0, birthday, 4},
+        {"fourth by place", nullptr, 0, CEDB_SEEK_BEGINNING, 3, work, 3},
+    };
+    for (const Step &s : steps) {
+        if (s.change) {
+            EXPECT_TRUE(CeDeleteRecord(s.change, s.gone)) << s.what;
+        }
+        DWORD index = 0xFFFF;
+        CEOID got = CeSeekDatabase(h, s.type, s.value, &index);
+        EXPECT_EQ(got, s.want) << s.what;
+        EXPECT_EQ(index, s.index) << s.what;
+    }
+    EXPECT_EQ(Names(h), L"Anniversary,Holiday,Music,Work,Zebra,");
+
+    // A handle that does not move on by itself is told its record is gone,
+    // then reads on from the next one.
+    EXPECT_EQ(CeSeekDatabase(w, CEDB_SEEK_CEOID, music, nullptr), music);
+    EXPECT_TRUE(CeDeleteRecord(h, music));
+    buf = nullptr;
+    size = 0;
+    EXPECT_EQ(CeReadRecordProps(w, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_KEY_DELETED));
+    EXPECT_NE(CeReadRecordProps(w, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_STREQ(reinterpret_cast<CEPROPVAL *>(buf)[0].val.lpwstr, L"Work");
+    LocalFree(buf);
+    CloseHandle(w);
+    CloseHandle(h);
+}
+
+// The calendar server writes the object store through its own copy of these
+// calls, and another process may write a volume too: every call sees the
+// file's latest commit, and a write keeps what the other writer added. The
+// other writer here is the volume code itself, committing to the same path.
+TEST_F(CeDb, AnotherWritersCommitsAreSeenAndKept) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Work", 1, 0);
+    CEOID holiday = Add(h, L"Holiday", 2, 0);
+
+    static const dbvol::Io io = {
+        dbvol::NativeIo().readAll, dbvol::NativeIo().writeNew,
+        [](const std::string &from, const std::string &to) {
+            return MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
+        },
+        nullptr};
+    std::string path(vol.begin(), vol.end());
+    auto other = [&](const char *what, auto change) {
+        dbvol::Volume v;
+        ASSERT_EQ(dbvol::Open(io, path, dbvol::Disposition::OpenExisting, v), dbvol::Status::Ok) << what;
+        dbvol::Database *db = dbvol::FindDatabase(v, u"categoryprops");
+        ASSERT_NE(db, nullptr) << what;
+        ASSERT_EQ(change(v, *db), dbvol::Status::Ok) << what;
+        ASSERT_EQ(dbvol::Commit(io, v), dbvol::Status::Ok) << what;
+    };
+    auto text = [](const char16_t *s) {
+        std::u16string t(s);
+        return std::vector<uint8_t>(reinterpret_cast<const uint8_t *>(t.data()),
+                                    reinterpret_cast<const uint8_t *>(t.data() + t.size()));
+    };
+    uint32_t birthday = 0;
+    other("add two", [&](dbvol::Volume &v, dbvol::Database &db) {
+        uint32_t personal = 0;
+        dbvol::WriteRecord(v, db, 0, {{{kName, text(u"Birthday")}, false}}, 1, birthday);
+        return dbvol::WriteRecord(v, db, 0, {{{kName, text(u"Personal")}, false}}, 1, personal);
+    });
+    EXPECT_EQ(Names(h), L"Birthday,Holiday,Personal,Work,");
+    CEOID zoo = Add(h, L"Zoo", 3, 0);
+    EXPECT_NE(zoo, CEOID(birthday));
+    {
+        dbvol::Volume v;
+        ASSERT_EQ(dbvol::Open(io, path, dbvol::Disposition::OpenExisting, v), dbvol::Status::Ok);
+        EXPECT_EQ(dbvol::FindDatabase(v, u"categoryprops")->records.size(), 5u) << "the write kept the other's records";
+    }
+
+    // A change of one size at once: the colour read is the new one.
+    other("recolour", [&](dbvol::Volume &v, dbvol::Database &db) {
+        uint32_t same = 0;
+        std::vector<uint8_t> colour = {0x44, 0x33, 0x22, 0x11};
+        return dbvol::WriteRecord(v, db, holiday, {{{kColour, colour}, false}}, 2, same);
+    });
+    EXPECT_EQ(CeSeekDatabase(h, CEDB_SEEK_CEOID, holiday, nullptr), holiday);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 1;
+    CEPROPID want = kColour;
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size), holiday);
+    EXPECT_EQ(reinterpret_cast<CEPROPVAL *>(buf)[0].val.lVal, 0x11223344);
+    LocalFree(buf);
+
+    // A database the other writer made is found and listed.
+    other("new database", [&](dbvol::Volume &v, dbvol::Database &) {
+        uint32_t made = 0;
+        return dbvol::CreateDatabase(v, u"Categories Database", 0, 0, {}, 3, made);
+    });
+    HANDLE e = CeFindFirstDatabaseEx(&guid, 0);
+    int listed = 0;
+    while (CeFindNextDatabaseEx(e, &guid))
+        listed++;
+    CloseHandle(e);
+    EXPECT_EQ(listed, 2);
+
+    // The file replaced by something that is no volume: reported, and a
+    // write does not overwrite it.
+    HANDLE f = CreateFileW(vol.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD put;
+    WriteFile(f, "LFDBVOL\x1a damaged beyond repair, on purpose.", 46, &put, nullptr);
+    ::CloseHandle(f);
+    CEPROPVAL name = NameKey(L"Lost");
+    EXPECT_EQ(CeWriteRecordProps(h, 0, 1, &name), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_FILE_CORRUPT));
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    ASSERT_TRUE(GetFileAttributesExW(vol.c_str(), GetFileExInfoStandard, &a));
+    EXPECT_EQ(a.nFileSizeLow, 46u) << "the damaged file is kept as it is";
+    CloseHandle(h);
 }
 
 }  // namespace
