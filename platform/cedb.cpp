@@ -87,9 +87,18 @@ bool WinReplace(const std::string &from, const std::string &to) {
         DeleteFileW(Wide(from).c_str());
         return false;
     }
-    if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return true;
-    g_ioError = GetLastError();
+    // A file open elsewhere cannot be replaced, even when it was opened to
+    // allow it: another process looking at the volume (its readers open it
+    // for a moment, without the writers' turn) holds the commit up briefly,
+    // so it is tried again for a while before it is reported.
+    for (int tries = 0;; tries++) {
+        if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        g_ioError = GetLastError();
+        if ((g_ioError != ERROR_ACCESS_DENIED && g_ioError != ERROR_SHARING_VIOLATION) || tries >= 100)
+            break;
+        Sleep(tries < 10 ? 1 : 10);
+    }
     DeleteFileW(Wide(from).c_str());
     return false;
 }
@@ -326,7 +335,7 @@ void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &ord
 
 // Makes a change on a copy of the volume and keeps it only once it is on
 // disk, so a failed write leaves memory as the file is.
-template <class F> bool Change(Mounted *m, F change) {
+template <class F> bool ChangeHeld(Mounted *m, F change) {
     g_ioError = 0;
     dbvol::Volume copy = m->vol;
     if (!Report(change(copy)))
@@ -336,6 +345,47 @@ template <class F> bool Change(Mounted *m, F change) {
     m->vol = std::move(copy);
     m->generation++;
     return true;
+}
+
+// The writers of one volume file (this copy, the calendar server's copy in
+// its DLL, other processes) take turns through a mutex named after the file,
+// so none commits between another's reload and its commit, which would undo
+// the other's change.
+HANDLE WriterLock(const Mounted *m) {
+    WCHAR full[MAX_PATH];
+    DWORD n = GetFullPathNameW(m->path.c_str(), MAX_PATH, full, nullptr);
+    std::wstring path = n && n < MAX_PATH ? std::wstring(full) : m->path;
+    if (!path.empty())
+        CharLowerBuffW(&path[0], DWORD(path.size()));
+    std::string bytes = Utf8(path);
+    WCHAR name[64];
+    wsprintfW(name, L"Local\\LanternfieldsVolume-%08lX",
+              static_cast<unsigned long>(dbvol::Crc32(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size())));
+    return CreateMutexW(nullptr, FALSE, name);
+}
+
+// Makes a change on a copy of the volume as the file has it now, under the
+// writers' turn, and keeps it only once it is on disk.
+template <class F> bool Change(Mounted *m, F change) {
+    HANDLE lock = WriterLock(m);
+    if (lock) {
+        // A writer that holds its turn this long has hung; better to report
+        // the volume busy than to hang the program with it.
+        DWORD w = WaitForSingleObject(lock, 30000);
+        if (w != WAIT_OBJECT_0 && w != WAIT_ABANDONED) {
+            ::CloseHandle(lock);
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return false;
+        }
+    }
+    bool ok = Fresh(m) && ChangeHeld(m, change);
+    if (lock) {
+        DWORD error = GetLastError();
+        ReleaseMutex(lock);
+        ::CloseHandle(lock);
+        SetLastError(error);
+    }
+    return ok;
 }
 
 // One lock over every call: the volumes and handles are shared by whatever
@@ -493,7 +543,9 @@ BOOL CeDeleteDatabaseEx(PCEGUID pguid, CEOID oid) {
             SetLastError(ERROR_SHARING_VIOLATION);
             return FALSE;
         }
-    return Change(m, [&](dbvol::Volume &v) { return dbvol::DeleteDatabase(v, oid); });
+    return Change(m, [&](dbvol::Volume &v) {
+        return dbvol::FindDatabase(v, oid) ? dbvol::DeleteDatabase(v, oid) : dbvol::Status::Invalid;
+    });
     GUARD_END(FALSE)
 }
 
@@ -734,8 +786,13 @@ CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL
     Order(o, m, *db);
     uint32_t written = 0;
     CEOID dbOid = db->oid;
+    // Looked up again: another writer may have deleted the database or
+    // the record since this call first looked.
     bool ok = Change(m, [&](dbvol::Volume &v) {
-        return dbvol::WriteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, writes, Now(), written);
+        dbvol::Database *d = dbvol::FindDatabase(v, dbOid);
+        if (!d || (oidRecord && !dbvol::FindRecord(*d, oidRecord)))
+            return dbvol::Status::Invalid;
+        return dbvol::WriteRecord(v, *d, oidRecord, writes, Now(), written);
     });
     return ok ? written : 0;
     GUARD_END(0)
@@ -853,7 +910,10 @@ BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord) {
     Order(o, m, *db);
     CEOID dbOid = db->oid;
     return Change(m, [&](dbvol::Volume &v) {
-        return dbvol::DeleteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, Now());
+        dbvol::Database *d = dbvol::FindDatabase(v, dbOid);
+        if (!d || !dbvol::FindRecord(*d, oidRecord))
+            return dbvol::Status::Invalid;
+        return dbvol::DeleteRecord(v, *d, oidRecord, Now());
     });
     GUARD_END(FALSE)
 }

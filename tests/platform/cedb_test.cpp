@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -668,6 +669,79 @@ TEST_F(CeDb, AnotherWritersCommitsAreSeenAndKept) {
     ASSERT_TRUE(GetFileAttributesExW(vol.c_str(), GetFileExInfoStandard, &a));
     EXPECT_EQ(a.nFileSizeLow, 46u) << "the damaged file is kept as it is";
     CloseHandle(h);
+}
+
+// Two processes writing one volume at once: each takes its turn, reloads
+// and commits, so every record both wrote is in the file at the end. The
+// other process is this test program again, running the writer below.
+const int kEachWrites = 40;
+
+void WriteNamed(HANDLE h, const wchar_t *who) {
+    for (int i = 0; i < kEachWrites; i++) {
+        wchar_t name[32];
+        wsprintfW(name, L"%s %d", who, i);
+        CEPROPVAL v = NameKey(name);
+        EXPECT_NE(CeWriteRecordProps(h, 0, 1, &v), 0u) << GetLastError();
+    }
+}
+
+TEST_F(CeDb, TwoProcessesWritingAtOnceLoseNothing) {
+    Mount();
+    HANDLE h = OpenCategories();
+    std::wstring ready = L"Local\\lf-cedb-ready-" + std::to_wstring(GetCurrentProcessId());
+    HANDLE event = CreateEventW(nullptr, TRUE, FALSE, ready.c_str());
+    ASSERT_NE(event, nullptr);
+    WCHAR exe[MAX_PATH];
+    GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring cmd = L"\"" + std::wstring(exe) + L"\" --gtest_filter=CeDbWriter.WritesItsShare";
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", vol.c_str());
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", ready.c_str());
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi;
+    BOOL started = CreateProcessW(exe, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi);
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", nullptr);
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", nullptr);
+    ASSERT_TRUE(started) << GetLastError();
+    // Both start writing once the other process is up; the limits only keep
+    // a broken writer from hanging the suite.
+    HANDLE both[2] = {event, pi.hProcess};
+    EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, 120000), WAIT_OBJECT_0);
+    WriteNamed(h, L"Here");
+    EXPECT_EQ(WaitForSingleObject(pi.hProcess, 120000), WAIT_OBJECT_0);
+    DWORD code = 1;
+    GetExitCodeProcess(pi.hProcess, &code);
+    EXPECT_EQ(code, 0u) << "the other writer failed";
+    ::CloseHandle(pi.hProcess);
+    ::CloseHandle(pi.hThread);
+    ::CloseHandle(event);
+
+    std::wstring names = Names(h);
+    size_t count = std::count(names.begin(), names.end(), L',');
+    EXPECT_EQ(count, size_t(2 * kEachWrites));
+    for (const wchar_t *who : {L"Here 0,", L"Here 39,", L"There 0,", L"There 39,"})
+        EXPECT_NE(names.find(who), std::wstring::npos) << who;
+    CloseHandle(h);
+}
+
+// The other process of the test above; nothing to do when run on its own.
+TEST(CeDbWriter, WritesItsShare) {
+    WCHAR path[MAX_PATH], ready[128];
+    if (!GetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", path, MAX_PATH) ||
+        !GetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", ready, 128))
+        GTEST_SKIP() << "run by TwoProcessesWritingAtOnceLoseNothing";
+    CEGUID guid;
+    ASSERT_TRUE(CeMountDBVol(&guid, path, OPEN_EXISTING)) << GetLastError();
+    CEOID oid = 0;
+    HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
+    HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, ready);
+    ASSERT_NE(event, nullptr);
+    SetEvent(event);
+    ::CloseHandle(event);
+    WriteNamed(h, L"There");
+    CloseHandle(h);
+    CeUnmountDBVol(&guid);
 }
 
 }  // namespace
