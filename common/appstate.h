@@ -10,6 +10,8 @@
 struct IPOutlookApp;
 struct IFolder;
 struct CategoryProps;
+struct CategoryName;
+struct CategoryLook;
 
 enum { VIEW_MONTH = 0, VIEW_DAY = 1, VIEW_YEAR = 2 };
 enum { RENDER_REQUESTED = 100, RENDER_DRAWING = 101, RENDER_SHOWN = 102 };
@@ -58,8 +60,6 @@ struct AppState {
     int todayYear, todayMonth, todayDay;
     int shownYear, shownMonth, shownDay;    // the day view's date
     int storeOpen;
-    CategoryProps *categoryProps;
-    int categoryCount;
     HCURSOR waitOldCursor;                  // common/cursor.cpp
 
     // Rendering thread and back buffer (shell/render.cpp).
@@ -107,6 +107,15 @@ struct AppState {
     HBITMAP userIconsBitmap;
     int userIconsPresent;
     int iconCount;
+
+    // Categories (settings/categoryprops.cpp): the stored colours and icons, the device's
+    // category names and, for each name, its look; loaded at start-up and again after the
+    // Category page's OK, freed at exit. The day list colours its rows from the merged looks.
+    CategoryProps *categoryProps;
+    int categoryCount;
+    CategoryName *deviceCategories;
+    CategoryLook *mergedCategories; // one per device name
+    int deviceCategoryCount;
 
     // Year view (month/yearview.cpp): the days of yearDataYear that hold
     // appointments (bit d - 1 of a month's word for day d) and whether the

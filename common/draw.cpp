@@ -8,13 +8,17 @@ void DrawTextIn(HDC dc, const WCHAR *text, int left, int top, int right, int bot
     DrawTextW(dc, text, -1, &rc, format | DT_SINGLELINE | DT_NOPREFIX);
 }
 
+// A month pass frames thousands of these; the DC's own pen and brush take
+// the colours, so none is created for them and the DC's colours are put
+// back after.
 void DrawCellRect(HDC dc, int left, int top, int right, int bottom, COLORREF border, COLORREF fill)
 {
-    ScopedPen pen(CreatePen(PS_SOLID, 1, border));
-    ScopedBrush brush(CreateSolidBrush(fill));
-    ScopedSelect selectPen(dc, pen);
-    ScopedSelect selectBrush(dc, brush);
+    ScopedSelect selectPen(dc, GetStockObject(DC_PEN));
+    ScopedSelect selectBrush(dc, GetStockObject(DC_BRUSH));
+    COLORREF oldPen = SetDCPenColor(dc, border), oldBrush = SetDCBrushColor(dc, fill);
     Rectangle(dc, left, top, right, bottom);
+    SetDCPenColor(dc, oldPen);
+    SetDCBrushColor(dc, oldBrush);
 }
 
 void FillCellRect(HDC dc, int left, int top, int right, int bottom, COLORREF colour)
@@ -84,10 +88,34 @@ void (*g_passProgressHook)();
 // The UI thread copies the back buffer from its pixels whenever it paints,
 // so a flush is all it takes for the pass so far to reach the screen; on a
 // slow store the user watches the month fill in appointment by appointment.
+// Asking the window to paint costs more than drawing an appointment, so it
+// is asked at most every few milliseconds: a screen refreshes no faster,
+// a slow pass still fills in as it goes, and the end of every pass asks
+// once more. The first appointment of a pass is always shown at once.
+static const double kProgressIntervalMs = 8.0;
+static LARGE_INTEGER g_lastProgress; // the rendering thread's own
+static bool g_progressShown;
+
+void StartPassProgress()
+{
+    g_progressShown = false;
+}
+
 void ShowPassProgress()
 {
+    static LARGE_INTEGER frequency;
+    if (!frequency.QuadPart)
+        QueryPerformanceFrequency(&frequency);
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
     GdiFlush();
-    InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+    LARGE_INTEGER &last = g_lastProgress;
+    if (!g_progressShown ||
+        (double)(now.QuadPart - last.QuadPart) * 1000.0 >= kProgressIntervalMs * (double)frequency.QuadPart) {
+        g_progressShown = true;
+        InvalidateRect(g_app.hwndMain, nullptr, FALSE);
+        last = now;
+    }
     if (g_passProgressHook)
         g_passProgressHook();
 }

@@ -89,7 +89,11 @@ bool PassAbandoned();
 // that has finished stays shown.
 void AbandonPass();
 // What the pass has drawn so far becomes visible: the drawing is flushed
-// into the back buffer's pixels and the main window asked to copy them.
+// into the back buffer's pixels and the main window asked to copy them,
+// at once for the first appointment of a pass and after that at most
+// every few milliseconds.
 void ShowPassProgress();
+// A pass begins: its first progress is shown at once.
+void StartPassProgress();
 // Test seam: when set, ShowPassProgress calls it after each appointment a pass draws.
 extern void (*g_passProgressHook)();

@@ -7,6 +7,7 @@
 #include "common/draw.h"
 #include "calendar/dates.h"
 #include "store/store.h"
+#include "settings/categoryprops.h"
 
 #include <algorithm>
 #include <commctrl.h>
@@ -22,13 +23,13 @@ const WCHAR kMarkLocation[] = L"l";
 const WCHAR kMarkLocationNotes[] = L" ";
 const WCHAR kMarkMoreNotes[] = L"   ";
 
-// The first colour of the category properties' default cycle. Until the category properties
-// are read, every appointment takes it when the rows are coloured by category.
-static const COLORREF kFirstCategoryColor = 0x00FF7777;
-
-COLORREF CategoryRowColor(const WCHAR *)
+// By category, a row takes the colour of the first of its appointment's categories that the
+// device's category list knows (its stored colour, or its colour of the default cycle). An
+// appointment of no known category, and the "No Appointments" row, keep the plain first row
+// colour, so that the coloured rows are the categorised ones.
+COLORREF CategoryRowColor(const WCHAR *categories)
 {
-    return kFirstCategoryColor;
+    return CategoryColorOf(categories, g_app.settings.row1color);
 }
 
 // One appointment on the day, as the rows show it.
@@ -313,7 +314,7 @@ static void ShowNoAppointments(HWND list, int dayNumber)
     // greyed as gone by.
     g_app.rowStart.assign(1, dayNumber + 1.0);
     g_app.rowParity.assign(1, 1);
-    g_app.rowCategoryColor.assign(1, kFirstCategoryColor);
+    g_app.rowCategoryColor.assign(1, g_app.settings.row1color);
 }
 
 void FillDayList(HWND list, int month, int day, int year)

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <thread>
 #include <mutex>
 #include <random>
 
@@ -287,7 +288,15 @@ bool writeFileAtomic(const std::string& path, std::string_view bytes, std::strin
         return false;
     }
     std::error_code ec;
-    std::filesystem::rename(tmp, path, ec);
+    // Windows refuses to replace a file while a reader has it open (another
+    // calendar program or a sync tool reading the folder); such a read is
+    // short, so the replace is tried again for up to two seconds.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::filesystem::rename(tmp, path, ec);
+        if (!ec)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     if (ec) {
         remove(tmp.c_str());
         error = "cannot replace " + path + ": " + ec.message();
@@ -306,7 +315,7 @@ uint32_t oidForUid(std::string_view uid)
     return h ? h : 1;
 }
 
-std::string newUid()
+std::string newUuid()
 {
     // The server calls in from more than one thread.
     static std::mutex lock;
@@ -317,13 +326,18 @@ std::string newUid()
                           unsigned(std::chrono::high_resolution_clock::now().time_since_epoch().count())};
         return std::mt19937_64(seq);
     }();
-    char buf[64];
+    char buf[48];
     uint64_t a = gen(), b = gen();
     // RFC 4122 version 4 layout, so other programs recognise it as random.
-    snprintf(buf, sizeof buf, "%08x-%04x-4%03x-%04x-%012llx@lanternfields", unsigned(a >> 32),
-             unsigned(a >> 16 & 0xffff), unsigned(a & 0xfff), unsigned((b >> 48 & 0x3fff) | 0x8000),
+    snprintf(buf, sizeof buf, "%08x-%04x-4%03x-%04x-%012llx", unsigned(a >> 32), unsigned(a >> 16 & 0xffff),
+             unsigned(a & 0xfff), unsigned((b >> 48 & 0x3fff) | 0x8000),
              static_cast<unsigned long long>(b & 0xffffffffffffULL));
     return buf;
+}
+
+std::string newUid()
+{
+    return newUuid() + "@lanternfields";
 }
 
 }  // namespace lfical

@@ -322,7 +322,11 @@ struct QueryReport {
 };
 
 uint32_t oidForUid(std::string_view uid);
-std::string newUid();
+std::string newUid();   // a fresh UID: a random UUID "@lanternfields"
+std::string newUuid();  // a random RFC 4122 UUID, lower case
+// Whether a directory store names a file after this UID: only
+// A-Z a-z 0-9 _ . + - (what every file system and vdir tool accepts).
+bool uidMakesFileName(std::string_view uid);
 
 struct StoreImpl;
 class Store {
@@ -359,6 +363,14 @@ public:
     // Changes: each returns false (and leaves the store as it was) when the
     // id is not a live event or the edit makes no sense.
     EventId add(const EventEdit& fields);
+    // A new event with the UID another calendar gave it. Refused (kNoEvent,
+    // with the reason in `error`) when the store already holds an event
+    // with that UID: a directory store must never hold two files for one.
+    EventId add(const EventEdit& fields, const std::string& uid, std::string& error);
+    // A new event from a VEVENT's text under a fresh UID, without its
+    // RECURRENCE-ID: keeps a version of an event that lost a conflict
+    // beside the version that won. Everything else keeps its bytes.
+    EventId addCopy(std::string_view veventText);
     bool edit(EventId id, const EventEdit& fields);
     bool remove(EventId id);  // a series master takes its overrides with it
     bool addExdate(EventId series, const Time& occurrenceStart);
@@ -384,7 +396,8 @@ public:
     // Writes changed files atomically. When a file changed on disk since it
     // was read, the other program's version is kept for every UID it changed
     // and ours for the rest; a UID both changed is reported in `conflicts`
-    // and keeps the disk version there (ours stays in memory until reload).
+    // and keeps the disk version there, and ours is added beside it as a
+    // copy under a fresh UID (addCopy), so neither version is lost.
     bool save(std::vector<Problem>* problems, std::vector<std::string>* conflicts = nullptr);
 
 private:

@@ -181,7 +181,38 @@ bool StoreImpl::replaceItem(EventId id, std::string bytes)
     return true;
 }
 
-uint32_t StoreImpl::sourceForNew()
+bool uidMakesFileName(std::string_view uid)
+{
+    if (uid.empty() || uid.size() > 200 || uid == "." || uid == "..")
+        return false;
+    for (char ch : uid)
+        if (!(isalnum(static_cast<unsigned char>(ch)) || ch == '_' || ch == '.' || ch == '+' || ch == '-'))
+            return false;
+    return true;
+}
+
+std::string StoreImpl::newFileName(std::string_view uid) const
+{
+    namespace fs = std::filesystem;
+    // Another file may already carry the name (vdir tools name files as
+    // they like, and Windows compares names without case): then a UUID.
+    auto taken = [&](const std::string& name) {
+        std::error_code ec;
+        fs::path p = fs::path(root) / name;
+        if (fs::exists(p, ec))
+            return true;
+        for (const Source& s : sources)
+            if (s.path.size() == p.string().size() && eqUpper(s.path, p.string()))
+                return true;
+        return false;
+    };
+    std::string name = uidMakesFileName(uid) ? std::string(uid) + ".ics" : newUuid() + ".ics";
+    while (taken(name))
+        name = newUuid() + ".ics";
+    return (fs::path(root) / name).string();
+}
+
+uint32_t StoreImpl::sourceForNew(std::string_view uid)
 {
     if (!directory) {
         if (sources.empty()) {
@@ -192,7 +223,45 @@ uint32_t StoreImpl::sourceForNew()
         }
         return 0;
     }
-    return uint32_t(-1);
+    Source s;
+    s.path = newFileName(uid);
+    s.exists = false;
+    s.inDirectory = true;
+    sources.push_back(std::move(s));
+    return uint32_t(sources.size() - 1);
+}
+
+bool StoreImpl::uidInUse(std::string_view uidAsWritten) const
+{
+    for (const Ev& e : evs)
+        if (e.live && uidOf(e) == uidAsWritten)
+            return true;
+    return false;
+}
+
+EventId StoreImpl::insertNew(std::string_view uid, Component& c, const EventEdit* fields)
+{
+    uint32_t si = sourceForNew(uid);
+    Source& s = sources[si];
+    if (!s.writable) {
+        if (directory)
+            sources.pop_back();
+        return kNoEvent;
+    }
+    ensureCalendar(s);
+    // After the file is there, so a zone's definition can go into it.
+    if (fields)
+        applyEdit(s, c, *fields, true);
+    Item it;
+    it.begin = it.end = s.insertAt;
+    it.isEvent = true;
+    it.setBytes(writeComponent(c));
+    it.added = it.pending = true;
+    s.items.push_back(std::move(it));
+    s.dirty = true;
+    EventId id = reread(si, uint32_t(s.items.size() - 1), kNoEvent);
+    relink(id);
+    return id;
 }
 
 void StoreImpl::ensureCalendar(Source& s)
@@ -321,28 +390,27 @@ void StoreImpl::removeEvent(EventId id)
 
 EventId Store::add(const EventEdit& fields)
 {
-    if (!fields.start)
+    std::string error;
+    return add(fields, newUid(), error);
+}
+
+EventId Store::add(const EventEdit& fields, const std::string& uid, std::string& error)
+{
+    if (!fields.start) {
+        error = "an event needs a start";
         return kNoEvent;
-    uint32_t si = d_->sourceForNew();
-    std::string uidText = newUid();
-    if (si == uint32_t(-1)) {
-        Source s;
-        std::string safe;
-        for (char ch : uidText)
-            safe += (isalnum(static_cast<unsigned char>(ch)) || ch == '-') ? ch : '_';
-        s.path = (std::filesystem::path(d_->root) / (safe + ".ics")).string();
-        s.exists = false;
-        s.inDirectory = true;
-        si = uint32_t(d_->sources.size());
-        d_->sources.push_back(std::move(s));
     }
-    Source& s = d_->sources[si];
-    if (!s.writable)
+    if (uid.empty() || uid.find_first_of("\r\n") != std::string::npos) {
+        error = "unusable UID";
         return kNoEvent;
-    d_->ensureCalendar(s);
+    }
+    if (d_->uidInUse(escapeText(uid))) {
+        error = "the store already holds an event with UID " + uid;
+        return kNoEvent;
+    }
     Component c;
     c.name = "VEVENT";
-    c.set("UID", uidText);
+    c.set("UID", escapeText(uid));
     c.set("DTSTAMP", nowUtcStamp());
     c.set("CREATED", nowUtcStamp());
     c.set("SEQUENCE", "0");
@@ -353,18 +421,23 @@ EventId Store::add(const EventEdit& fields)
             end.civil += kDay;
         f.end = end;
     }
-    d_->applyEdit(s, c, f, true);
-    Item it;
-    it.begin = it.end = s.insertAt;
-    it.isEvent = true;
-    it.setBytes(writeComponent(c));
-    it.added = it.pending = true;
-    s.items.push_back(std::move(it));
-    s.dirty = true;
-    uint32_t ii = uint32_t(s.items.size() - 1);
-    EventId id = d_->reread(si, ii, kNoEvent);
-    d_->relink(id);
+    EventId id = d_->insertNew(uid, c, &f);
+    if (id == kNoEvent)
+        error = "the store's file cannot be written";
     return id;
+}
+
+EventId Store::addCopy(std::string_view veventText)
+{
+    Component c;
+    if (!parseComponent(veventText, c, nullptr) || c.name != "VEVENT")
+        return kNoEvent;
+    std::string uid = newUid();
+    c.set("UID", uid);
+    c.remove("RECURRENCE-ID");
+    c.set("DTSTAMP", nowUtcStamp());
+    c.set("SEQUENCE", "0");
+    return d_->insertNew(uid, c, nullptr);
 }
 
 bool Store::edit(EventId id, const EventEdit& fields)
@@ -725,7 +798,12 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
                             merged += m->second->changedBytes();
                     } else {
                         merged.append(bytes.data(), bytes.size());
-                        report(problems, s.path, di.line, "another program changed this event too; its version kept");
+                        // Both versions stay: the other program's under the
+                        // UID, ours as a copy beside it.
+                        if (!m->second->deleted)
+                            d_->conflictCopies.push_back(m->second->changedBytes());
+                        report(problems, s.path, di.line,
+                               "another program changed this event too; its version kept, ours kept as a copy");
                         if (conflicts)
                             conflicts->push_back(key.substr(0, key.find('\n')));
                     }
@@ -754,6 +832,14 @@ bool Store::save(std::vector<Problem>* problems, std::vector<std::string>* confl
         }
         if (!d_->relayout(s, std::move(out)))
             return save(problems, conflicts) && ok;
+    }
+    if (!d_->conflictCopies.empty()) {
+        std::vector<std::string> copies;
+        copies.swap(d_->conflictCopies);
+        for (const std::string& c : copies)
+            if (addCopy(c) == kNoEvent)
+                report(problems, d_->root, 0, "a version that lost a conflict could not be kept");
+        return save(problems, conflicts) && ok;
     }
     return ok;
 }

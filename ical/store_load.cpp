@@ -768,6 +768,37 @@ std::string StoreImpl::sourceText(const Source& s) const
 Store::Store() : d_(new StoreImpl) {}
 Store::~Store() = default;
 
+namespace {
+// A directory store holds one event per file, found by its UID: a file
+// whose events have no UID, or several, cannot be one. Empty when it is.
+std::string oneUidProblem(std::string_view text, const std::string& file)
+{
+    std::string wrapped;
+    if (holdsBareComponents(text)) {
+        wrapped = wrapBareComponents(text);
+        text = wrapped;
+    }
+    std::set<std::string> uids;
+    bool missing = false;
+    scanText(text, file, nullptr, [&](const ScannedItem& it) {
+        if (it.name != "VEVENT")
+            return;
+        bool has = false;
+        for (const KeyProp& k : it.keys)
+            if (k.which == kUid && !k.value.empty()) {
+                uids.insert(std::string(k.value));
+                has = true;
+            }
+        missing = missing || !has;
+    });
+    if (missing)
+        return "an event in it has no UID";
+    if (uids.size() > 1)
+        return "it holds " + std::to_string(uids.size()) + " different UIDs";
+    return std::string();
+}
+}  // namespace
+
 bool Store::load(const std::string& path, std::vector<Problem>* problems)
 {
     namespace fs = std::filesystem;
@@ -800,6 +831,15 @@ bool Store::load(const std::string& path, std::vector<Problem>* problems)
                 ok = false;
                 continue;
             }
+            std::string why = oneUidProblem(s.text.view(), f);
+            if (!why.empty()) {
+                // Served, it would be a second copy of some event or an event
+                // nothing can name; left as it is, and never written.
+                report(problems, f, 0, why + ": the file is skipped");
+                s.writable = false;
+                d_->sources.push_back(std::move(s));
+                continue;
+            }
             ok = d_->loadSource(std::move(s), problems, false) && ok;
         }
         d_->link(0, problems, true);
@@ -829,7 +869,7 @@ void Store::create(const std::string& path)
 {
     d_.reset(new StoreImpl);
     d_->root = path;
-    d_->sourceForNew();
+    d_->sourceForNew({});
     d_->ensureCalendar(d_->sources[0]);
 }
 

@@ -445,6 +445,9 @@ struct StoreImpl {
     std::map<std::string, int, std::less<>> tableZoneByName;  // TZIDs the built-in table resolved
     std::set<std::string> unknownTzids;
     std::unordered_map<std::string, EventId> masters;
+    // Our versions of events a save found changed on disk as well, to be
+    // added under fresh UIDs once the merged files are read back.
+    std::vector<std::string> conflictCopies;
     // Events another copy with the same UID supersedes: kept in their files
     // as they are, not shown, and removed with the copy that is shown.
     std::unordered_map<EventId, std::vector<EventId>> shadowed;
@@ -511,7 +514,14 @@ struct StoreImpl {
     EventId reread(uint32_t si, uint32_t ii, EventId reuse);
     void relink(EventId id);
     bool replaceItem(EventId id, std::string bytes);
-    uint32_t sourceForNew();
+    // The source a new event with this UID goes to: the one file of a
+    // file store, or a new file of a directory store named by newFileName.
+    uint32_t sourceForNew(std::string_view uid);
+    std::string newFileName(std::string_view uid) const;
+    bool uidInUse(std::string_view uidAsWritten) const;
+    // Adds c, a whole VEVENT (fields applied first, if given), to a new
+    // source's calendar; kNoEvent when that file cannot be written.
+    EventId insertNew(std::string_view uid, Component& c, const EventEdit* fields);
     void ensureCalendar(Source& s);
     bool relayout(Source& s, std::string out);
     void reloadSource(size_t idx, std::string text);

@@ -384,6 +384,7 @@ static int RunPass(HDC dc, int month, int year, int mode)
     g_pass.bandD = (float)SlotDayFraction((int)s.timeD);
     g_pass.prevCell = -1;
     g_pass.prevEnd = 0.0f;
+    StartPassProgress();
 
     struct {
         int query;

@@ -36,9 +36,23 @@ std::string Utf8(const std::wstring &w) {
     return s;
 }
 
+// A volume shared with another program (the object store is) can be held for a moment by its
+// reads and writes; a call then waits a little and tries again.
+bool Busy(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+const int kBusyTries = 100;
+const DWORD kBusyWaitMs = 10;
+
 dbvol::Status WinRead(const std::string &path, uint32_t limit, std::vector<uint8_t> &out) {
-    HANDLE f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE f = INVALID_HANDLE_VALUE;
+    for (int tries = 0; f == INVALID_HANDLE_VALUE; tries++) {
+        f = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (f != INVALID_HANDLE_VALUE || !Busy(GetLastError()) || tries == kBusyTries)
+            break;
+        Sleep(kBusyWaitMs);
+    }
     if (f == INVALID_HANDLE_VALUE) {
         g_ioError = GetLastError();
         return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
@@ -95,9 +109,9 @@ bool WinReplace(const std::string &from, const std::string &to) {
         if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
             return true;
         g_ioError = GetLastError();
-        if ((g_ioError != ERROR_ACCESS_DENIED && g_ioError != ERROR_SHARING_VIOLATION) || tries >= 100)
+        if (!Busy(g_ioError) || tries == kBusyTries)
             break;
-        Sleep(tries < 10 ? 1 : 10);
+        Sleep(kBusyWaitMs);
     }
     DeleteFileW(Wide(from).c_str());
     return false;
@@ -179,8 +193,17 @@ struct Mounted {
     int mounts;
     dbvol::Volume vol;
     // Counts the changes to vol (a write through any handle, a reload of the
-    // file), so a handle knows when the order it sorted is out of date.
+    // file, a batch's change), so a handle knows when the order it sorted is
+    // out of date.
     uint64_t generation;
+    // Open batches: changes wait in memory for the last to end, which writes
+    // them at once. The writers' turn is held from the first batch's start
+    // to the last one's end, so nothing another writer commits in between is
+    // undone by the batch's write.
+    int batches;
+    bool batchChanged;
+    dbvol::Volume beforeBatch;
+    HANDLE batchLock;
 };
 struct OpenDb {
     DWORD serial;        // the volume's
@@ -210,22 +233,47 @@ std::map<HANDLE, std::unique_ptr<Enumeration>> g_enums;
 DWORD g_nextSerial = 1;
 const DWORD kGuidMark = 0x4C464442;   // "LFDB" in the second word of our identifiers
 
-Mounted *ObjectStore() {
-    for (auto &m : g_volumes)
-        if (m->serial == 0)
-            return m.get();
+// The object store's file: LANTERNFIELDS_OBJECTSTORE, else objectstore.vol in the user's
+// Lanternfields application-data folder; empty when there is none.
+std::wstring ObjectStorePath() {
     WCHAR path[MAX_PATH + 40];
     DWORD n = GetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", path, MAX_PATH);
     if (n == 0 || n >= MAX_PATH) {
         if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA | CSIDL_FLAG_CREATE, nullptr, 0, path))) {
             SetLastError(ERROR_PATH_NOT_FOUND);
-            return nullptr;
+            return L"";
         }
         lstrcatW(path, L"\\Lanternfields");
         CreateDirectoryW(path, nullptr);
         lstrcatW(path, L"\\objectstore.vol");
     }
-    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, 0});
+    return path;
+}
+
+// The object store, mounted on first use. It is shared: the program and the
+// calendar server (each with its own copy of these calls, one in the
+// program, one in the server's DLL) and other programs write it, so every
+// call brings it up to its file (see Fresh); a different file named since
+// it was mounted is read in its place.
+Mounted *ObjectStore() {
+    std::wstring path = ObjectStorePath();
+    if (path.empty())
+        return nullptr;
+    for (auto &m : g_volumes) {
+        if (m->serial != 0)
+            continue;
+        if (m->batches || lstrcmpiW(m->path.c_str(), path.c_str()) == 0)
+            return m.get();
+        dbvol::Volume again;
+        g_ioError = 0;
+        if (!Report(dbvol::Open(kIo, Utf8(path), dbvol::Disposition::OpenAlways, again)))
+            return nullptr;
+        m->vol = std::move(again);
+        m->path = path;
+        m->generation++;
+        return m.get();
+    }
+    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, 0, 0, false, {}, nullptr});
     if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
         return nullptr;
     g_volumes.push_back(std::move(m));
@@ -234,7 +282,11 @@ Mounted *ObjectStore() {
 
 // Brings a mounted volume up to its file: the calendar server (a copy of
 // this code in its own DLL) and other processes write the same files.
+// Inside a batch the writers' turn is held and memory is ahead of the file:
+// nothing to read.
 bool Fresh(Mounted *m) {
+    if (m->batches)
+        return true;
     bool reloaded = false;
     g_ioError = 0;
     if (!Report(dbvol::Refresh(kIo, m->vol, reloaded)))
@@ -252,12 +304,11 @@ Mounted *FindVolume(PCEGUID g) {
     }
     Mounted *found = nullptr;
     if (CHECK_SYSTEMGUID(g)) {
-        for (auto &m : g_volumes)
-            if (m->serial == 0)
-                found = m.get();
-        // Mounting the object store reads it: nothing to refresh.
+        // The object store's file is looked up on every call: the program
+        // may be pointed at another one since it was mounted.
+        found = ObjectStore();
         if (!found)
-            return ObjectStore();
+            return nullptr;
     } else if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0) {
         for (auto &m : g_volumes)
             if (m->serial == g->Data1 && m->serial != 0)
@@ -335,11 +386,18 @@ void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &ord
 
 // Makes a change on a copy of the volume and keeps it only once it is on
 // disk, so a failed write leaves memory as the file is.
+// Inside a batch the change is kept in memory only, for the batch's end to write.
 template <class F> bool ChangeHeld(Mounted *m, F change) {
     g_ioError = 0;
     dbvol::Volume copy = m->vol;
     if (!Report(change(copy)))
         return false;
+    if (m->batches) {
+        m->vol = std::move(copy);
+        m->batchChanged = true;
+        m->generation++;
+        return true;
+    }
     if (!Report(dbvol::Commit(kIo, copy)))
         return false;
     m->vol = std::move(copy);
@@ -364,27 +422,46 @@ HANDLE WriterLock(const Mounted *m) {
     return CreateMutexW(nullptr, FALSE, name);
 }
 
-// Makes a change on a copy of the volume as the file has it now, under the
-// writers' turn, and keeps it only once it is on disk.
-template <class F> bool Change(Mounted *m, F change) {
-    HANDLE lock = WriterLock(m);
-    if (lock) {
-        // A writer that holds its turn this long has hung; better to report
-        // the volume busy than to hang the program with it.
-        DWORD w = WaitForSingleObject(lock, 30000);
-        if (w != WAIT_OBJECT_0 && w != WAIT_ABANDONED) {
-            ::CloseHandle(lock);
-            SetLastError(ERROR_SHARING_VIOLATION);
-            return false;
-        }
-    }
-    bool ok = Fresh(m) && ChangeHeld(m, change);
-    if (lock) {
-        DWORD error = GetLastError();
-        ReleaseMutex(lock);
+// Waits for the writers' turn on the volume's file; the mutex is returned
+// held (null when none could be made: then the volume is written without
+// turns, as it would be alone).
+bool TakeTurn(const Mounted *m, HANDLE &lock) {
+    lock = WriterLock(m);
+    if (!lock)
+        return true;
+    // A writer that holds its turn this long has hung; better to report
+    // the volume busy than to hang the program with it.
+    DWORD w = WaitForSingleObject(lock, 30000);
+    if (w != WAIT_OBJECT_0 && w != WAIT_ABANDONED) {
         ::CloseHandle(lock);
-        SetLastError(error);
+        lock = nullptr;
+        SetLastError(ERROR_SHARING_VIOLATION);
+        return false;
     }
+    return true;
+}
+
+void GiveTurn(HANDLE &lock) {
+    if (!lock)
+        return;
+    DWORD error = GetLastError();
+    ReleaseMutex(lock);
+    ::CloseHandle(lock);
+    lock = nullptr;
+    SetLastError(error);
+}
+
+// Makes a change on a copy of the volume as the file has it now, under the
+// writers' turn, and keeps it only once it is on disk. A batch already holds
+// the turn and has read the file at its start.
+template <class F> bool Change(Mounted *m, F change) {
+    if (m->batches)
+        return ChangeHeld(m, change);
+    HANDLE lock;
+    if (!TakeTurn(m, lock))
+        return false;
+    bool ok = Fresh(m) && ChangeHeld(m, change);
+    GiveTurn(lock);
     return ok;
 }
 
@@ -433,7 +510,7 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     static const dbvol::Disposition kDisp[] = {dbvol::Disposition::CreateNew, dbvol::Disposition::CreateAlways,
                                                dbvol::Disposition::OpenExisting, dbvol::Disposition::OpenAlways,
                                                dbvol::Disposition::TruncateExisting};
-    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, 0});
+    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, 0, 0, false, {}, nullptr});
     g_ioError = 0;
     if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
         return FALSE;
@@ -444,6 +521,56 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     GUARD_END(FALSE)
 }
 
+BOOL DesktopBeginVolumeBatch(PCEGUID pceguid) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pceguid);
+    if (!m)
+        return FALSE;
+    if (m->batches == 0) {
+        // The batch's changes are made on the file as it is now, and no
+        // other writer commits until the batch's end has written them.
+        if (!TakeTurn(m, m->batchLock))
+            return FALSE;
+        if (!Fresh(m)) {
+            GiveTurn(m->batchLock);
+            return FALSE;
+        }
+        m->beforeBatch = m->vol;
+        m->batchChanged = false;
+    }
+    m->batches++;
+    return TRUE;
+    GUARD_END(FALSE)
+}
+
+BOOL DesktopEndVolumeBatch(PCEGUID pceguid, BOOL keep) {
+    GUARD_BEGIN
+    Mounted *m = FindVolume(pceguid);
+    if (!m || m->batches == 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (--m->batches > 0)
+        return TRUE;
+    dbvol::Volume before = std::move(m->beforeBatch);
+    m->beforeBatch = dbvol::Volume();
+    BOOL ok = TRUE;
+    if (m->batchChanged) {
+        g_ioError = 0;
+        if (!keep || !Report(dbvol::Commit(kIo, m->vol))) {
+            // Memory goes back to the file as the batch found it.
+            DWORD error = keep ? GetLastError() : ERROR_SUCCESS;
+            m->vol = std::move(before);
+            m->generation++;
+            SetLastError(error);
+            ok = !keep;
+        }
+    }
+    GiveTurn(m->batchLock);
+    return ok;
+    GUARD_END(FALSE)
+}
+
 BOOL CeUnmountDBVol(PCEGUID pceguid) {
     std::lock_guard<std::recursive_mutex> held(g_lock);
     Mounted *m = pceguid && !CHECK_SYSTEMGUID(pceguid) ? FindVolume(pceguid) : nullptr;
@@ -451,9 +578,12 @@ BOOL CeUnmountDBVol(PCEGUID pceguid) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    if (--m->mounts == 0)
+    if (--m->mounts == 0) {
+        // A batch left open is dropped with the volume; its turn is given up.
+        GiveTurn(m->batchLock);
         g_volumes.erase(std::find_if(g_volumes.begin(), g_volumes.end(),
                                      [&](const std::unique_ptr<Mounted> &p) { return p.get() == m; }));
+    }
     return TRUE;
 }
 

@@ -191,6 +191,14 @@ CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL
 CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDWORD lpdwIndex);
 BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord);
 
+// Desktop only, not the handheld's: every volume change is a write of the whole volume file,
+// which for hundreds of records in a row is slow. Changes made to the volume between these two
+// stay in memory and are written once, by the end of the outermost batch: with keep TRUE (FALSE
+// when that write fails, the volume then as before the batch), or dropped with keep FALSE. The
+// handles' positions are not moved back when a batch is dropped.
+BOOL DesktopBeginVolumeBatch(PCEGUID pceguid);
+BOOL DesktopEndVolumeBatch(PCEGUID pceguid, BOOL keep);
+
 // Database handles and enumeration handles are closed with CloseHandle, as on
 // the handheld; this closes our handles and passes any other to the system.
 BOOL CeCloseHandle(HANDLE h);

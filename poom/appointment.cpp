@@ -10,17 +10,6 @@
 
 namespace poom {
 
-namespace {
-
-bool SameFields(const Fields& a, const Fields& b) {
-    return a.subject == b.subject && a.location == b.location && a.categories == b.categories &&
-           a.body == b.body && a.start == b.start && a.end == b.end && a.allDay == b.allDay &&
-           a.reminderSet == b.reminderSet && a.busyStatus == b.busyStatus && a.sensitivity == b.sensitivity &&
-           a.reminderMinutes == b.reminderMinutes;
-}
-
-}  // namespace
-
 Appointment::Appointment(const Origin& origin) : origin_(origin) {
     SYSTEMTIME now;
     GetLocalTime(&now);
@@ -45,8 +34,18 @@ void Appointment::SetPattern(const Pattern& p) {
     clearRecurrence_ = false;
 }
 
+void Appointment::OwnTextsLocked() {
+    if (!item_.texts) return;
+    saved_.subject = item_.texts->subject;
+    saved_.location = item_.texts->location;
+    saved_.categories = item_.texts->categories;
+    saved_.body = item_.texts->body;
+    item_.OwnTexts();
+}
+
 Fields Appointment::GetFields() {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     return item_.f;
 }
 
@@ -220,11 +219,12 @@ Pattern Appointment::PatternLocked() {
 
 HRESULT Appointment::Text(std::wstring Fields::*m, BSTR* p) {
     std::lock_guard<std::mutex> lock(mu_);
-    return OutString(item_.f.*m, p);
+    return OutString(item_.Text(m), p);
 }
 
 HRESULT Appointment::SetText(std::wstring Fields::*m, BSTR v) {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     item_.f.*m = InString(v);
     return S_OK;
 }
@@ -251,12 +251,13 @@ HRESULT Appointment::SetNumber(long Fields::*m, long v) {
 HRESULT Appointment::Save() {
     auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
-    std::uint32_t oid = 0;
+    std::uint32_t oid = 0, changed = 0;
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (deleted_) return kNotFound;
+        OwnTextsLocked();
         if (item_.isOccurrence) {
-            if (SameFields(item_.f, saved_)) return S_OK;
+            if (FieldsEqual(item_.f, saved_)) return S_OK;
             // A changed occurrence is an exception of its series; the rest
             // of the series stays as it was.
             std::string error, uid = store->UidOf(item_.oid);
@@ -268,23 +269,32 @@ HRESULT Appointment::Save() {
             oid = item_.oid;
             std::string error;
             std::string uid = store->UidOf(oid);
-            // On a conflict the watch picks up the version kept on disk and
-            // tells the logon window to show it.
-            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error))
-                return StoreFailure(*store, uid);
+            // On a conflict the store keeps the other program's version and
+            // ours beside it; the watch tells the logon window to show both.
+            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error,
+                                 oid ? &saved_ : nullptr)) {
+                HRESULT hr = StoreFailure(*store, uid);
+                // Ours is kept beside the other version now; a caller that
+                // saves again means to write it over that version.
+                ItemSnapshot now;
+                if (hr == kConflict && store->Get(item_.oid, now)) saved_ = now.f;
+                return hr;
+            }
             item_.oid = oid;
             item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
             hasPending_ = clearRecurrence_ = false;
             saved_ = item_.f;
         }
+        changed = item_.oid;
     }
-    origin_.session().NoteOwnChange();
+    origin_.session().NoteOwnChange(changed);
     return S_OK;
 }
 
 HRESULT Appointment::Delete() {
     auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;
+    std::uint32_t changed = 0;
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (deleted_) return kNotFound;
@@ -298,8 +308,9 @@ HRESULT Appointment::Delete() {
                                      : store->DeleteItem(item_.oid, error);
         if (!ok) return StoreFailure(*store, uid);
         deleted_ = true;
+        changed = item_.oid;
     }
-    origin_.session().NoteOwnChange();
+    origin_.session().NoteOwnChange(changed);
     return S_OK;
 }
 
@@ -309,6 +320,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
     auto* copy = new (std::nothrow) Appointment(origin_);
     if (!copy) return E_OUTOFMEMORY;
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     copy->item_.f = item_.f;
     copy->saved_ = item_.f;
     // A series copies with its pattern; one occurrence copies as a one-off.
@@ -323,6 +335,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
 
 Appointment::FormView Appointment::ForForm() {
     std::lock_guard<std::mutex> lock(mu_);
+    OwnTextsLocked();
     FormView v;
     v.f = item_.f;
     v.isNew = item_.oid == 0;
@@ -338,6 +351,7 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
     bool wasHasPending = false, wasClear = false;
     {
         std::lock_guard<std::mutex> lock(mu_);
+        OwnTextsLocked();
         wasFields = item_.f;
         wasPending = pending_;
         wasHasPending = hasPending_;

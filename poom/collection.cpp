@@ -124,8 +124,11 @@ private:
         std::vector<const Restriction*> rs;
         for (const auto& r : restrictions_) rs.push_back(r.get());
         if (extra) rs.push_back(extra);
-        std::vector<ItemSnapshot> list = store.Query(include_, rs);
-        if (sort_ != SortKey::None) {
+        std::vector<ItemSnapshot> list = store.QueryItems(include_, rs);
+        // With recurrences the store answers in order of start: sorting
+        // again by start would change nothing.
+        bool inOrder = include_ && sort_ == SortKey::Start && !descending_;
+        if (sort_ != SortKey::None && !inOrder) {
             SortKey key = sort_;
             bool desc = descending_;
             std::stable_sort(list.begin(), list.end(), [key, desc](const ItemSnapshot& a, const ItemSnapshot& b) {
@@ -133,9 +136,9 @@ private:
                 const ItemSnapshot& y = desc ? a : b;
                 switch (key) {
                 case SortKey::End: return x.f.end < y.f.end;
-                case SortKey::Subject: return x.f.subject < y.f.subject;
-                case SortKey::Location: return x.f.location < y.f.location;
-                case SortKey::Categories: return x.f.categories < y.f.categories;
+                case SortKey::Subject: return x.Text(&Fields::subject) < y.Text(&Fields::subject);
+                case SortKey::Location: return x.Text(&Fields::location) < y.Text(&Fields::location);
+                case SortKey::Categories: return x.Text(&Fields::categories) < y.Text(&Fields::categories);
                 case SortKey::Duration: return x.f.end - x.f.start < y.f.end - y.f.start;
                 default: return x.f.start < y.f.start;
                 }
@@ -156,7 +159,8 @@ private:
     HRESULT NextLocked(IDispatch** pp) {
         // Nothing (more) found: no item, and not an error.
         if (cursor_ >= found_.size()) return S_OK;
-        *pp = new (std::nothrow) Appointment(origin_, found_[cursor_++]);
+        // Each found item is handed out once: the appointment takes it over.
+        *pp = new (std::nothrow) Appointment(origin_, std::move(found_[cursor_++]));
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
 

@@ -28,7 +28,8 @@ const HRESULT kNotLoggedOn = E_FAIL;        // no store open
 const HRESULT kNotFound = E_INVALIDARG;     // no item or occurrence by that name
 const HRESULT kStoreFailed = E_FAIL;        // the store refused a change
 // Another program changed the same appointment since we read it ("the file
-// has been altered externally"); its version is kept and shown.
+// has been altered externally"); its version is kept and shown, and ours is
+// kept beside it as a new appointment.
 const HRESULT kConflict = HRESULT_FROM_WIN32(ERROR_FILE_INVALID);
 
 inline HRESULT StoreFailure(const Store& store, const std::string& uid) {
@@ -121,8 +122,9 @@ private:
 // it came from, so its shape is shared.
 class Appointment : public Dispatch<IAppointment, IID_IAppointment> {
 public:
-    // A stored item or occurrence.
-    Appointment(const Origin& origin, const ItemSnapshot& s) : origin_(origin), item_(s), saved_(s.f) {}
+    // A stored item or occurrence. Texts it shares with the other
+    // occurrences of its event are read from there until it needs its own.
+    Appointment(const Origin& origin, ItemSnapshot s) : origin_(origin), item_(std::move(s)), saved_(item_.f) {}
     // A new item, not in the store until saved.
     explicit Appointment(const Origin& origin);
 
@@ -196,6 +198,9 @@ public:
 
 private:
     Pattern PatternLocked();
+    // Makes the shared texts this appointment's own (and the saved ones),
+    // before anything reads or changes the fields as a whole or a text.
+    void OwnTextsLocked();
     HRESULT Text(std::wstring Fields::*m, BSTR* p);
     HRESULT SetText(std::wstring Fields::*m, BSTR v);
     HRESULT Flag(bool Fields::*m, VARIANT_BOOL* p);

@@ -160,6 +160,9 @@ HRESULT Session::Logon(HWND hwnd) {
     ++generation_;
     stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (stop_) thread_ = CreateThread(nullptr, 0, &Session::WatchThread, this, 0, nullptr);
+    // The watch brings the device's category list up to date first: reading a large store for
+    // it takes seconds, which the logon does not wait for.
+    if (!thread_) RebuildDeviceCategories(categories_, *store);
     return S_OK;
 }
 
@@ -188,10 +191,15 @@ std::shared_ptr<Store> Session::GetStore() const {
     return store_;
 }
 
-void Session::NoteOwnChange() {
-    std::lock_guard<std::mutex> lock(mu_);
-    lastSignature_ = Signature();
-    ++generation_;
+void Session::NoteOwnChange(std::uint32_t oid) {
+    std::shared_ptr<Store> store;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        lastSignature_ = Signature();
+        ++generation_;
+        store = store_;
+    }
+    if (store) UpdateDeviceCategories(categories_, *store, oid);
 }
 
 std::uint64_t Session::Signature() const {
@@ -238,8 +246,17 @@ void Session::Watch() {
         std::lock_guard<std::mutex> lock(mu_);
         stop = stop_;
     }
+    std::shared_ptr<Store> first;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        first = store_;
+    }
+    if (first) RebuildDeviceCategories(categories_, *first);
+    first.reset();
     while (WaitForSingleObject(stop, kWatchPeriodMs) == WAIT_TIMEOUT) {
+        RetryDeviceCategories(categories_);
         HWND notify = nullptr;
+        std::shared_ptr<Store> reloaded;
         {
             std::lock_guard<std::mutex> lock(mu_);
             if (!store_) continue;
@@ -252,7 +269,9 @@ void Session::Watch() {
             lastSignature_ = sig;
             ++generation_;
             notify = hwnd_;
+            reloaded = store_;
         }
+        if (reloaded) RebuildDeviceCategories(categories_, *reloaded);
         if (notify) PostMessageW(notify, kStoreChangedMessage, 0, 0);
     }
 }

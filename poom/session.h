@@ -15,6 +15,7 @@
 
 #include "restrict.h"
 #include "store_model.h"
+#include "categorydb.h"
 
 namespace poom {
 
@@ -37,9 +38,10 @@ public:
     // Bumped whenever the store's content changes (our saves, reloads), so
     // collections know their cached answers are stale.
     unsigned Generation() const { return generation_.load(); }
-    // Called after every change this server makes, so the watch does not
-    // take our own save for another program's.
-    void NoteOwnChange();
+    // Called after every change this server makes (to the appointment with
+    // that OID), so the watch does not take our own save for another
+    // program's, and the device's category list follows.
+    void NoteOwnChange(std::uint32_t oid);
 
 private:
     static DWORD WINAPI WatchThread(void* self);
@@ -55,6 +57,7 @@ private:
     HANDLE stop_ = nullptr;
     DatePicture picture_;
     std::atomic<unsigned> generation_{0};
+    CategoryIndex categories_;
 };
 
 // The store's location: LANTERNFIELDS_STORE, else

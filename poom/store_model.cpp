@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <set>
+#include <unordered_map>
 
 namespace poom {
 
@@ -120,8 +121,13 @@ bool Store::Reload(std::string& error) {
 void Store::AssignOids() {
     oidToUid_.clear();
     uidToOid_.clear();
-    std::set<std::string> uids;
-    for (lfical::EventId id : ical_->events()) uids.insert(ical_->uid(id));
+    // One sorted list rather than a tree of every UID: a large store is
+    // opened with one sort instead of a node per event.
+    std::vector<std::string> uids;
+    uids.reserve(ical_->eventCount());
+    for (lfical::EventId id : ical_->events()) uids.push_back(ical_->uid(id));
+    std::sort(uids.begin(), uids.end());
+    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
     // Sorted order makes collision resolution the same in every run: the
     // smaller UID keeps the hash, the other moves on to a re-hash.
     for (const auto& uid : uids) {
@@ -274,11 +280,17 @@ ItemSnapshot Store::SnapshotOf(const lfical::Occurrence& o) const {
 
 std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
                                        const std::vector<const Restriction*>& rs) const {
+    std::vector<ItemSnapshot> out = QueryItems(includeRecurrences, rs);
+    for (auto& s : out) s.OwnTexts();
+    return out;
+}
+
+std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
+                                            const std::vector<const Restriction*>& rs) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     std::vector<ItemSnapshot> out;
     if (!ical_) return out;
-    auto matches = [&rs](const ItemSnapshot& s) {
-        RestrictRecord rec = RecordOf(s);
+    auto matches = [&rs](const RestrictRecord& rec) {
         for (const Restriction* r : rs)
             if (!r->Matches(rec)) return false;
         return true;
@@ -293,17 +305,114 @@ std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
             hi = std::min(hi, h);
         }
         if (lo > hi) return out;
-        for (const auto& o : ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed)) {
-            ItemSnapshot s = SnapshotOf(o);
-            if (matches(s)) out.push_back(std::move(s));
+        // What every occurrence of an event shares is decoded once per
+        // event: its fields with their texts, its OID, and the record the
+        // restrictions test, of which only the times change per occurrence.
+        struct EventPart {
+            std::shared_ptr<Fields> fields;
+            RestrictRecord record;
+            std::uint32_t oid = 0;
+        };
+        std::unordered_map<lfical::EventId, EventPart> parts;
+        std::vector<lfical::Occurrence> occurrences =
+            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed);
+        out.reserve(occurrences.size());
+        for (const auto& o : occurrences) {
+            auto found = parts.find(o.event);
+            if (found == parts.end()) {
+                EventPart part;
+                lfical::EventInfo info = ical_->info(o.event);
+                part.fields = std::make_shared<Fields>();
+                FillFields(info, *part.fields);
+                auto it = uidToOid_.find(info.uid);
+                part.oid = it == uidToOid_.end() ? 0 : it->second;
+                ItemSnapshot like;
+                like.f = *part.fields;
+                like.oid = part.oid;
+                part.record = RecordOf(like);
+                found = parts.emplace(o.event, std::move(part)).first;
+            }
+            EventPart& part = found->second;
+            LocalSecs start = FromCivil(o.start), end = FromCivil(std::max(o.start, o.end));
+            RestrictRecord& rec = part.record;
+            rec.start = start;
+            rec.end = end;
+            rec.allDay = o.allDay;
+            rec.isRecurring = o.recurring;
+            rec.duration = static_cast<long>((end - start) / 60);
+            if (!matches(rec)) continue;
+            ItemSnapshot s;
+            const Fields& f = *part.fields;
+            s.f.start = start;
+            s.f.end = end;
+            s.f.allDay = o.allDay;
+            s.f.reminderSet = f.reminderSet;
+            s.f.busyStatus = f.busyStatus;
+            s.f.sensitivity = f.sensitivity;
+            s.f.reminderMinutes = f.reminderMinutes;
+            s.texts = part.fields;
+            s.recurring = o.recurring;
+            s.isOccurrence = o.recurring;
+            s.isOverride = o.event != o.series;
+            s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : start;
+            s.oid = part.oid;
+            out.push_back(std::move(s));
         }
-        std::stable_sort(out.begin(), out.end(),
-                         [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
+        // The engine answers in order of start already; equal starts keep its order.
+        if (!std::is_sorted(out.begin(), out.end(),
+                            [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; }))
+            std::stable_sort(out.begin(), out.end(),
+                             [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
     } else {
         for (lfical::EventId id : ical_->events()) {
             if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
             ItemSnapshot s = SnapshotOf(id);
-            if (matches(s)) out.push_back(std::move(s));
+            if (matches(RecordOf(s))) out.push_back(std::move(s));
+        }
+    }
+    return out;
+}
+
+namespace {
+void AddCategoryNames(const lfical::EventInfo& info, std::vector<std::wstring>& out) {
+    if (info.categories.empty()) return;
+    for (std::wstring& name : CategoryNames(Categories(info.categories))) out.push_back(std::move(name));
+}
+}  // namespace
+
+std::vector<std::wstring> Store::CategoryNamesOf(std::uint32_t oid) const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<std::wstring> out;
+    lfical::EventId id = Find(oid);
+    if (id == lfical::kNoEvent) return out;
+    AddCategoryNames(ical_->info(id), out);
+    for (lfical::EventId o : ical_->overridesOf(id)) AddCategoryNames(ical_->info(o), out);
+    return out;
+}
+
+// A large store takes seconds to read whole, so the store is locked a few hundred
+// appointments at a time and the views' queries go on meanwhile. A reload starts it again.
+std::map<std::uint32_t, std::vector<std::wstring>> Store::CategoryNamesByItem() const {
+    const size_t kAtOnce = 256;
+    std::map<std::uint32_t, std::vector<std::wstring>> out;
+    std::vector<lfical::EventId> ids;
+    const lfical::Store* read = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mu_);
+        if (!ical_) return out;
+        ids = ical_->events();
+        read = ical_.get();
+    }
+    for (size_t first = 0; first < ids.size(); first += kAtOnce) {
+        std::lock_guard<std::recursive_mutex> lock(mu_);
+        if (ical_.get() != read) return CategoryNamesByItem();
+        for (size_t i = first; i < ids.size() && i < first + kAtOnce; ++i) {
+            if (!ical_->valid(ids[i])) continue;
+            lfical::EventInfo info = ical_->info(ids[i]);
+            if (info.categories.empty()) continue;
+            auto it = uidToOid_.find(info.uid);
+            if (it == uidToOid_.end()) continue;
+            AddCategoryNames(info, out[it->second]);
         }
     }
     return out;
@@ -390,10 +499,10 @@ bool Store::Persist(const std::string& uid, std::string& error) {
         return false;
     }
     if (std::find(conflicts_.begin(), conflicts_.end(), uid) != conflicts_.end()) {
-        // Another program changed the same appointment since we read it: its
-        // version stays on disk and ours is refused, still held by the
-        // caller, who may save it again over the version now shown.
-        error = "the appointment was changed by another program";
+        // Another program changed the same appointment since we read it:
+        // its version stays under the appointment's UID and ours was saved
+        // beside it as a new appointment, so neither is lost.
+        error = "the appointment was changed by another program; both versions are kept";
         std::string ignored;
         Reload(ignored);
         return false;
@@ -442,8 +551,15 @@ lfical::Time Store::BuildEdit(bool isNew, const lfical::EventInfo& old, const Fi
     return startLike;
 }
 
+bool FieldsEqual(const Fields& a, const Fields& b) {
+    return a.subject == b.subject && a.location == b.location && a.categories == b.categories &&
+           a.body == b.body && a.start == b.start && a.end == b.end && a.allDay == b.allDay &&
+           a.reminderSet == b.reminderSet && a.busyStatus == b.busyStatus && a.sensitivity == b.sensitivity &&
+           a.reminderMinutes == b.reminderMinutes;
+}
+
 bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                     std::string& error) {
+                     std::string& error, const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     if (!ical_) {
         error = "no store open";
@@ -463,6 +579,10 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
+        Fields now = was;
+        if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
+        if (base && !FieldsEqual(*base, now) && !FieldsEqual(f, now))
+            return KeepBeside(id, old, was, f, error);
     }
     lfical::EventEdit e;
     lfical::Time startLike = BuildEdit(isNew, old, was, f, e);
@@ -505,6 +625,26 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     }
     oid = it->second;
     return true;
+}
+
+bool Store::KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                       std::string& error) {
+    // Another program changed the appointment after the caller read it (a
+    // sync while the form was open). Its version stays; ours becomes a new
+    // appointment: the event's bytes under a fresh UID, with our changes.
+    lfical::EventId copy = ical_->addCopy(ical_->bytes(id));
+    if (copy == lfical::kNoEvent) {
+        error = "the appointment was changed by another program, and ours could not be kept beside it";
+        return false;
+    }
+    lfical::EventEdit e;
+    BuildEdit(false, old, was, f, e);
+    ical_->edit(copy, e);
+    std::string copyUid = ical_->uid(copy);
+    if (!Persist(copyUid, error)) return false;
+    conflicts_.push_back(old.uid);
+    error = "the appointment was changed by another program; both versions are kept";
+    return false;
 }
 
 bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const {

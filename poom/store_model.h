@@ -58,6 +58,8 @@ struct Fields {
     long busyStatus = kBusyBusy, sensitivity = kSensNormal, reminderMinutes = 15;
 };
 
+bool FieldsEqual(const Fields& a, const Fields& b);
+
 // What a query answers: a snapshot of one appointment or one occurrence.
 struct ItemSnapshot {
     std::uint32_t oid = 0;       // the series' OID for an occurrence
@@ -66,6 +68,21 @@ struct ItemSnapshot {
     LocalSecs originalStart = 0; // the occurrence's start before any change
     bool recurring = false;
     Fields f;
+    // From QueryItems: the texts (subject, location, categories, body) of
+    // the event, decoded once and shared by all its occurrences; f's texts
+    // are then empty. Null when f holds them.
+    std::shared_ptr<const Fields> texts;
+
+    const std::wstring& Text(std::wstring Fields::*m) const { return texts ? (*texts).*m : f.*m; }
+    // Makes the shared texts f's own.
+    void OwnTexts() {
+        if (!texts) return;
+        f.subject = texts->subject;
+        f.location = texts->location;
+        f.categories = texts->categories;
+        f.body = texts->body;
+        texts.reset();
+    }
 };
 
 struct ExceptionInfo {
@@ -95,6 +112,10 @@ public:
     // Items matching every restriction given (all items when none), in
     // start order when recurrences are included, else in store order.
     std::vector<ItemSnapshot> Query(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
+    // The same, each item's texts shared with the other occurrences of its
+    // event (ItemSnapshot::texts): what a collection walks, where most
+    // readers never ask for a text.
+    std::vector<ItemSnapshot> QueryItems(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
     bool Get(std::uint32_t oid, ItemSnapshot& out) const;
     bool GetPattern(std::uint32_t oid, Pattern& out) const;
     std::vector<ExceptionInfo> Exceptions(std::uint32_t oid) const;
@@ -104,8 +125,12 @@ public:
     // Saves a new (oid 0, which receives the new OID) or changed
     // appointment. pattern: the new recurrence, or null to keep it;
     // clearRecurrence makes the appointment a one-off.
+    // base: the fields as the caller read them. When another program has
+    // changed the appointment since, ours is not written over its version:
+    // it is kept beside it as a new appointment, and the result is false
+    // with the UID in LastConflicts().
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                  std::string& error);
+                  std::string& error, const Fields* base = nullptr);
     // Saves a changed occurrence: one changed before (an exception of the
     // series) is changed again; a first change makes it an exception of its
     // own. The rest of the series stays as it was.
@@ -120,6 +145,11 @@ public:
     bool ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text, std::string& error) const;
 
     size_t Count() const;
+    // The category names an appointment uses, its changed occurrences' included, split as an
+    // appointment's Categories reads (repeats and all); none when it is not in the store.
+    std::vector<std::wstring> CategoryNamesOf(std::uint32_t oid) const;
+    // The same for every appointment of the store, by OID.
+    std::map<std::uint32_t, std::vector<std::wstring>> CategoryNamesByItem() const;
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;
@@ -133,6 +163,8 @@ private:
     bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
     bool Persist(const std::string& uid, std::string& error);
+    bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
+                    std::string& error);
     // The edit that turns `was` (read from `old`) into f: only changed
     // fields are set, so everything else keeps its bytes. Returns the clock
     // the start is written in.

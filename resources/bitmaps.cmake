@@ -3,7 +3,7 @@
 #
 # Sets:
 #   LF_BITMAP_DIR    directory holding the generated .bmp files
-#   LF_BITMAP_FILES  full paths of every generated .bmp
+#   LF_BITMAP_FILES  full paths of every generated .bmp and .ico
 #   lf_bitmaps       custom target that builds them all
 
 find_package(Python3 COMPONENTS Interpreter REQUIRED)
@@ -34,6 +34,20 @@ foreach(name ${LF_BITMAP_NAMES})
     COMMAND ${Python3_EXECUTABLE} ${LF_MKBMP} ${src} ${out}
     DEPENDS ${src} ${LF_MKBMP}
     COMMENT "Drawing ${name}.bmp"
+    VERBATIM)
+  list(APPEND LF_BITMAP_FILES ${out})
+endforeach()
+
+# Icons: the same text art, magenta see-through, written as .ico.
+set(LF_ICON_NAMES settings)
+foreach(name ${LF_ICON_NAMES})
+  set(src ${CMAKE_CURRENT_LIST_DIR}/art/${name}.txt)
+  set(out ${LF_BITMAP_DIR}/${name}.ico)
+  add_custom_command(
+    OUTPUT ${out}
+    COMMAND ${Python3_EXECUTABLE} ${LF_MKBMP} --ico ${src} ${out}
+    DEPENDS ${src} ${LF_MKBMP}
+    COMMENT "Drawing ${name}.ico"
     VERBATIM)
   list(APPEND LF_BITMAP_FILES ${out})
 endforeach()

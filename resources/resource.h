@@ -3,6 +3,10 @@
 // refer to some of them.
 #pragma once
 
+#ifndef IDC_STATIC
+#define IDC_STATIC          (-1)  // a label no code reaches
+#endif
+
 // Menu bar.
 #define IDM_MENUBAR         103   // menu-bar resource: MENU + RCDATA
 #define IDB_MENUBAR         129   // its two button images (16 x 16 each)
@@ -79,3 +83,70 @@
 #define IDD_CATEGORYPAGE    119
 #define IDD_ICONSPAGE       121
 #define IDD_ICONCHOOSER     125
+
+// Controls of the Category page.
+#define IDC_CATEGORYHEAD    1140  // "Categories"
+#define IDC_CATEGORYLIST    1141  // the device's categories, each with its colour and icon
+#define IDC_CATEGORYCOLORL  1142  // "Color:"
+#define IDC_CATEGORYCOLOR   1143  // the selected category's colour; opens the colour picker
+#define IDC_CATEGORYICONL   1144  // "Icon:"
+#define IDC_CATEGORYICON    1145  // the selected category's icon; opens the icon chooser
+#define IDC_CATEGORYNOTE    1146  // why the selected category cannot be changed, or why none are listed
+
+// Controls of the Options page, one check box per display flag.
+#define IDC_OPTSHOWDAYS       1009
+#define IDC_OPTCLEARTYPE      1010
+#define IDC_OPTCOLOREXPIRED   1011
+#define IDC_OPTSHOWINDICATOR  1016
+#define IDC_OPTSHOWFREE       1017
+#define IDC_OPTSHOWLOCATION   1018
+#define IDC_OPTSHOWHOLIDAY    1019
+#define IDC_OPTSHOWWEEKNUMBER 1020
+#define IDC_OPTWRAPSUBJECT    1021
+#define IDC_OPTCOLORYEARVIEW  1022
+#define IDC_OPTALARMFLAG      1023
+
+// Controls of the Times page: the four indicator boundaries, contiguous in timeA ... timeD
+// order, the default start and end of a new appointment, and the two group headings.
+#define IDC_TIMEA           1012
+#define IDC_TIMEB           1013
+#define IDC_TIMEC           1014
+#define IDC_TIMED           1015
+#define IDC_TIMESTART       1016
+#define IDC_TIMEEND         1018
+#define IDC_TIMESHEADING1   1072
+#define IDC_TIMESHEADING2   1073
+
+// Controls of the Color page: a swatch per colour setting, the two colouring choices, and the
+// headings of its two groups.
+#define IDC_COLORMONTH1     1100
+#define IDC_COLORMONTH2     1101
+#define IDC_COLORTODAY      1102
+#define IDC_COLORDATE       1103
+#define IDC_COLORALLDAY     1104
+#define IDC_COLORTEXT       1105
+#define IDC_COLORLOCATION   1106
+#define IDC_COLORROW1       1107
+#define IDC_COLORROW2       1108
+#define IDC_COLORCELLSTYLE  1110  // calendarcolorstyle
+#define IDC_COLORROWSTYLE   1111  // rowcolorindex
+#define IDC_COLORHEADMONTH  1120
+#define IDC_COLORHEADDAY    1121
+
+// Controls of the colour picker.
+#define IDC_PICKEROK        1000
+#define IDC_PICKERSLIDER    1027  // lightness, 0 ... 240
+#define IDC_PICKERCANCEL    1029
+
+// Controls of the Icons page: the list of the 48 icon slots, and under it the selected slot's
+// icon (a button that opens the icon chooser) and label.
+#define IDC_ICONSLOTLIST    1180
+#define IDC_ICONSLOTICON    1181
+#define IDC_ICONSLOTLABEL   1182
+#define IDC_ICONSLOTICONTEXT 1183
+#define IDC_ICONSLOTLABELTEXT 1184
+#define IDC_ICONSLOTHINT    1185
+
+// Controls of the icon chooser: the grid of icons and the number of the one selected.
+#define IDC_ICONGRID        1230
+#define IDC_ICONNUMBER      1231

@@ -21,6 +21,7 @@ exactly `height` rows.
 
 Usage:
     mkbmp.py SRC.txt OUT.bmp
+    mkbmp.py --ico SRC.txt OUT.ico   (magenta FF00FF is transparent)
     mkbmp.py --png SRC.txt OUT.png [scale]
 """
 
@@ -179,6 +180,45 @@ def bmp_bytes(art):
     return head + info + colours + bytes(body)
 
 
+TRANSPARENT = 0xFF00FF
+
+
+def ico_bytes(art):
+    """One-image .ico: the art as the colour image, magenta as the see-through mask."""
+    colours = b"".join(struct.pack("<BBBB", c & 0xFF, (c >> 8) & 0xFF, (c >> 16) & 0xFF, 0)
+                       if c != TRANSPARENT else b"\0\0\0\0"  # masked pixels must be black
+                       for _, c in art.palette)
+    colours += b"\0" * (4 * (1 << art.bpp) - len(colours))
+    stride = ((art.width * art.bpp + 31) // 32) * 4
+    mask_stride = ((art.width + 31) // 32) * 4
+    body = bytearray()
+    mask = bytearray()
+    for row in reversed(art.rows):
+        if art.bpp == 8:
+            line = bytearray(row)
+        else:
+            line = bytearray()
+            for x in range(0, art.width, 2):
+                hi = row[x]
+                lo = row[x + 1] if x + 1 < art.width else 0
+                line.append((hi << 4) | lo)
+        line.extend(b"\0" * (stride - len(line)))
+        body += line
+        bits = bytearray(mask_stride)
+        for x, idx in enumerate(row):
+            if art.palette[idx][1] == TRANSPARENT:
+                bits[x // 8] |= 0x80 >> (x % 8)
+        mask += bits
+    info = struct.pack("<IiiHHIIiiII", 40, art.width, art.height * 2, 1, art.bpp, 0,
+                       len(body) + len(mask), 0, 0, 0, 0)
+    image = info + colours + bytes(body) + bytes(mask)
+    count = 0 if art.bpp == 8 else 1 << art.bpp
+    head = struct.pack("<HHH", 0, 1, 1)
+    entry = struct.pack("<BBBBHHII", art.width % 256, art.height % 256, count, 0, 1, art.bpp,
+                        len(image), 6 + 16)
+    return head + entry + image
+
+
 def png_bytes(art, scale=1):
     raw = bytearray()
     for y in range(art.height):
@@ -208,8 +248,15 @@ def write(path, data):
 
 
 def main(argv):
-    usage = "usage: mkbmp.py SRC.txt OUT.bmp\n       mkbmp.py --png SRC.txt OUT.png [scale]"
+    usage = ("usage: mkbmp.py SRC.txt OUT.bmp\n       mkbmp.py --ico SRC.txt OUT.ico\n"
+             "       mkbmp.py --png SRC.txt OUT.png [scale]")
     try:
+        if argv and argv[0] == "--ico":
+            if len(argv) != 3:
+                print(usage, file=sys.stderr)
+                return 2
+            write(argv[2], ico_bytes(parse(argv[1])))
+            return 0
         if argv and argv[0] == "--png":
             if len(argv) not in (3, 4):
                 print(usage, file=sys.stderr)

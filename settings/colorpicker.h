@@ -4,6 +4,16 @@
 
 #include <windows.h>
 
+// The fourteen swatches, two rows of seven, and the slider's range: lightness 0 ... 1 in 240 steps.
+const int PICKER_SWATCHES = 14;
+const int PICKER_SWATCH_COLUMNS = 7;
+const int PICKER_SLIDER_MAX = 240;
+// Swatch `index`'s colour and its square in the picker's client pixels (the black frame lies one
+// pixel outside it), and the preview's rectangle, framed the same way.
+COLORREF PickerSwatchColour(int index);
+RECT PickerSwatchRect(int index);
+extern const RECT kPickerPreview;
+
 // Runs the picker on `initial`; the chosen colour on Ok, `initial` when the user cancels.
 COLORREF PickColour(HWND owner, COLORREF initial);
 

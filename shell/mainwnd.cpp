@@ -11,6 +11,8 @@
 #include "platform/aygshell.h"
 #include "resource.h"
 #include "settings/settings.h"
+#include "settings/categoryprops.h"
+#include "settings/settingssheet.h"
 #include "month/yearview.h"
 #include "dayview/daylist.h"
 
@@ -120,6 +122,7 @@ static LRESULT OnDestroy(HWND, UINT, WPARAM, LPARAM)
     if (g_app.storeLoggedOn == 1)
         CloseStore();
     LeaveCriticalSection(&g_app.renderLock);
+    FreeCategories();
     DestroyWindow(g_app.hwndMenuBar);
     g_app.hwndMenuBar = nullptr;
     PostQuitMessage(0);
@@ -264,9 +267,20 @@ static LRESULT CmdNew(HWND hwnd, WORD, LPARAM, WORD)
     return OnNewOrEdit(hwnd);
 }
 
+// Whatever the user changed or not, the month is drawn again with the settings as they now are.
+static LRESULT CmdSettings(HWND hwnd, WORD, LPARAM, WORD)
+{
+    ShowSettingsSheet(hwnd);
+    WaitCursorOn();
+    RequestRedraw();
+    WaitCursorOff();
+    return 0;
+}
+
 const CommandEntry kMainCommands[] = {
     {IDM_NEW, CmdNew},
     {IDM_EXIT, CmdExit},
+    {IDM_SETTINGS, CmdSettings},
     {IDM_TOGGLEYEAR, CmdToggleYear},
 };
 const int kMainCommandCount = sizeof(kMainCommands) / sizeof(kMainCommands[0]);

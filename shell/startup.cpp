@@ -6,6 +6,7 @@
 #include "platform/aygshell.h"
 #include "calendar/dates.h"
 #include "settings/settings.h"
+#include "settings/categoryprops.h"
 #include "store/store.h"
 
 BOOL RegisterMainClass(HINSTANCE inst)
@@ -94,6 +95,10 @@ BOOL AppStartup(HINSTANCE inst, int showCmd)
     g_app.copiedItem = 0;
     g_app.cutItem = 0;
     g_app.selectedRow = -2;
+    // The device's category list is read without a message: until the calendar server has
+    // first listed its categories there is none, which is no fault at start-up; the Category
+    // page says so when it opens.
+    ReloadCategories(true);
     g_app.keyReady = 1;
     WaitCursorOff();
     SetTimer(hwnd, TIMER_MINUTE, 60000, nullptr);

@@ -6,6 +6,8 @@
 // January of YEAR, the pass is run in four ways, interleaved so that a
 // drift of the machine touches all of them alike:
 //
+//   engine      the same three spans asked of the engine itself, on its
+//               own copy of the store loaded by the bench in this process
 //   queries     the three month queries alone (leading days, the month,
 //               trailing days), walking every appointment and reading none
 //   reads       the same, reading of each appointment what the pass reads
@@ -19,6 +21,10 @@
 // the bench's own thread, under the render lock while the rendering
 // thread sleeps, so its time is measured without the thread hand-over.
 // Every neighbouring day is shown (showdays 1), the grid's largest span.
+//
+// Before the passes it times the logon: a fresh application object of the
+// calendar server opening the store (LOGONS times), beside the engine's own
+// load of the same file in this process.
 #include "shell/shell.h"
 #include "shell/render.h"
 #include "common/appstate.h"
@@ -27,14 +33,20 @@
 #include "calendar/dates.h"
 #include "support/winbench.h"
 
+#include "ical.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
-enum { WAY_QUERIES, WAY_READS, WAY_GRID, WAY_ICONS, WAY_INDICATORS, WAYS };
-static const char *const kWayNames[WAYS] = {"three queries alone", "queries + reads", "grid only", "icons only",
-                                            "indicators + icons"};
+enum { WAY_ENGINE, WAY_QUERIES, WAY_READS, WAY_GRID, WAY_ICONS, WAY_INDICATORS, WAYS };
+static const char *const kWayNames[WAYS] = {"engine's three queries", "three queries alone", "queries + reads",
+                                            "grid only", "icons only", "indicators + icons"};
+
+// The bench's own copy of the store, for the engine's answers.
+static lfical::Store g_engine;
+static const lfical::Zone g_zone = lfical::Zone::utc();
 
 static int CountVisit(IAppointment *, void *context)
 {
@@ -70,9 +82,56 @@ static long RunQueries(int month, int year, AppointmentVisitor visit)
     return walked;
 }
 
+// The grid's three spans asked of the engine: the leading days, the
+// month, the trailing days, each by whole days.
+static long EngineQueries(int month, int year)
+{
+    int s = WeekdayColumn(month, 1, year), length = MonthLength(month, year);
+    int64_t first = lfical::civilSeconds(year, month, 1);
+    int64_t last = lfical::civilSeconds(year, month, length);
+    const int64_t day = lfical::kDay;
+    long found = 0;
+    if (s)
+        found += (long)g_engine.query(g_zone, first - s * day, first - day, lfical::Range::WholeDays).size();
+    found += (long)g_engine.query(g_zone, first, last, lfical::Range::WholeDays).size();
+    found += (long)g_engine.query(g_zone, last + day, last + (42 - s - length) * day, lfical::Range::WholeDays).size();
+    return found;
+}
+
+// A fresh application object of the calendar server logging on to the
+// store the program has open (each application object reads it anew).
+static double TimeLogon()
+{
+    IPOutlookApp *app = nullptr;
+    double t0 = NowMs();
+    if (FAILED(CoCreateInstance(CLSID_Application, nullptr, CLSCTX_INPROC_SERVER, IID_IPOutlookApp,
+                                reinterpret_cast<void **>(&app))) ||
+        FAILED(app->Logon(0))) {
+        if (app)
+            app->Release();
+        return -1;
+    }
+    double ms = NowMs() - t0;
+    app->Logoff();
+    app->Release();
+    return ms;
+}
+
+static std::string AnsiPath(const wchar_t *path)
+{
+    char buffer[MAX_PATH * 4] = {};
+    WideCharToMultiByte(CP_ACP, 0, path, -1, buffer, sizeof buffer, nullptr, nullptr);
+    return buffer;
+}
+
 // One pass, or the queries alone, for the month; milliseconds.
 static double TimeWay(int way, int month, int year, long *walked)
 {
+    if (way == WAY_ENGINE) {
+        double t0 = NowMs();
+        *walked = EngineQueries(month, year);
+        return NowMs() - t0;
+    }
     AppSettings &s = g_app.settings;
     s.showindicator = way == WAY_INDICATORS ? 1 : 0;
     s.showholiday = way == WAY_ICONS || way == WAY_INDICATORS ? 1 : 0;
@@ -119,6 +178,30 @@ int wmain(int argc, wchar_t **argv)
     if (!StartProgramOn(L"lfmonthpass", argv[1]))
         return 1;
 
+    std::vector<double> loads, logons;
+    for (int i = 0; i < 3; i++) {
+        std::vector<lfical::Problem> problems;
+        lfical::Store fresh;
+        double t0 = NowMs();
+        if (!fresh.load(AnsiPath(argv[1]), &problems)) {
+            fprintf(stderr, "lfmonthpass: the engine could not read %ls\n", argv[1]);
+            return 1;
+        }
+        loads.push_back(NowMs() - t0);
+        double logon = TimeLogon();
+        if (logon < 0) {
+            fprintf(stderr, "lfmonthpass: a second logon to the calendar server failed\n");
+            return 1;
+        }
+        logons.push_back(logon);
+    }
+    {
+        std::vector<lfical::Problem> problems;
+        g_engine.load(AnsiPath(argv[1]), &problems);
+    }
+    printf("logon through the server %.1f ms, the engine's load %.1f ms (medians of 3): logon / load %.2f\n",
+           Median(logons), Median(loads), Median(logons) / Median(loads));
+
     AppSettings &s = g_app.settings;
     s.showdays = 1;
     s.showfree = 1;
@@ -154,6 +237,11 @@ int wmain(int argc, wchar_t **argv)
     for (int way = 0; way < WAYS; way++)
         printf("%-22s %12.2f %12.2f %12.1f\n", kWayNames[way], Median(times[way]), Sum(times[way]) / times[way].size(),
                Sum(times[way]));
+    double engine = Median(times[WAY_ENGINE]), server = Median(times[WAY_QUERIES]);
+    double pass = Median(times[WAY_INDICATORS]), gridOnly = Median(times[WAY_GRID]);
+    printf("whole pass (indicators + icons) %.2f ms beside the engine's three queries %.2f ms and the grid "
+           "only %.2f ms (medians); queries through the server / engine %.1f, pass / engine %.1f\n",
+           pass, engine, gridOnly, server / engine, pass / engine);
     double q = Sum(times[WAY_QUERIES]), reads = Sum(times[WAY_READS]), grid = Sum(times[WAY_GRID]);
     double icons = Sum(times[WAY_ICONS]), bars = Sum(times[WAY_INDICATORS]);
     double n = (double)times[WAY_QUERIES].size();

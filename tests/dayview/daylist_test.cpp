@@ -168,12 +168,11 @@ TEST_F(DayList, IconColumnWidth)
 }
 
 // The row background in each colouring mode, at the list's right edge: by rows alternating
-// per appointment, by times (morning and evening alike, the afternoon apart), by category,
-// and one colour.
+// per appointment, by times (morning and evening alike, the afternoon apart), by category
+// (none of the busy day's appointments has one: the plain first colour), and one colour.
 TEST_F(DayList, RowColouringModes)
 {
     const AppSettings &s = g_app.settings;
-    const COLORREF category = 0x00FF7777;
     // The busy day's rows: Trip, Overnight, Holiday, Breakfast, Lunch, To midnight, Late.
     struct {
         DWORD mode;
@@ -185,7 +184,9 @@ TEST_F(DayList, RowColouringModes)
         {1,
          {s.row1color, s.row1color, s.row1color, s.row1color, s.row2color, s.row1color,
           s.row1color}},
-        {2, {category, category, category, category, category, category, category}},
+        {2,
+         {s.row1color, s.row1color, s.row1color, s.row1color, s.row1color, s.row1color,
+          s.row1color}},
         {3,
          {s.row1color, s.row1color, s.row1color, s.row1color, s.row1color, s.row1color,
           s.row1color}},

@@ -470,6 +470,16 @@ TEST_F(Indicators, UserIcons)
 
 // Redraw requests while passes walk the crowded month abandon them; every
 // pen, brush and memory context of an abandoned pass is freed.
+static volatile LONG g_passWalked;
+// Counts what the pass has drawn, and now and then gives the test a moment,
+// so that a pass is still walking when the next request comes however fast
+// the drawing is.
+static void CountAndDwell()
+{
+    if (InterlockedIncrement(&g_passWalked) % 50 == 0)
+        Sleep(1);
+}
+
 TEST_F(Indicators, AbandonedPassesFreeEverything)
 {
     Label(0, L"Business", 0);
@@ -486,21 +496,23 @@ TEST_F(Indicators, AbandonedPassesFreeEverything)
     int before = CountGdiObjects();
     std::string summary = GdiObjectSummary();
     // Each request cuts short the pass the one before it started, once that
-    // pass has drawn its first appointment (which invalidates the window)
-    // and a few milliseconds more, different each time.
+    // pass has drawn its first appointment and a few milliseconds more,
+    // different each time.
+    g_passProgressHook = CountAndDwell;
     int abandoned = 0;
     for (int i = 0; i < 201; i++) {
         if (g_app.renderState == RENDER_DRAWING)
             abandoned++;
         g_app.settings.showindicator = i % 2;
+        g_passWalked = 0;
         RequestRedraw();
         while (g_app.renderState == RENDER_REQUESTED)
             Sleep(0);
-        ValidateRect(hwnd, nullptr);
-        while (g_app.renderState == RENDER_DRAWING && !GetUpdateRect(hwnd, nullptr, FALSE))
+        while (g_app.renderState == RENDER_DRAWING && g_passWalked == 0)
             Sleep(0);
         Sleep(i % 9);
     }
+    g_passProgressHook = nullptr;
     g_app.settings.showindicator = 1;
     Show(6, 2031);
     EXPECT_GE(abandoned, 190) << "requests that came while a pass was walking the store";

@@ -744,4 +744,120 @@ TEST(CeDbWriter, WritesItsShare) {
     CeUnmountDBVol(&guid);
 }
 
+static std::string FileBytes(const std::wstring &path) {
+    std::string out;
+    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (f == INVALID_HANDLE_VALUE)
+        return out;
+    char buf[4096];
+    DWORD got = 0;
+    while (ReadFile(f, buf, sizeof buf, &got, nullptr) && got)
+        out.append(buf, got);
+    ::CloseHandle(f);
+    return out;
+}
+
+// Changes inside a batch wait in memory and reach the file in one write at its end; a batch
+// dropped, or one whose write fails, leaves the volume as before it.
+TEST_F(CeDb, ABatchWritesOnceOrNotAtAll) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Work", 1, 0);
+    std::string before = FileBytes(vol);
+    struct {
+        const char *name;
+        BOOL keep;
+        bool readOnly;
+        BOOL ended;
+        const wchar_t *names;
+    } cases[] = {
+        {"kept", TRUE, false, TRUE, L"Home,Travel,Work,"},
+        {"dropped", FALSE, false, TRUE, L"Home,Travel,Work,"},
+        {"write fails", TRUE, true, FALSE, L"Home,Travel,Work,"},
+    };
+    for (auto &c : cases) {
+        before = FileBytes(vol);
+        ASSERT_TRUE(DesktopBeginVolumeBatch(&guid)) << c.name;
+        ASSERT_TRUE(DesktopBeginVolumeBatch(&guid)) << c.name << ": batches nest";
+        if (std::string(c.name) == "kept") {
+            Add(h, L"Travel", 2, 1);
+            Add(h, L"Home", 3, 2);
+        } else {
+            Add(h, L"Zoo", 4, 3);
+        }
+        EXPECT_TRUE(DesktopEndVolumeBatch(&guid, TRUE)) << c.name;
+        EXPECT_TRUE(FileBytes(vol) == before) << c.name << ": nothing written inside the batch";
+        if (c.readOnly)
+            SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_READONLY);
+        EXPECT_EQ(DesktopEndVolumeBatch(&guid, c.keep), c.ended) << c.name;
+        SetFileAttributesW(vol.c_str(), FILE_ATTRIBUTE_NORMAL);
+        EXPECT_EQ(Names(h), c.names) << c.name;
+    }
+    EXPECT_FALSE(DesktopEndVolumeBatch(&guid, TRUE)) << "no batch open";
+    CloseHandle(h);
+    ASSERT_TRUE(CeUnmountDBVol(&guid));
+    CREATE_INVALIDGUID(&guid);
+    Mount();
+    h = OpenCategories();
+    EXPECT_EQ(Names(h), L"Home,Travel,Work,") << "what the file holds";
+    CloseHandle(h);
+}
+
+// The object store is written by other copies of these calls (the calendar server's DLL has
+// its own) and other programs: a file changed since it was read is read again, even while one
+// of its databases is open here; a damaged one is reported and left as it is.
+TEST_F(CeDb, TheObjectStoreFollowsItsFile) {
+    std::wstring store = dir + L"\\objectstore.vol", other = dir + L"\\other.vol";
+    CEGUID sys;
+    CREATE_SYSTEMGUID(&sys);
+    auto names = [&]() {
+        std::wstring out;
+        HANDLE e = CeFindFirstDatabaseEx(&sys, 0);
+        if (e == INVALID_HANDLE_VALUE)
+            return std::wstring(L"<error>");
+        CEOID db;
+        while ((db = CeFindNextDatabaseEx(e, &sys)) != 0) {
+            CEOIDINFO info;
+            if (CeOidGetInfoEx(&sys, db, &info))
+                out += std::wstring(info.infDatabase.szDbaseName) + L",";
+        }
+        CloseHandle(e);
+        return out;
+    };
+    auto create = [&](const wchar_t *name) {
+        CEDBASEINFO info = {};
+        info.dwFlags = CEDB_VALIDNAME;
+        lstrcpyW(info.szDbaseName, name);
+        EXPECT_NE(CeCreateDatabaseEx(&sys, &info), 0u) << GetLastError();
+    };
+    // Another writer's volume, made here under another name.
+    SetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", other.c_str());
+    create(L"Theirs");
+    SetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", store.c_str());
+    create(L"Categories Database");
+    EXPECT_EQ(names(), L"Categories Database,");
+
+    CEOID oid = 0;
+    HANDLE open = CeOpenDatabaseEx(&sys, &oid, const_cast<LPWSTR>(L"Categories Database"), 0, 0, nullptr);
+    ASSERT_NE(open, INVALID_HANDLE_VALUE);
+    ASSERT_TRUE(CopyFileW(other.c_str(), store.c_str(), FALSE));
+    EXPECT_EQ(names(), L"Theirs,") << "read again while a database is open";
+    CloseHandle(open);
+    EXPECT_EQ(names(), L"Theirs,") << "and after it is closed";
+
+    std::string damaged = "LFDBVOL\x1a" + std::string(60, 'x');
+    HANDLE f = CreateFileW(store.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD put = 0;
+    WriteFile(f, damaged.data(), DWORD(damaged.size()), &put, nullptr);
+    ::CloseHandle(f);
+    EXPECT_EQ(CeFindFirstDatabaseEx(&sys, 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_FILE_CORRUPT));
+    CEDBASEINFO info = {};
+    info.dwFlags = CEDB_VALIDNAME;
+    lstrcpyW(info.szDbaseName, L"Mine");
+    EXPECT_EQ(CeCreateDatabaseEx(&sys, &info), 0u);
+    EXPECT_TRUE(FileBytes(store) == damaged) << "the damaged file is kept";
+    SetEnvironmentVariableW(L"LANTERNFIELDS_OBJECTSTORE", nullptr);
+}
+
 }  // namespace

@@ -3,6 +3,8 @@
 // every property of a new item.
 #include "com_support.h"
 
+#include <list>
+
 TEST(Items, RulesThePatternCannotSayStillExpand) {
     const char ics[] =
         "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Example//EN\r\n"
@@ -402,4 +404,95 @@ TEST(Items, ChangingOneOccurrence) {
         ASSERT_EQ(exceptions->get_Count(&count), S_OK);
         EXPECT_EQ(count, 4) << logon;
     }
+}
+
+// Occurrences handed out by a walk share their event's texts with each
+// other: each keeps them through a change of its own, a save, and a copy,
+// and an occurrence saved unchanged writes nothing.
+TEST(Items, OccurrencesFromAWalkKeepTheirTexts) {
+    const std::string ics =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//tests//EN\r\n"
+        "BEGIN:VEVENT\r\nUID:walk@example.com\r\nDTSTAMP:20260101T000000Z\r\n"
+        "DTSTART:20261102T080000\r\nDTEND:20261102T083000\r\nRRULE:FREQ=DAILY;COUNT=5\r\n"
+        "SUMMARY:Run\r\nLOCATION:Park\r\nDESCRIPTION:Five k\r\nCATEGORIES:Personal,Sport\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    TempStore store(ics);
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    // The walk's appointments live in `held` (which never moves them) until the test ends.
+    std::list<ComPtr<IAppointment>> held;
+    auto walk = [&](std::vector<IAppointment*>& out) {
+        wchar_t restriction[200];
+        wsprintfW(restriction, L"[End] >= %s AND [Start] <= %s", ShortDate(2026, 11, 1).c_str(),
+                  ShortDate(2026, 11, 30).c_str());
+        ComPtr<IPOutlookItemCollection> items;
+        ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
+        items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
+        items->put_IncludeRecurrences(VARIANT_TRUE);
+        IDispatch* item = nullptr;
+        HRESULT hr = items->Find(Bstr(restriction), &item);
+        while (SUCCEEDED(hr) && item) {
+            held.emplace_back();
+            AsAppointment(item, held.back());
+            item->Release();
+            out.push_back(held.back().get());
+            item = nullptr;
+            hr = items->FindNext(&item);
+        }
+    };
+    auto text = [](IAppointment* a, HRESULT (STDMETHODCALLTYPE IAppointment::*get)(BSTR*)) {
+        BSTR b = nullptr;
+        (a->*get)(&b);
+        std::wstring w = b ? b : L"";
+        SysFreeString(b);
+        return Narrow(w);
+    };
+    std::vector<IAppointment*> found;
+    walk(found);
+    ASSERT_EQ(found.size(), 5u);
+    std::string before = ReadBytes(store.path());
+    ASSERT_EQ(found[1]->Save(), S_OK);
+    EXPECT_EQ(ReadBytes(store.path()), before) << "an occurrence saved unchanged";
+
+    // A later start for the third: its own exception, with every text.
+    DATE start = 0, end = 0;
+    found[2]->get_Start(&start);
+    found[2]->get_End(&end);
+    ASSERT_EQ(found[2]->put_Start(start + 1.0 / 24), S_OK);
+    ASSERT_EQ(found[2]->Save(), S_OK);
+    std::string after = ReadBytes(store.path());
+    size_t rid = after.find("RECURRENCE-ID:20261104T080000");
+    ASSERT_NE(rid, std::string::npos) << after;
+    std::string added = after.substr(after.rfind("BEGIN:VEVENT", rid));
+    for (const char* line : {"SUMMARY:Run\r\n", "LOCATION:Park\r\n", "DESCRIPTION:Five k\r\n", "Sport"})
+        EXPECT_NE(added.find(line), std::string::npos) << line << added;
+
+    // A new subject for the fourth leaves its other texts, and the others' subjects, alone.
+    ASSERT_EQ(found[3]->put_Subject(Bstr(L"Long run")), S_OK);
+    ASSERT_EQ(found[3]->Save(), S_OK);
+    ComPtr<IAppointment> copy;
+    ASSERT_EQ(found[4]->Copy(&copy), S_OK);
+    struct {
+        const char* name;
+        IAppointment* item;
+        const char *subject, *location, *body, *categories;
+    } cases[] = {
+        {"first, untouched", found[0], "Run", "Park", "Five k", "Personal, Sport"},
+        {"third, moved", found[2], "Run", "Park", "Five k", "Personal, Sport"},
+        {"fourth, renamed", found[3], "Long run", "Park", "Five k", "Personal, Sport"},
+        {"copy of the fifth", copy.get(), "Run", "Park", "Five k", "Personal, Sport"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(text(c.item, &IAppointment::get_Subject), c.subject) << c.name;
+        EXPECT_EQ(text(c.item, &IAppointment::get_Location), c.location) << c.name;
+        EXPECT_EQ(text(c.item, &IAppointment::get_Body), c.body) << c.name;
+        EXPECT_EQ(text(c.item, &IAppointment::get_Categories), c.categories) << c.name;
+    }
+    // A fresh walk sees what was saved.
+    std::vector<IAppointment*> again;
+    walk(again);
+    ASSERT_EQ(again.size(), 5u);
+    std::vector<std::string> subjects;
+    for (IAppointment* a : again) subjects.push_back(text(a, &IAppointment::get_Subject));
+    EXPECT_EQ(subjects, (std::vector<std::string>{"Run", "Run", "Run", "Long run", "Run"}));
 }

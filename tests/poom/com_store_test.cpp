@@ -198,12 +198,13 @@ TEST(Store, SameAppointmentChangedByTwoIsReportedNotLost) {
     EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_FILE_INVALID));
     std::string file = ReadBytes(store.path());
     EXPECT_NE(file.find("SUMMARY:Dentist (theirs)"), std::string::npos);
-    // Ours is still held, and saved over theirs when asked again.
+    // Ours is kept beside theirs as an appointment of its own, still held,
+    // and saved over theirs when asked again.
     BSTR s = nullptr;
     mine->get_Subject(&s);
     EXPECT_STREQ(s, L"Dentist (mine)");
     SysFreeString(s);
-    EXPECT_EQ(Joined(Subjects(OneDay(a.calendar.get(), 2026, 11, 5))), "[Dentist (theirs)]");
+    EXPECT_EQ(Joined(Subjects(OneDay(a.calendar.get(), 2026, 11, 5))), "[Dentist (theirs)][Dentist (mine)]");
     ASSERT_EQ(mine->Save(), S_OK);
     EXPECT_NE(ReadBytes(store.path()).find("SUMMARY:Dentist (mine)"), std::string::npos);
 }

@@ -26,6 +26,7 @@ SIZES = [
     ("dayheader",  232, 18, 8),
     ("popuptitle", 32, 14, 4),
     ("delete",     24, 24, 4),
+    ("settings",   16, 16, 4),   # the settings sheet's icon, also made as an .ico
 ]
 
 ICON_COUNT = 39
@@ -221,6 +222,28 @@ def check_png(art_dir, mkbmp, scratch):
     check(ok, f"png preview: {result.stderr.strip() or 'wrong header or size'}")
 
 
+def check_ico(art_dir, mkbmp, scratch):
+    """The sheet's icon: one 16 x 16 image whose magenta corners are see-through in the mask."""
+    out = os.path.join(scratch, "settings.ico")
+    result = convert(mkbmp, os.path.join(art_dir, "settings.txt"), out, "--ico")
+    if not check(result.returncode == 0, f"settings.ico: {result.stderr.strip()}"):
+        return
+    with open(out, "rb") as f:
+        data = f.read()
+    reserved, kind, count = struct.unpack_from("<HHH", data, 0)
+    w, h, _, _, planes, bpp, size, offset = struct.unpack_from("<BBBBHHII", data, 6)
+    check((reserved, kind, count, w, h, bpp, offset) == (0, 1, 1, 16, 16, 4, 22)
+          and offset + size == len(data), "settings.ico: header")
+    _, _, dib_h, _, dib_bpp = struct.unpack_from("<IiiHH", data, offset)
+    check((dib_h, dib_bpp) == (32, 4), "settings.ico: image is twice as high for its mask")
+    mask = data[offset + 40 + 64 + 16 * 8:]
+    # Mask rows are bottom-up, 4 bytes each: the top row is the last; its first pixel is clear
+    # (magenta), the lantern's ring at x 6 is not.
+    top = mask[15 * 4: 16 * 4]
+    check(len(mask) == 64 and top[0] & 0x80 and not top[0] & 0x02,
+          "settings.ico: the mask shows through at the corner and not on the ring")
+
+
 def main(argv):
     if len(argv) != 2:
         print(__doc__.strip().splitlines()[-1], file=sys.stderr)
@@ -233,6 +256,7 @@ def main(argv):
         check_roundtrip(mkbmp, scratch)
         check_rejects(mkbmp, scratch)
         check_png(art_dir, mkbmp, scratch)
+        check_ico(art_dir, mkbmp, scratch)
     for message in failures:
         print("FAIL:", message)
     print(f"{passed} passed, {len(failures)} failed")

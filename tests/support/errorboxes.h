@@ -29,19 +29,31 @@ inline std::wstring MessageBoxText(HWND box)
     return best;
 }
 
-// Watches for the program's "Error" boxes, notes their text and owner and
-// presses OK, so a failure shown during start-up does not stop the test.
+// Watches for the program's "Error" boxes (and the few it captions "error"), notes their
+// text, caption and owner and presses OK, so a failure shown during start-up does not stop
+// the test.
 class ErrorBoxes {
 public:
     struct Box {
         std::wstring text;
         HWND owner;
+        std::wstring caption;
     };
     ErrorBoxes() { thread_ = CreateThread(nullptr, 0, Watch, this, 0, nullptr); }
+    // The watcher reads window texts, which waits on the thread owning each window: this
+    // thread keeps answering while it waits for the watcher to end.
     ~ErrorBoxes()
     {
         stop_ = true;
-        WaitForSingleObject(thread_, 5000);
+        DWORD start = GetTickCount();
+        while (GetTickCount() - start < 5000 &&
+               MsgWaitForMultipleObjects(1, &thread_, FALSE, 5000, QS_ALLINPUT) == WAIT_OBJECT_0 + 1) {
+            MSG msg;
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+                TranslateMessage(&msg);
+                DispatchMessageW(&msg);
+            }
+        }
         CloseHandle(thread_);
     }
     std::vector<Box> Seen()
@@ -80,12 +92,13 @@ private:
         WCHAR cls[32], caption[64];
         GetClassNameW(h, cls, 32);
         GetWindowTextW(h, caption, 64);
-        if (pid != GetCurrentProcessId() || lstrcmpW(cls, L"#32770") || lstrcmpW(caption, L"Error") ||
+        if (pid != GetCurrentProcessId() || lstrcmpW(cls, L"#32770") || (lstrcmpW(caption, L"Error") && lstrcmpW(caption, L"error")) ||
             !IsWindowVisible(h) || me->handled_.count(h))
             return TRUE;
         Box box;
         box.text = MessageBoxText(h);
         box.owner = GetWindow(h, GW_OWNER);
+        box.caption = caption;
         me->handled_.insert(h);
         {
             std::lock_guard<std::mutex> lock(me->mu_);
