@@ -41,7 +41,7 @@ std::string Utf8(const std::wstring &w) {
 bool Busy(DWORD error) {
     return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
-const int kBusyTries = 50;
+const int kBusyTries = 100;
 const DWORD kBusyWaitMs = 10;
 
 dbvol::Status WinRead(const std::string &path, uint32_t limit, std::vector<uint8_t> &out) {
@@ -101,6 +101,10 @@ bool WinReplace(const std::string &from, const std::string &to) {
         DeleteFileW(Wide(from).c_str());
         return false;
     }
+    // A file open elsewhere cannot be replaced, even when it was opened to
+    // allow it: another process looking at the volume (its readers open it
+    // for a moment, without the writers' turn) holds the commit up briefly,
+    // so it is tried again for a while before it is reported.
     for (int tries = 0;; tries++) {
         if (MoveFileExW(Wide(from).c_str(), Wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
             return true;
@@ -113,7 +117,42 @@ bool WinReplace(const std::string &from, const std::string &to) {
     return false;
 }
 
-const dbvol::Io kIo = {WinRead, WinWrite, WinReplace};
+// The attributes come without opening the file, which under Wine costs
+// far more than the lookup: the header is read only when asked for.
+dbvol::Status WinStamp(const std::string &path, bool header, dbvol::Stamp &out) {
+    std::wstring wide = Wide(path);
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    if (!GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &a)) {
+        g_ioError = GetLastError();
+        return g_ioError == ERROR_FILE_NOT_FOUND || g_ioError == ERROR_PATH_NOT_FOUND ? dbvol::Status::NotFound
+                                                                                       : dbvol::Status::Io;
+    }
+    out = dbvol::Stamp();
+    out.present = true;
+    out.size = uint64_t(a.nFileSizeHigh) << 32 | a.nFileSizeLow;
+    out.modified = uint64_t(a.ftLastWriteTime.dwHighDateTime) << 32 | a.ftLastWriteTime.dwLowDateTime;
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    uint64_t t = uint64_t(now.dwHighDateTime) << 32 | now.dwLowDateTime;
+    out.recent = out.modified + dbvol::kSettleSeconds * 10000000ull > t;
+    if (!header)
+        return dbvol::Status::Ok;
+    HANDLE f = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE) {
+        g_ioError = GetLastError();
+        return g_ioError == ERROR_FILE_NOT_FOUND ? dbvol::Status::NotFound : dbvol::Status::Io;
+    }
+    DWORD got = 0;
+    bool ok = ReadFile(f, out.header, sizeof out.header, &got, nullptr);
+    if (!ok)
+        g_ioError = GetLastError();
+    ::CloseHandle(f);
+    out.hasHeader = ok;
+    return ok ? dbvol::Status::Ok : dbvol::Status::Io;
+}
+
+const dbvol::Io kIo = {WinRead, WinWrite, WinReplace, WinStamp};
 
 // Reports a core result as the handheld's error code; true when it is Ok.
 bool Report(dbvol::Status s) {
@@ -153,10 +192,18 @@ struct Mounted {
     std::wstring path;   // as given, compared without regard to case
     int mounts;
     dbvol::Volume vol;
-    std::string header;  // the object store's: its file's header when last read or written
-    int batches;         // open batches: changes wait in memory for the last to end
+    // Counts the changes to vol (a write through any handle, a reload of the
+    // file, a batch's change), so a handle knows when the order it sorted is
+    // out of date.
+    uint64_t generation;
+    // Open batches: changes wait in memory for the last to end, which writes
+    // them at once. The writers' turn is held from the first batch's start
+    // to the last one's end, so nothing another writer commits in between is
+    // undone by the batch's write.
+    int batches;
     bool batchChanged;
     dbvol::Volume beforeBatch;
+    HANDLE batchLock;
 };
 struct OpenDb {
     DWORD serial;        // the volume's
@@ -165,6 +212,15 @@ struct OpenDb {
     DWORD flags;
     CEOID current;       // 0 at the end
     size_t pos;
+    // The records in this handle's order, as of the volume's generation:
+    // sorting once per change rather than once per call keeps reading a
+    // database in sequence linear.
+    bool ordered;
+    uint64_t orderGeneration;
+    std::vector<size_t> order;
+    // The current record was deleted (here or by another writer) under a
+    // handle that does not move on by itself: the next read reports it.
+    bool lost;
 };
 struct Enumeration {
     std::vector<CEOID> dbs;
@@ -194,39 +250,11 @@ std::wstring ObjectStorePath() {
     return path;
 }
 
-// The 32-byte header holds the payload's length and checksum and the next identifier, so it
-// changes with every write of the volume.
-std::string FileHeader(const std::wstring &path) {
-    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (f == INVALID_HANDLE_VALUE)
-        return std::string();
-    char bytes[32];
-    DWORD got = 0;
-    if (!ReadFile(f, bytes, sizeof bytes, &got, nullptr))
-        got = 0;
-    ::CloseHandle(f);
-    return std::string(bytes, got);
-}
-
-// The header of the volume as this copy writes it, from its own bytes: read back from the file
-// it could already be another writer's.
-std::string WrittenHeader(const dbvol::Volume &v) {
-    std::vector<uint8_t> bytes = dbvol::Encode(v);
-    return std::string(bytes.begin(), bytes.begin() + std::min<size_t>(32, bytes.size()));
-}
-
-bool ObjectStoreOpen() {
-    for (const auto &o : g_open)
-        if (o.second->serial == 0)
-            return true;
-    return false;
-}
-
-// The object store is shared: the program and the calendar server (each with its own copy of
-// these calls, one in the program, one in the server's DLL) and other programs write it. So
-// while none of its databases is open here, a file changed since it was read (or another file
-// named) is read again; a file that cannot be read is reported as on the first mount.
+// The object store, mounted on first use. It is shared: the program and the
+// calendar server (each with its own copy of these calls, one in the
+// program, one in the server's DLL) and other programs write it, so every
+// call brings it up to its file (see Fresh); a different file named since
+// it was mounted is read in its place.
 Mounted *ObjectStore() {
     std::wstring path = ObjectStorePath();
     if (path.empty())
@@ -234,43 +262,63 @@ Mounted *ObjectStore() {
     for (auto &m : g_volumes) {
         if (m->serial != 0)
             continue;
-        if (ObjectStoreOpen() || m->batches)
-            return m.get();
-        // The header is taken before the volume is read: a write between the two then only
-        // makes the next call read the file once more, never leaves a change unseen.
-        std::string header = FileHeader(path);
-        if (lstrcmpiW(m->path.c_str(), path.c_str()) == 0 && header == m->header)
+        if (m->batches || lstrcmpiW(m->path.c_str(), path.c_str()) == 0)
             return m.get();
         dbvol::Volume again;
+        g_ioError = 0;
         if (!Report(dbvol::Open(kIo, Utf8(path), dbvol::Disposition::OpenAlways, again)))
             return nullptr;
         m->vol = std::move(again);
         m->path = path;
-        m->header = header;
+        m->generation++;
         return m.get();
     }
-    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, {}, 0, false, {}});
-    std::string header = FileHeader(path);
+    std::unique_ptr<Mounted> m(new Mounted{0, path, 1, {}, 0, 0, false, {}, nullptr});
     if (!Report(dbvol::Open(kIo, Utf8(m->path), dbvol::Disposition::OpenAlways, m->vol)))
         return nullptr;
-    m->header = header;
     g_volumes.push_back(std::move(m));
     return g_volumes.back().get();
 }
 
+// Brings a mounted volume up to its file: the calendar server (a copy of
+// this code in its own DLL) and other processes write the same files.
+// Inside a batch the writers' turn is held and memory is ahead of the file:
+// nothing to read.
+bool Fresh(Mounted *m) {
+    if (m->batches)
+        return true;
+    bool reloaded = false;
+    g_ioError = 0;
+    if (!Report(dbvol::Refresh(kIo, m->vol, reloaded)))
+        return false;
+    if (reloaded)
+        m->generation++;
+    return true;
+}
+
+// The mounted volume the identifier names, brought up to its file.
 Mounted *FindVolume(PCEGUID g) {
     if (!g) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    if (CHECK_SYSTEMGUID(g))
-        return ObjectStore();
-    if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0)
+    Mounted *found = nullptr;
+    if (CHECK_SYSTEMGUID(g)) {
+        // The object store's file is looked up on every call: the program
+        // may be pointed at another one since it was mounted.
+        found = ObjectStore();
+        if (!found)
+            return nullptr;
+    } else if (g->Data2 == kGuidMark && g->Data3 == 0 && g->Data4 == 0) {
         for (auto &m : g_volumes)
             if (m->serial == g->Data1 && m->serial != 0)
-                return m.get();
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return nullptr;
+                found = m.get();
+    }
+    if (!found) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return Fresh(found) ? found : nullptr;
 }
 
 // The handheld reports a handle that is not an open database as a bad parameter.
@@ -287,9 +335,13 @@ OpenDb *FindOpen(HANDLE h) {
 // deleted or its volume unmounted since.
 bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
     m = nullptr;
+    db = nullptr;
     for (auto &v : g_volumes)
         if (v->serial == o->serial)
             m = v.get();
+    if (m && !Fresh(m))
+        return false;
+    // Found by its identifier, so a handle keeps working across a reload.
     db = m ? dbvol::FindDatabase(m->vol, o->db) : nullptr;
     if (!db) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -298,17 +350,29 @@ bool Resolve(OpenDb *o, Mounted *&m, dbvol::Database *&db) {
     return true;
 }
 
-// The records in the handle's order, with the position following its record.
-std::vector<size_t> Order(OpenDb *o, const dbvol::Database &db) {
-    std::vector<size_t> order = dbvol::SortedOrder(db, o->sort, LocaleCompare);
+// The records in the handle's order, sorted again only when the volume has
+// changed since, with the position following its record.
+const std::vector<size_t> &Order(OpenDb *o, const Mounted *m, const dbvol::Database &db) {
+    if (!o->ordered || o->orderGeneration != m->generation) {
+        o->order = dbvol::SortedOrder(db, o->sort, LocaleCompare);
+        o->orderGeneration = m->generation;
+        o->ordered = true;
+    }
+    const std::vector<size_t> &order = o->order;
     if (o->current) {
+        // Reading in sequence finds its record where it left it.
+        if (o->pos < order.size() && db.records[order[o->pos]].oid == o->current)
+            return order;
         for (size_t i = 0; i < order.size(); i++)
             if (db.records[order[i]].oid == o->current) {
                 o->pos = i;
                 return order;
             }
+        // Its record is gone: the position stays where it was, on the next
+        // one; a handle that does not move on by itself is told first.
+        if (!(o->flags & CEDB_AUTOINCREMENT))
+            o->lost = true;
     }
-    // Its record is gone: the position stays where it was, on the next one.
     o->pos = std::min(o->pos, order.size());
     o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
     return order;
@@ -317,12 +381,13 @@ std::vector<size_t> Order(OpenDb *o, const dbvol::Database &db) {
 void MoveTo(OpenDb *o, const dbvol::Database &db, const std::vector<size_t> &order, size_t pos) {
     o->pos = std::min(pos, order.size());
     o->current = o->pos < order.size() ? db.records[order[o->pos]].oid : 0;
+    o->lost = false;
 }
 
 // Makes a change on a copy of the volume and keeps it only once it is on
 // disk, so a failed write leaves memory as the file is.
 // Inside a batch the change is kept in memory only, for the batch's end to write.
-template <class F> bool Change(Mounted *m, F change) {
+template <class F> bool ChangeHeld(Mounted *m, F change) {
     g_ioError = 0;
     dbvol::Volume copy = m->vol;
     if (!Report(change(copy)))
@@ -330,14 +395,74 @@ template <class F> bool Change(Mounted *m, F change) {
     if (m->batches) {
         m->vol = std::move(copy);
         m->batchChanged = true;
+        m->generation++;
         return true;
     }
     if (!Report(dbvol::Commit(kIo, copy)))
         return false;
     m->vol = std::move(copy);
-    if (m->serial == 0)
-        m->header = WrittenHeader(m->vol);
+    m->generation++;
     return true;
+}
+
+// The writers of one volume file (this copy, the calendar server's copy in
+// its DLL, other processes) take turns through a mutex named after the file,
+// so none commits between another's reload and its commit, which would undo
+// the other's change.
+HANDLE WriterLock(const Mounted *m) {
+    WCHAR full[MAX_PATH];
+    DWORD n = GetFullPathNameW(m->path.c_str(), MAX_PATH, full, nullptr);
+    std::wstring path = n && n < MAX_PATH ? std::wstring(full) : m->path;
+    if (!path.empty())
+        CharLowerBuffW(&path[0], DWORD(path.size()));
+    std::string bytes = Utf8(path);
+    WCHAR name[64];
+    wsprintfW(name, L"Local\\LanternfieldsVolume-%08lX",
+              static_cast<unsigned long>(dbvol::Crc32(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size())));
+    return CreateMutexW(nullptr, FALSE, name);
+}
+
+// Waits for the writers' turn on the volume's file; the mutex is returned
+// held (null when none could be made: then the volume is written without
+// turns, as it would be alone).
+bool TakeTurn(const Mounted *m, HANDLE &lock) {
+    lock = WriterLock(m);
+    if (!lock)
+        return true;
+    // A writer that holds its turn this long has hung; better to report
+    // the volume busy than to hang the program with it.
+    DWORD w = WaitForSingleObject(lock, 30000);
+    if (w != WAIT_OBJECT_0 && w != WAIT_ABANDONED) {
+        ::CloseHandle(lock);
+        lock = nullptr;
+        SetLastError(ERROR_SHARING_VIOLATION);
+        return false;
+    }
+    return true;
+}
+
+void GiveTurn(HANDLE &lock) {
+    if (!lock)
+        return;
+    DWORD error = GetLastError();
+    ReleaseMutex(lock);
+    ::CloseHandle(lock);
+    lock = nullptr;
+    SetLastError(error);
+}
+
+// Makes a change on a copy of the volume as the file has it now, under the
+// writers' turn, and keeps it only once it is on disk. A batch already holds
+// the turn and has read the file at its start.
+template <class F> bool Change(Mounted *m, F change) {
+    if (m->batches)
+        return ChangeHeld(m, change);
+    HANDLE lock;
+    if (!TakeTurn(m, lock))
+        return false;
+    bool ok = Fresh(m) && ChangeHeld(m, change);
+    GiveTurn(lock);
+    return ok;
 }
 
 // One lock over every call: the volumes and handles are shared by whatever
@@ -385,7 +510,7 @@ BOOL CeMountDBVol(PCEGUID pceguid, LPWSTR lpszVol, DWORD dwFlags) {
     static const dbvol::Disposition kDisp[] = {dbvol::Disposition::CreateNew, dbvol::Disposition::CreateAlways,
                                                dbvol::Disposition::OpenExisting, dbvol::Disposition::OpenAlways,
                                                dbvol::Disposition::TruncateExisting};
-    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, {}, 0, false, {}});
+    std::unique_ptr<Mounted> m(new Mounted{g_nextSerial, full, 1, {}, 0, 0, false, {}, nullptr});
     g_ioError = 0;
     if (!Report(dbvol::Open(kIo, Utf8(m->path), kDisp[dwFlags - CREATE_NEW], m->vol)))
         return FALSE;
@@ -401,10 +526,19 @@ BOOL DesktopBeginVolumeBatch(PCEGUID pceguid) {
     Mounted *m = FindVolume(pceguid);
     if (!m)
         return FALSE;
-    if (m->batches++ == 0) {
+    if (m->batches == 0) {
+        // The batch's changes are made on the file as it is now, and no
+        // other writer commits until the batch's end has written them.
+        if (!TakeTurn(m, m->batchLock))
+            return FALSE;
+        if (!Fresh(m)) {
+            GiveTurn(m->batchLock);
+            return FALSE;
+        }
         m->beforeBatch = m->vol;
         m->batchChanged = false;
     }
+    m->batches++;
     return TRUE;
     GUARD_END(FALSE)
 }
@@ -420,18 +554,20 @@ BOOL DesktopEndVolumeBatch(PCEGUID pceguid, BOOL keep) {
         return TRUE;
     dbvol::Volume before = std::move(m->beforeBatch);
     m->beforeBatch = dbvol::Volume();
-    if (!m->batchChanged)
-        return TRUE;
-    g_ioError = 0;
-    if (keep && Report(dbvol::Commit(kIo, m->vol))) {
-        if (m->serial == 0)
-            m->header = WrittenHeader(m->vol);
-        return TRUE;
+    BOOL ok = TRUE;
+    if (m->batchChanged) {
+        g_ioError = 0;
+        if (!keep || !Report(dbvol::Commit(kIo, m->vol))) {
+            // Memory goes back to the file as the batch found it.
+            DWORD error = keep ? GetLastError() : ERROR_SUCCESS;
+            m->vol = std::move(before);
+            m->generation++;
+            SetLastError(error);
+            ok = !keep;
+        }
     }
-    DWORD error = keep ? GetLastError() : ERROR_SUCCESS;
-    m->vol = std::move(before);
-    SetLastError(error);
-    return !keep;
+    GiveTurn(m->batchLock);
+    return ok;
     GUARD_END(FALSE)
 }
 
@@ -442,9 +578,12 @@ BOOL CeUnmountDBVol(PCEGUID pceguid) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    if (--m->mounts == 0)
+    if (--m->mounts == 0) {
+        // A batch left open is dropped with the volume; its turn is given up.
+        GiveTurn(m->batchLock);
         g_volumes.erase(std::find_if(g_volumes.begin(), g_volumes.end(),
                                      [&](const std::unique_ptr<Mounted> &p) { return p.get() == m; }));
+    }
     return TRUE;
 }
 
@@ -504,8 +643,8 @@ HANDLE CeOpenDatabaseEx(PCEGUID pguid, PCEOID poid, LPWSTR lpszName, CEPROPID pr
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    std::unique_ptr<OpenDb> o(new OpenDb{m->serial, db->oid, propid, dwFlags, 0, 0});
-    Order(o.get(), *db);
+    std::unique_ptr<OpenDb> o(new OpenDb{m->serial, db->oid, propid, dwFlags, 0, 0, false, 0, {}, false});
+    Order(o.get(), m, *db);
     HANDLE h = reinterpret_cast<HANDLE>(o.get());
     g_open[h] = std::move(o);
     *poid = db->oid;
@@ -534,7 +673,9 @@ BOOL CeDeleteDatabaseEx(PCEGUID pguid, CEOID oid) {
             SetLastError(ERROR_SHARING_VIOLATION);
             return FALSE;
         }
-    return Change(m, [&](dbvol::Volume &v) { return dbvol::DeleteDatabase(v, oid); });
+    return Change(m, [&](dbvol::Volume &v) {
+        return dbvol::FindDatabase(v, oid) ? dbvol::DeleteDatabase(v, oid) : dbvol::Status::Invalid;
+    });
     GUARD_END(FALSE)
 }
 
@@ -620,7 +761,13 @@ CEOID CeReadRecordPropsEx(HANDLE hDbase, DWORD dwFlags, LPWORD lpcPropID, CEPROP
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
-    std::vector<size_t> order = Order(o, *db);
+    const std::vector<size_t> &order = Order(o, m, *db);
+    if (o->lost) {
+        // Reported once; the handle then reads on from the next record.
+        o->lost = false;
+        SetLastError(ERROR_KEY_DELETED);
+        return 0;
+    }
     if (o->pos >= order.size()) {
         SetLastError(ERROR_NO_MORE_ITEMS);
         return 0;
@@ -766,12 +913,16 @@ CEOID CeWriteRecordProps(HANDLE hDbase, CEOID oidRecord, WORD cPropID, CEPROPVAL
         }
         writes.push_back(std::move(w));
     }
-    std::vector<size_t> order = Order(o, *db);
-    (void)order;
+    Order(o, m, *db);
     uint32_t written = 0;
     CEOID dbOid = db->oid;
+    // Looked up again: another writer may have deleted the database or
+    // the record since this call first looked.
     bool ok = Change(m, [&](dbvol::Volume &v) {
-        return dbvol::WriteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, writes, Now(), written);
+        dbvol::Database *d = dbvol::FindDatabase(v, dbOid);
+        if (!d || (oidRecord && !dbvol::FindRecord(*d, oidRecord)))
+            return dbvol::Status::Invalid;
+        return dbvol::WriteRecord(v, *d, oidRecord, writes, Now(), written);
     });
     return ok ? written : 0;
     GUARD_END(0)
@@ -784,7 +935,7 @@ CEOID CeSeekDatabase(HANDLE hDatabase, DWORD dwSeekType, DWORD_PTR dwValue, LPDW
     dbvol::Database *db;
     if (!o || !Resolve(o, m, db))
         return 0;
-    std::vector<size_t> order = Order(o, *db);
+    const std::vector<size_t> &order = Order(o, m, *db);
     size_t n = order.size();
     long long target = -1;
     auto value = [&](size_t i) { return dbvol::FindProp(db->records[order[i]], o->sort); };
@@ -886,10 +1037,13 @@ BOOL CeDeleteRecord(HANDLE hDatabase, CEOID oidRecord) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    Order(o, *db);
+    Order(o, m, *db);
     CEOID dbOid = db->oid;
     return Change(m, [&](dbvol::Volume &v) {
-        return dbvol::DeleteRecord(v, *dbvol::FindDatabase(v, dbOid), oidRecord, Now());
+        dbvol::Database *d = dbvol::FindDatabase(v, dbOid);
+        if (!d || !dbvol::FindRecord(*d, oidRecord))
+            return dbvol::Status::Invalid;
+        return dbvol::DeleteRecord(v, *d, oidRecord, Now());
     });
     GUARD_END(FALSE)
 }

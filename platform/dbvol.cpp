@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+
+#include <sys/stat.h>
 
 namespace dbvol {
 
@@ -99,6 +102,31 @@ bool NativeReplace(const std::string &from, const std::string &to) {
     return rename(from.c_str(), to.c_str()) == 0;
 }
 
+Status NativeStamp(const std::string &path, bool header, Stamp &out) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return Status::NotFound;
+    out = Stamp();
+    out.present = true;
+    out.device = uint64_t(st.st_dev);
+    out.identity = uint64_t(st.st_ino);
+    out.size = uint64_t(st.st_size);
+    out.modified = uint64_t(st.st_mtime);
+    time_t now = time(nullptr);
+    out.recent = st.st_mtime + time_t(kSettleSeconds) > now;
+    if (!header)
+        return Status::Ok;
+    FILE *f = fopen(path.c_str(), "rb");
+    if (!f)
+        return Status::Io;
+    size_t got = fread(out.header, 1, sizeof out.header, f);
+    (void)got;   // a shorter file leaves zeros, as its stamp of bytes does
+    bool err = ferror(f) != 0;
+    fclose(f);
+    out.hasHeader = !err;
+    return err ? Status::Io : Status::Ok;
+}
+
 }  // namespace
 
 const char *StatusName(Status s) {
@@ -118,8 +146,23 @@ const char *StatusName(Status s) {
 }
 
 const Io &NativeIo() {
-    static const Io io = {NativeRead, NativeWrite, NativeReplace};
+    static const Io io = {NativeRead, NativeWrite, NativeReplace, NativeStamp};
     return io;
+}
+
+bool SameStamp(const Stamp &a, const Stamp &b) {
+    return a.present == b.present && a.device == b.device && a.identity == b.identity && a.size == b.size &&
+           a.modified == b.modified &&
+           (!a.hasHeader || !b.hasHeader || memcmp(a.header, b.header, sizeof a.header) == 0);
+}
+
+Stamp StampOfBytes(const std::vector<uint8_t> &bytes) {
+    Stamp s;
+    s.present = true;
+    s.hasHeader = true;
+    s.size = bytes.size();
+    memcpy(s.header, bytes.data(), std::min(bytes.size(), sizeof s.header));
+    return s;
 }
 
 uint32_t Crc32(const uint8_t *data, size_t n) {
@@ -292,6 +335,11 @@ Status Decode(const uint8_t *data, size_t n, Volume &v) {
 }
 
 Status Open(const Io &io, const std::string &path, Disposition d, Volume &v) {
+    // The stamp is taken before the bytes are read: a file replaced in
+    // between then differs from it, and is read again on the next refresh.
+    Stamp stamp;
+    if (io.stamp && io.stamp(path, true, stamp) != Status::Ok)
+        stamp = Stamp();
     std::vector<uint8_t> bytes;
     Status s = io.readAll(path, kMaxFileBytes, bytes);
     if (s == Status::TooLarge || s == Status::Io)
@@ -320,19 +368,70 @@ Status Open(const Io &io, const std::string &path, Disposition d, Volume &v) {
         v = fresh;
         return Commit(io, v);
     }
+    read.stamp = io.stamp ? stamp : StampOfBytes(bytes);
     v = std::move(read);
     return Status::Ok;
 }
 
-Status Commit(const Io &io, const Volume &v) {
+Status Commit(const Io &io, Volume &v) {
     std::vector<uint8_t> bytes = Encode(v);
     if (bytes.size() > kMaxFileBytes)
         return Status::Full;
     std::string tmp = v.path + ".new";
     if (!io.writeNew(tmp, bytes.data(), bytes.size()))
         return Status::Io;
+    // The new file is stamped before the rename, which keeps its identity
+    // and time: stamped after, another writer's file renamed in between
+    // would be taken for this one and never read.
+    Stamp stamp = StampOfBytes(bytes);
+    if (io.stamp && io.stamp(tmp, true, stamp) != Status::Ok)
+        stamp = Stamp();
     if (!io.replace(tmp, v.path))
         return Status::Io;
+    v.stamp = stamp;
+    return Status::Ok;
+}
+
+Status Refresh(const Io &io, Volume &v, bool &reloaded) {
+    reloaded = false;
+    Stamp now;
+    if (io.stamp) {
+        // The cheap look first; the header only while the time could hide a change.
+        Status s = io.stamp(v.path, false, now);
+        if (s == Status::Ok && !now.recent && SameStamp(now, v.stamp))
+            return Status::Ok;
+        // Stamped with the header before reading, so the stamp kept is
+        // never newer than the bytes read.
+        if (s == Status::Ok)
+            s = io.stamp(v.path, true, now);
+        if (s == Status::NotFound)
+            return Status::Ok;
+        if (s != Status::Ok)
+            return s;
+        if (SameStamp(now, v.stamp))
+            return Status::Ok;
+    }
+    std::vector<uint8_t> bytes;
+    Status s = io.readAll(v.path, kMaxFileBytes, bytes);
+    if (s == Status::NotFound)
+        return Status::Ok;
+    if (s != Status::Ok)
+        return s;
+    if (!io.stamp) {
+        now = StampOfBytes(bytes);
+        if (SameStamp(now, v.stamp))
+            return Status::Ok;
+    }
+    Volume read;
+    read.path = v.path;
+    s = Decode(bytes.data(), bytes.size(), read);
+    if (s == Status::Empty)
+        s = Status::Damaged;   // a volume emptied by someone else is no volume to read
+    if (s != Status::Ok)
+        return s;
+    read.stamp = now;
+    v = std::move(read);
+    reloaded = true;
     return Status::Ok;
 }
 

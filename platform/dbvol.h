@@ -87,10 +87,35 @@ struct Database {
     std::vector<SortRule> sorts;
     std::vector<Record> records;   // in creation order
 };
+// What tells one committed version of the volume file from another without
+// reading it: every commit renames a new file over the old, so its identity,
+// size, modification time or header (whose payload checksum changes with
+// every change) differ from the last version this copy read or wrote.
+//
+// The size and time come cheaply; the header needs the file opened. Two
+// commits of one size can share a modification time only within the file
+// system's clock tick, so the header is compared only while the file is
+// younger than kSettleSeconds: after that, an unchanged time is an
+// unchanged file.
+const unsigned kSettleSeconds = 2;
+struct Stamp {
+    bool present = false;
+    uint64_t device = 0, identity = 0;   // 0 where the file system has none
+    uint64_t size = 0, modified = 0;
+    bool recent = false;                 // modified less than kSettleSeconds ago
+    bool hasHeader = false;
+    uint8_t header[32] = {};
+};
+// Whether two stamps are of one version of the file; the header counts when both have it.
+bool SameStamp(const Stamp &a, const Stamp &b);
+// The stamp of a file's bytes alone, for a file system without identities.
+Stamp StampOfBytes(const std::vector<uint8_t> &bytes);
+
 struct Volume {
     std::string path;
     uint32_t nextOid = 1;
     std::vector<Database> dbs;
+    Stamp stamp;   // of the file as this copy last read or wrote it
 };
 
 // The file system seam: the native tree uses stdio and rename, the Windows
@@ -102,6 +127,10 @@ struct Io {
     bool (*writeNew)(const std::string &path, const uint8_t *data, size_t n);
     // Moves from over to, atomically.
     bool (*replace)(const std::string &from, const std::string &to);
+    // The file's stamp from its attributes, and its header when asked:
+    // NotFound or Io on failure. Optional: without it a reload check reads
+    // the whole file.
+    Status (*stamp)(const std::string &path, bool header, Stamp &out);
 };
 const Io &NativeIo();
 
@@ -117,8 +146,15 @@ enum class Disposition { CreateNew, CreateAlways, OpenExisting, OpenAlways, Trun
 // replaced, whatever the disposition, so nothing stored in it is lost; an
 // empty file holds nothing and is taken as a new volume when creation is allowed.
 Status Open(const Io &io, const std::string &path, Disposition d, Volume &v);
-// Writes the volume as it is in memory: the commit described above.
-Status Commit(const Io &io, const Volume &v);
+// Writes the volume as it is in memory: the commit described above. The
+// volume's stamp becomes the new file's.
+Status Commit(const Io &io, Volume &v);
+// Brings the volume up to the file's latest committed contents when another
+// writer (another copy of this code, another process) has replaced the file
+// since this copy last read or wrote it; `reloaded` tells whether it did. A
+// file that is gone leaves the volume as it is (the next commit writes it
+// back); one that is no longer a sound volume is reported and not read.
+Status Refresh(const Io &io, Volume &v, bool &reloaded);
 
 Database *FindDatabase(Volume &v, uint32_t oid);
 Database *FindDatabase(Volume &v, const std::u16string &name);

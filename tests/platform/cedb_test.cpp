@@ -1,9 +1,12 @@
 // The handheld's property database calls over the volume file, as the
-// program uses them: error codes, buffers, seek modes and sort order.
+// program uses them: error codes, buffers, seek modes and sort order, and
+// another writer's changes to the same file.
 #include "cedb.h"
+#include "dbvol.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -488,6 +491,259 @@ TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
     EXPECT_TRUE(CeDeleteDatabaseEx(&sys, db));
 }
 
+// Every record's name from the handle's position on, as the program reads on.
+std::wstring ReadOn(HANDLE h) {
+    std::wstring out;
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 1;
+    CEPROPID want = kName;
+    while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
+        out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
+        out += L",";
+    }
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+    LocalFree(buf);
+    return out;
+}
+
+CEPROPVAL NameKey(const wchar_t *s) {
+    CEPROPVAL v = {};
+    v.propid = kName;
+    v.val.lpwstr = const_cast<LPWSTR>(s);
+    return v;
+}
+
+// A handle reading in sequence while another handle writes: it reads on in
+// the order as it is now, and seeks by value or place find the records where
+// the changed order has them.
+TEST_F(CeDb, WritesBetweenSequentialReadsKeepTheOrderAndTheSeeksRight) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Holiday", 1, 0);
+    CEOID work = Add(h, L"Work", 2, 0);
+    CEOID birthday = Add(h, L"Birthday", 3, 0);
+    CEOID personal = Add(h, L"Personal", 4, 0);
+    CEOID oid = 0;
+    HANDLE w = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, 0, nullptr);
+    ASSERT_NE(w, INVALID_HANDLE_VALUE);
+
+    CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), birthday);
+    LocalFree(buf);
+    // One before the position, one after it.
+    Add(w, L"Anniversary", 5, 0);
+    CEOID music = Add(w, L"Music", 6, 0);
+    EXPECT_EQ(ReadOn(h), L"Holiday,Music,Personal,Work,");
+
+    CEPROPVAL zebra = NameKey(L"Zebra"), m = NameKey(L"Music");
+    CEPROPVAL rename = zebra;
+    EXPECT_EQ(CeWriteRecordProps(w, birthday, 1, &rename), birthday);
+    struct Step {
+        const char *what;
+        HANDLE change;   // deletes `gone` first when set
+        CEOID gone;
+        DWORD type;
+        DWORD_PTR value;
+        CEOID want;
+        DWORD index;
+    } steps[] = {
+        {"renamed to the end", nullptr, 0, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&zebra), birthday, 5},
+        {"music after the rename", nullptr, 0, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&m), music, 2},
+        {"the last by place", nullptr, 0, CEDB_SEEK_END, 0, birthday, 5},
+        {"music after a delete before it", w, personal, CEDB_SEEK_VALUEFIRSTEQUAL, DWORD_PTR(&m), music, 2},
+        {"the last after a delete", nullptr, 0, CEDB_SEEK_END, 0, birthday, 4},
+        {"fourth by place", nullptr, 0, CEDB_SEEK_BEGINNING, 3, work, 3},
+    };
+    for (const Step &s : steps) {
+        if (s.change) {
+            EXPECT_TRUE(CeDeleteRecord(s.change, s.gone)) << s.what;
+        }
+        DWORD index = 0xFFFF;
+        CEOID got = CeSeekDatabase(h, s.type, s.value, &index);
+        EXPECT_EQ(got, s.want) << s.what;
+        EXPECT_EQ(index, s.index) << s.what;
+    }
+    EXPECT_EQ(Names(h), L"Anniversary,Holiday,Music,Work,Zebra,");
+
+    // A handle that does not move on by itself is told its record is gone,
+    // then reads on from the next one.
+    EXPECT_EQ(CeSeekDatabase(w, CEDB_SEEK_CEOID, music, nullptr), music);
+    EXPECT_TRUE(CeDeleteRecord(h, music));
+    buf = nullptr;
+    size = 0;
+    EXPECT_EQ(CeReadRecordProps(w, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_KEY_DELETED));
+    EXPECT_NE(CeReadRecordProps(w, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size), 0u);
+    EXPECT_STREQ(reinterpret_cast<CEPROPVAL *>(buf)[0].val.lpwstr, L"Work");
+    LocalFree(buf);
+    CloseHandle(w);
+    CloseHandle(h);
+}
+
+// The calendar server writes the object store through its own copy of these
+// calls, and another process may write a volume too: every call sees the
+// file's latest commit, and a write keeps what the other writer added. The
+// other writer here is the volume code itself, committing to the same path.
+TEST_F(CeDb, AnotherWritersCommitsAreSeenAndKept) {
+    Mount();
+    HANDLE h = OpenCategories();
+    Add(h, L"Work", 1, 0);
+    CEOID holiday = Add(h, L"Holiday", 2, 0);
+
+    static const dbvol::Io io = {
+        dbvol::NativeIo().readAll, dbvol::NativeIo().writeNew,
+        [](const std::string &from, const std::string &to) {
+            return MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
+        },
+        nullptr};
+    std::string path(vol.begin(), vol.end());
+    auto other = [&](const char *what, auto change) {
+        dbvol::Volume v;
+        ASSERT_EQ(dbvol::Open(io, path, dbvol::Disposition::OpenExisting, v), dbvol::Status::Ok) << what;
+        dbvol::Database *db = dbvol::FindDatabase(v, u"categoryprops");
+        ASSERT_NE(db, nullptr) << what;
+        ASSERT_EQ(change(v, *db), dbvol::Status::Ok) << what;
+        ASSERT_EQ(dbvol::Commit(io, v), dbvol::Status::Ok) << what;
+    };
+    auto text = [](const char16_t *s) {
+        std::u16string t(s);
+        return std::vector<uint8_t>(reinterpret_cast<const uint8_t *>(t.data()),
+                                    reinterpret_cast<const uint8_t *>(t.data() + t.size()));
+    };
+    uint32_t birthday = 0;
+    other("add two", [&](dbvol::Volume &v, dbvol::Database &db) {
+        uint32_t personal = 0;
+        dbvol::WriteRecord(v, db, 0, {{{kName, text(u"Birthday")}, false}}, 1, birthday);
+        return dbvol::WriteRecord(v, db, 0, {{{kName, text(u"Personal")}, false}}, 1, personal);
+    });
+    EXPECT_EQ(Names(h), L"Birthday,Holiday,Personal,Work,");
+    CEOID zoo = Add(h, L"Zoo", 3, 0);
+    EXPECT_NE(zoo, CEOID(birthday));
+    {
+        dbvol::Volume v;
+        ASSERT_EQ(dbvol::Open(io, path, dbvol::Disposition::OpenExisting, v), dbvol::Status::Ok);
+        EXPECT_EQ(dbvol::FindDatabase(v, u"categoryprops")->records.size(), 5u) << "the write kept the other's records";
+    }
+
+    // A change of one size at once: the colour read is the new one.
+    other("recolour", [&](dbvol::Volume &v, dbvol::Database &db) {
+        uint32_t same = 0;
+        std::vector<uint8_t> colour = {0x44, 0x33, 0x22, 0x11};
+        return dbvol::WriteRecord(v, db, holiday, {{{kColour, colour}, false}}, 2, same);
+    });
+    EXPECT_EQ(CeSeekDatabase(h, CEDB_SEEK_CEOID, holiday, nullptr), holiday);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 1;
+    CEPROPID want = kColour;
+    EXPECT_EQ(CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size), holiday);
+    EXPECT_EQ(reinterpret_cast<CEPROPVAL *>(buf)[0].val.lVal, 0x11223344);
+    LocalFree(buf);
+
+    // A database the other writer made is found and listed.
+    other("new database", [&](dbvol::Volume &v, dbvol::Database &) {
+        uint32_t made = 0;
+        return dbvol::CreateDatabase(v, u"Categories Database", 0, 0, {}, 3, made);
+    });
+    HANDLE e = CeFindFirstDatabaseEx(&guid, 0);
+    int listed = 0;
+    while (CeFindNextDatabaseEx(e, &guid))
+        listed++;
+    CloseHandle(e);
+    EXPECT_EQ(listed, 2);
+
+    // The file replaced by something that is no volume: reported, and a
+    // write does not overwrite it.
+    HANDLE f = CreateFileW(vol.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD put;
+    WriteFile(f, "LFDBVOL\x1a damaged beyond repair, on purpose.", 46, &put, nullptr);
+    ::CloseHandle(f);
+    CEPROPVAL name = NameKey(L"Lost");
+    EXPECT_EQ(CeWriteRecordProps(h, 0, 1, &name), 0u);
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_FILE_CORRUPT));
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    ASSERT_TRUE(GetFileAttributesExW(vol.c_str(), GetFileExInfoStandard, &a));
+    EXPECT_EQ(a.nFileSizeLow, 46u) << "the damaged file is kept as it is";
+    CloseHandle(h);
+}
+
+// Two processes writing one volume at once: each takes its turn, reloads
+// and commits, so every record both wrote is in the file at the end. The
+// other process is this test program again, running the writer below.
+const int kEachWrites = 40;
+
+void WriteNamed(HANDLE h, const wchar_t *who) {
+    for (int i = 0; i < kEachWrites; i++) {
+        wchar_t name[32];
+        wsprintfW(name, L"%s %d", who, i);
+        CEPROPVAL v = NameKey(name);
+        EXPECT_NE(CeWriteRecordProps(h, 0, 1, &v), 0u) << GetLastError();
+    }
+}
+
+TEST_F(CeDb, TwoProcessesWritingAtOnceLoseNothing) {
+    Mount();
+    HANDLE h = OpenCategories();
+    std::wstring ready = L"Local\\lf-cedb-ready-" + std::to_wstring(GetCurrentProcessId());
+    HANDLE event = CreateEventW(nullptr, TRUE, FALSE, ready.c_str());
+    ASSERT_NE(event, nullptr);
+    WCHAR exe[MAX_PATH];
+    GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring cmd = L"\"" + std::wstring(exe) + L"\" --gtest_filter=CeDbWriter.WritesItsShare";
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", vol.c_str());
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", ready.c_str());
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi;
+    BOOL started = CreateProcessW(exe, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi);
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", nullptr);
+    SetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", nullptr);
+    ASSERT_TRUE(started) << GetLastError();
+    // Both start writing once the other process is up; the limits only keep
+    // a broken writer from hanging the suite.
+    HANDLE both[2] = {event, pi.hProcess};
+    EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, 120000), WAIT_OBJECT_0);
+    WriteNamed(h, L"Here");
+    EXPECT_EQ(WaitForSingleObject(pi.hProcess, 120000), WAIT_OBJECT_0);
+    DWORD code = 1;
+    GetExitCodeProcess(pi.hProcess, &code);
+    EXPECT_EQ(code, 0u) << "the other writer failed";
+    ::CloseHandle(pi.hProcess);
+    ::CloseHandle(pi.hThread);
+    ::CloseHandle(event);
+
+    std::wstring names = Names(h);
+    size_t count = std::count(names.begin(), names.end(), L',');
+    EXPECT_EQ(count, size_t(2 * kEachWrites));
+    for (const wchar_t *who : {L"Here 0,", L"Here 39,", L"There 0,", L"There 39,"})
+        EXPECT_NE(names.find(who), std::wstring::npos) << who;
+    CloseHandle(h);
+}
+
+// The other process of the test above; nothing to do when run on its own.
+TEST(CeDbWriter, WritesItsShare) {
+    WCHAR path[MAX_PATH], ready[128];
+    if (!GetEnvironmentVariableW(L"LF_CEDB_WRITER_VOLUME", path, MAX_PATH) ||
+        !GetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", ready, 128))
+        GTEST_SKIP() << "run by TwoProcessesWritingAtOnceLoseNothing";
+    CEGUID guid;
+    ASSERT_TRUE(CeMountDBVol(&guid, path, OPEN_EXISTING)) << GetLastError();
+    CEOID oid = 0;
+    HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
+    HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, ready);
+    ASSERT_NE(event, nullptr);
+    SetEvent(event);
+    ::CloseHandle(event);
+    WriteNamed(h, L"There");
+    CloseHandle(h);
+    CeUnmountDBVol(&guid);
+}
+
 static std::string FileBytes(const std::wstring &path) {
     std::string out;
     HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -548,8 +804,8 @@ TEST_F(CeDb, ABatchWritesOnceOrNotAtAll) {
 }
 
 // The object store is written by other copies of these calls (the calendar server's DLL has
-// its own) and other programs: a file changed since it was read is read again, except while
-// one of its databases is open here; a damaged one is reported and left as it is.
+// its own) and other programs: a file changed since it was read is read again, even while one
+// of its databases is open here; a damaged one is reported and left as it is.
 TEST_F(CeDb, TheObjectStoreFollowsItsFile) {
     std::wstring store = dir + L"\\objectstore.vol", other = dir + L"\\other.vol";
     CEGUID sys;
@@ -585,9 +841,9 @@ TEST_F(CeDb, TheObjectStoreFollowsItsFile) {
     HANDLE open = CeOpenDatabaseEx(&sys, &oid, const_cast<LPWSTR>(L"Categories Database"), 0, 0, nullptr);
     ASSERT_NE(open, INVALID_HANDLE_VALUE);
     ASSERT_TRUE(CopyFileW(other.c_str(), store.c_str(), FALSE));
-    EXPECT_EQ(names(), L"Categories Database,") << "not while a database is open";
+    EXPECT_EQ(names(), L"Theirs,") << "read again while a database is open";
     CloseHandle(open);
-    EXPECT_EQ(names(), L"Theirs,") << "read again once none is";
+    EXPECT_EQ(names(), L"Theirs,") << "and after it is closed";
 
     std::string damaged = "LFDBVOL\x1a" + std::string(60, 'x');
     HANDLE f = CreateFileW(store.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
