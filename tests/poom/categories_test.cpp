@@ -282,24 +282,3 @@ TEST(CategoryList, DamagedObjectStoreIsLeftAlone) {
     EXPECT_NE(ReadBytes(store.path()).find("CATEGORIES:Other"), std::string::npos);
     EXPECT_TRUE(ReadBytes(objects.path()) == damaged) << "the damaged file is as it was";
 }
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: poom_categories_test PATH-TO-lfpoom.dll\n");
-        return 2;
-    }
-    g_dllPath = WindowsPath(argv[1]);
-    HMODULE dll = LoadLibraryW(g_dllPath.c_str());
-    auto reg = dll ? reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-                         reinterpret_cast<void*>(GetProcAddress(dll, "DllRegisterServer")))
-                   : nullptr;
-    if (!reg || FAILED(reg())) {
-        std::fprintf(stderr, "cannot load or register %s\n", argv[1]);
-        return 1;
-    }
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    int result = RUN_ALL_TESTS();
-    CoUninitialize();
-    return result;
-}

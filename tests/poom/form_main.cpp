@@ -1,11 +1,11 @@
-// The form tests' start: the server registered into this prefix, as regsvr32 would, and the
-// program's apartment.
+// The start of the server tests that use the program's apartment (the form, the category list):
+// the server registered into this prefix, as regsvr32 would.
 #include "com_support.h"
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (argc < 2) {
-        std::fprintf(stderr, "usage: poom_form_test PATH-TO-lfpoom.dll\n");
+        std::fprintf(stderr, "usage: %s PATH-TO-lfpoom.dll\n", argv[0]);
         return 2;
     }
     g_dllPath = WindowsPath(argv[1]);
