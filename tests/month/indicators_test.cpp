@@ -5,6 +5,7 @@
 // y 34r + 82, 83; icon n at x 34c + 4 + 10n). Run once in a Sunday-first
 // and once in a Monday-first locale.
 #include "support/apphost.h"
+#include "support/drive.h"
 #include "common/appstate.h"
 #include "shell/render.h"
 #include "settings/settings.h"
@@ -414,26 +415,11 @@ TEST_F(Indicators, DailyRecurringAppointmentMarksEachDay)
 // frame that must let the cell through.
 static std::vector<BYTE> UserStrip()
 {
-    const int width = 18, height = 9, stride = (width * 3 + 3) & ~3;
-    std::vector<BYTE> b(54 + (size_t)stride * height, 0);
-    BITMAPFILEHEADER fh = {0x4D42, (DWORD)b.size(), 0, 0, 54};
-    BITMAPINFOHEADER ih = {};
-    ih.biSize = 40;
-    ih.biWidth = width;
-    ih.biHeight = height;
-    ih.biPlanes = 1;
-    ih.biBitCount = 24;
-    memcpy(b.data(), &fh, 14);
-    memcpy(b.data() + 14, &ih, 40);
-    for (int y = 0; y < height; y++)
-        for (int x = 0; x < width; x++) {
-            BYTE *p = b.data() + 54 + (size_t)y * stride + 3 * x;
-            int dx = x % 9;
-            bool frame = dx == 0 || dx == 8 || y == 0 || y == 8;
-            COLORREF c = frame ? RGB(255, 0, 255) : x < 9 ? RGB(20, 180, 40) : RGB(30, 60, 220);
-            p[0] = GetBValue(c), p[1] = GetGValue(c), p[2] = GetRValue(c);
-        }
-    return b;
+    return BmpFile24(18, 9, [](int x, int y) {
+        int dx = x % 9;
+        bool frame = dx == 0 || dx == 8 || y == 0 || y == 8;
+        return frame ? RGB(255, 0, 255) : x < 9 ? RGB(20, 180, 40) : RGB(30, 60, 220);
+    });
 }
 
 TEST_F(Indicators, UserIcons)

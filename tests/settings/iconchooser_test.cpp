@@ -31,25 +31,11 @@ static COLORREF UserColour(int i)
 }
 static void WriteUserStrip(int icons)
 {
-    const int width = 9 * icons, height = 9, stride = (width * 3 + 3) & ~3;
-    std::vector<BYTE> b(54 + (size_t)stride * height, 0);
-    BITMAPFILEHEADER fh = {0x4D42, (DWORD)b.size(), 0, 0, 54};
-    BITMAPINFOHEADER ih = {};
-    ih.biSize = 40;
-    ih.biWidth = width;
-    ih.biHeight = height;
-    ih.biPlanes = 1;
-    ih.biBitCount = 24;
-    memcpy(b.data(), &fh, 14);
-    memcpy(b.data() + 14, &ih, 40);
-    for (int y = 0; y < height; y++)
-        for (int x = 0; x < width; x++) {
-            BYTE *p = b.data() + 54 + (size_t)y * stride + 3 * x;
-            int dx = x % 9;
-            bool frame = dx == 0 || dx == 8 || y == 0 || y == 8;
-            COLORREF c = frame ? RGB(255, 0, 255) : UserColour(x / 9);
-            p[0] = GetBValue(c), p[1] = GetGValue(c), p[2] = GetRValue(c);
-        }
+    std::vector<BYTE> b = BmpFile24(9 * icons, 9, [](int x, int y) {
+        int dx = x % 9;
+        bool frame = dx == 0 || dx == 8 || y == 0 || y == 8;
+        return frame ? RGB(255, 0, 255) : UserColour(x / 9);
+    });
     HANDLE f = CreateFileW(IconsPath().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     ASSERT_NE(f, INVALID_HANDLE_VALUE);
     DWORD done = 0;

@@ -2,6 +2,7 @@
 // the user's icon strip beside the program.
 #include "settings/settings.h"
 #include "common/appstate.h"
+#include "support/drive.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -148,18 +149,7 @@ static void WriteFileBytes(const std::wstring &path, const std::vector<BYTE> &by
 // A 24-bit strip of the given width, 9 pixels high.
 static std::vector<BYTE> Strip(int width, int height = 9)
 {
-    int stride = (width * 3 + 3) & ~3;
-    std::vector<BYTE> b(54 + (size_t)stride * height, 0xFF);
-    BITMAPFILEHEADER fh = {0x4D42, (DWORD)b.size(), 0, 0, 54};
-    BITMAPINFOHEADER ih = {};
-    ih.biSize = 40;
-    ih.biWidth = width;
-    ih.biHeight = height;
-    ih.biPlanes = 1;
-    ih.biBitCount = 24;
-    memcpy(b.data(), &fh, 14);
-    memcpy(b.data() + 14, &ih, 40);
-    return b;
+    return BmpFile24(width, height, [](int, int) { return RGB(255, 255, 255); });
 }
 
 TEST(Settings, UserIconStrip)

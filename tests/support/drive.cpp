@@ -418,3 +418,25 @@ std::wstring ShotPath(const char *what)
                        std::string(locale ? locale : "C").substr(0, 5) + ".bmp";
     return std::wstring(name.begin(), name.end());
 }
+
+std::vector<BYTE> BmpFile24(int width, int height, const std::function<COLORREF(int x, int y)> &pixel)
+{
+    const int stride = (width * 3 + 3) & ~3;
+    std::vector<BYTE> b(54 + (size_t)stride * height, 0);
+    BITMAPFILEHEADER fh = {0x4D42, (DWORD)b.size(), 0, 0, 54};
+    BITMAPINFOHEADER ih = {};
+    ih.biSize = 40;
+    ih.biWidth = width;
+    ih.biHeight = height;
+    ih.biPlanes = 1;
+    ih.biBitCount = 24;
+    memcpy(b.data(), &fh, 14);
+    memcpy(b.data() + 14, &ih, 40);
+    for (int y = 0; y < height; y++)
+        for (int x = 0; x < width; x++) {
+            BYTE *p = b.data() + 54 + (size_t)y * stride + 3 * x;
+            COLORREF c = pixel(x, y);
+            p[0] = GetBValue(c), p[1] = GetGValue(c), p[2] = GetRValue(c);
+        }
+    return b;
+}

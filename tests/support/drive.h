@@ -82,3 +82,7 @@ bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &pat
 // Where a screenshot named `what` goes: the folder LF_SHOTS names (a Windows path), the
 // locale in the file's name. Screenshot tests skip themselves without LF_SHOTS.
 std::wstring ShotPath(const char *what);
+
+// The bytes of a 24-bit .bmp file, bottom row first as the format keeps it, each pixel from
+// `pixel(x, y)` (y counted in file order), as an "icons.bmp" beside the program is written.
+std::vector<BYTE> BmpFile24(int width, int height, const std::function<COLORREF(int x, int y)> &pixel);
