@@ -56,21 +56,7 @@ protected:
 // `script` with the sheet and the page from inside the sheet's modal loop.
 static INT_PTR RunCategoryPage(const std::function<void(HWND sheet, HWND page)> &script)
 {
-    PROPSHEETPAGEW psp = {};
-    psp.dwSize = sizeof psp;
-    psp.dwFlags = PSP_USETITLE;
-    psp.hInstance = GetModuleHandleW(nullptr);
-    psp.pszTemplate = MAKEINTRESOURCEW(IDD_CATEGORYPAGE);
-    psp.pfnDlgProc = CategoryPageProc;
-    psp.pszTitle = L"Category";
-    PROPSHEETHEADERW psh = {};
-    psh.dwSize = sizeof psh;
-    psh.dwFlags = PSH_PROPSHEETPAGE | PSH_NOAPPLYNOW;
-    psh.hwndParent = g_app.hwndMain;
-    psh.pszCaption = L"Lanternfields";
-    psh.nPages = 1;
-    psh.ppsp = &psp;
-    return RunScripted([&] { return (INT_PTR)PropertySheetW(&psh); },
+    return RunScripted([] { return ShowPageAlone(IDD_CATEGORYPAGE, CategoryPageProc, L"Category", g_app.hwndMain); },
                        [&](HWND sheet) { script(sheet, (HWND)SendMessageW(sheet, PSM_GETCURRENTPAGEHWND, 0, 0)); });
 }
 

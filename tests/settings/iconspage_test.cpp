@@ -68,22 +68,7 @@ static void ReloadSettings()
 // The page alone in a sheet, as the settings sheet will hold it.
 static INT_PTR RunIconsSheet()
 {
-    PROPSHEETPAGEW page = {};
-    page.dwSize = sizeof page;
-    page.dwFlags = PSP_USETITLE;
-    page.hInstance = GetModuleHandleW(nullptr);
-    page.pszTemplate = MAKEINTRESOURCEW(IDD_ICONSPAGE);
-    page.pfnDlgProc = IconsPageProc;
-    page.pszTitle = L"Icons";
-    PROPSHEETHEADERW sheet = {};
-    sheet.dwSize = sizeof sheet;
-    sheet.dwFlags = PSH_PROPSHEETPAGE | PSH_NOAPPLYNOW;
-    sheet.hwndParent = g_app.hwndMain;
-    sheet.hInstance = GetModuleHandleW(nullptr);
-    sheet.pszCaption = L"Lanternfields";
-    sheet.nPages = 1;
-    sheet.ppsp = &page;
-    return PropertySheetW(&sheet);
+    return ShowPageAlone(IDD_ICONSPAGE, IconsPageProc, L"Icons", g_app.hwndMain);
 }
 
 static HWND Page(HWND sheet)

@@ -1,6 +1,8 @@
 #include "drive.h"
 
+#include <commctrl.h>
 #include <cstdlib>
+#include <prsht.h>
 
 #include <gtest/gtest.h>
 
@@ -439,4 +441,24 @@ std::vector<BYTE> BmpFile24(int width, int height, const std::function<COLORREF(
             p[0] = GetBValue(c), p[1] = GetGValue(c), p[2] = GetRValue(c);
         }
     return b;
+}
+
+INT_PTR ShowPageAlone(WORD templateId, DLGPROC proc, const wchar_t *title, HWND owner)
+{
+    PROPSHEETPAGEW page = {};
+    page.dwSize = sizeof page;
+    page.dwFlags = PSP_USETITLE;
+    page.hInstance = GetModuleHandleW(nullptr);
+    page.pszTemplate = MAKEINTRESOURCEW(templateId);
+    page.pfnDlgProc = proc;
+    page.pszTitle = title;
+    PROPSHEETHEADERW sheet = {};
+    sheet.dwSize = sizeof sheet;
+    sheet.dwFlags = PSH_PROPSHEETPAGE | PSH_NOAPPLYNOW;
+    sheet.hwndParent = owner;
+    sheet.hInstance = GetModuleHandleW(nullptr);
+    sheet.pszCaption = L"Lanternfields";
+    sheet.nPages = 1;
+    sheet.ppsp = &page;
+    return PropertySheetW(&sheet);
 }

@@ -83,6 +83,10 @@ bool SaveScreenShot(std::initializer_list<HWND> windows, const std::wstring &pat
 // locale in the file's name. Screenshot tests skip themselves without LF_SHOTS.
 std::wstring ShotPath(const char *what);
 
+// Runs a property sheet holding one settings page alone, as the settings sheet holds it, owned
+// by `owner`; the sheet's result. Run it through RunScripted to act inside its modal loop.
+INT_PTR ShowPageAlone(WORD templateId, DLGPROC proc, const wchar_t *title, HWND owner);
+
 // The bytes of a 24-bit .bmp file, bottom row first as the format keeps it, each pixel from
 // `pixel(x, y)` (y counted in file order), as an "icons.bmp" beside the program is written.
 std::vector<BYTE> BmpFile24(int width, int height, const std::function<COLORREF(int x, int y)> &pixel);
