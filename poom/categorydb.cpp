@@ -166,13 +166,17 @@ bool WriteDeviceCategories(const std::vector<std::wstring>& list) {
 
 namespace {
 
+const int kRetries = 120;  // a minute of the watch's half seconds
+
 // A list that could not be written for a passing reason is tried again by RetryDeviceCategories.
-void WriteIndex(CategoryIndex& index) {
+void WriteIndex(CategoryIndex& index, bool byWatch = false) {
     std::vector<std::wstring> names;
     names.reserve(index.uses.size());
     for (const auto& use : index.uses) names.push_back(use.first);
     std::lock_guard<std::mutex> lock(g_syncLock);
-    index.unwritten = !WriteDeviceCategories(DeviceCategoryList(names)) && Passing(GetLastError());
+    bool unwritten = !WriteDeviceCategories(DeviceCategoryList(names)) && Passing(GetLastError());
+    if (unwritten && !byWatch) index.retriesLeft = kRetries;
+    index.unwritten = unwritten;
 }
 
 // Counts an appointment's names once each; true when a name came or went.
@@ -219,7 +223,9 @@ void RebuildDeviceCategories(CategoryIndex& index, const Store& store) {
 
 void RetryDeviceCategories(CategoryIndex& index) {
     std::lock_guard<std::mutex> lock(index.mu);
-    if (index.unwritten && !index.rebuilding) WriteIndex(index);
+    if (!index.unwritten || index.rebuilding || index.retriesLeft <= 0) return;
+    index.retriesLeft--;
+    WriteIndex(index, true);
 }
 
 void UpdateDeviceCategories(CategoryIndex& index, const Store& store, std::uint32_t oid) {

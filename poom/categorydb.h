@@ -42,6 +42,7 @@ struct CategoryIndex {
     std::map<std::wstring, int> uses;                           // a name's appointments
     bool rebuilding = false;
     bool unwritten = false;  // the last list could not be written: it is tried again
+    int retriesLeft = 0;     // by the watch, before it waits for the next change
     std::vector<std::uint32_t> touched;  // saved or deleted while the store was being read
 };
 
@@ -51,7 +52,9 @@ void RebuildDeviceCategories(CategoryIndex& index, const Store& store);
 // One appointment saved or deleted: the list is written when the set of names changed.
 void UpdateDeviceCategories(CategoryIndex& index, const Store& store, std::uint32_t oid);
 // The list written again when the last write failed (the object store held by another
-// program, a full disk); the calendar server's watch calls it every half second.
+// program); the calendar server's watch calls it every half second, for a minute at most, as a
+// file that stays refused (made read-only) is not worth opening twice a second for ever: the
+// next save or delete tries again.
 void RetryDeviceCategories(CategoryIndex& index);
 
 }  // namespace poom
