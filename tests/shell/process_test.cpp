@@ -4,7 +4,11 @@
 #include "resource.h"
 
 #include <gtest/gtest.h>
+#include <cstdio>
 #include <string>
+
+// Unbuffered, so a run that ends early still shows how far it came.
+static const int kUnbuffered = setvbuf(stdout, nullptr, _IONBF, 0);
 
 static std::wstring ProgramPath()
 {
