@@ -350,6 +350,8 @@ public:
     bool valid(EventId id) const;
     EventInfo info(EventId id) const;
     std::string uid(EventId id) const;
+    // The same without a copy; valid until the next change to the store.
+    std::string_view uidView(EventId id) const;
     std::string bytes(EventId id) const;  // the component's text as it would be written
     EventId findUid(std::string_view uid) const;  // the series master or single event
     std::vector<EventId> overridesOf(EventId series) const;

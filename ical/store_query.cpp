@@ -247,6 +247,11 @@ std::string Store::uid(EventId id) const
     return id < d_->evs.size() ? std::string(d_->uidOf(d_->evs[id])) : std::string();
 }
 
+std::string_view Store::uidView(EventId id) const
+{
+    return id < d_->evs.size() ? d_->uidOf(d_->evs[id]) : std::string_view();
+}
+
 std::string Store::bytes(EventId id) const
 {
     if (id >= d_->evs.size())

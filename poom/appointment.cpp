@@ -36,10 +36,11 @@ void Appointment::SetPattern(const Pattern& p) {
 
 void Appointment::OwnTextsLocked() {
     if (!item_.texts) return;
-    saved_.subject = item_.texts->subject;
-    saved_.location = item_.texts->location;
-    saved_.categories = item_.texts->categories;
-    saved_.body = item_.texts->body;
+    const Fields& texts = item_.texts->All();
+    saved_.subject = texts.subject;
+    saved_.location = texts.location;
+    saved_.categories = texts.categories;
+    saved_.body = texts.body;
     item_.OwnTexts();
 }
 

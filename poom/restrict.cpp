@@ -280,6 +280,11 @@ struct Restriction::Node {
         return false;
     }
 
+    bool AsksTexts() const {
+        if (type != Type::Cmp) return left->AsksTexts() || right->AsksTexts();
+        return prop == Prop::Subject || prop == Prop::Location || prop == Prop::Body;
+    }
+
     void Bounds(LocalSecs& lo, LocalSecs& hi) const {
         lo = INT64_MIN;
         hi = INT64_MAX;
@@ -525,6 +530,8 @@ bool Restriction::Parse(const std::wstring& text, const DatePicture& picture, st
 }
 
 bool Restriction::Matches(const RestrictRecord& r) const { return !root_ || root_->Eval(r); }
+
+bool Restriction::AsksTexts() const { return root_ && root_->AsksTexts(); }
 
 void Restriction::Bounds(LocalSecs& lo, LocalSecs& hi) const {
     if (!root_) {

@@ -119,24 +119,75 @@ bool Store::Reload(std::string& error) {
 }
 
 void Store::AssignOids() {
-    oidToUid_.clear();
-    uidToOid_.clear();
-    // One sorted list rather than a tree of every UID: a large store is
-    // opened with one sort instead of a node per event.
-    std::vector<std::string> uids;
-    uids.reserve(ical_->eventCount());
-    for (lfical::EventId id : ical_->events()) uids.push_back(ical_->uid(id));
-    std::sort(uids.begin(), uids.end());
-    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
-    // Sorted order makes collision resolution the same in every run: the
-    // smaller UID keeps the hash, the other moves on to a re-hash.
-    for (const auto& uid : uids) {
-        std::uint32_t oid = lfical::oidForUid(uid);
-        for (unsigned n = 1; oid == 0 || oidToUid_.count(oid); ++n)
-            oid = lfical::oidForUid(uid + "#" + std::to_string(n));
-        oidToUid_[oid] = uid;
-        uidToOid_[uid] = oid;
+    Forget();
+    oidEvent_.clear();
+    rehashed_.clear();
+    std::vector<lfical::EventId> ids = ical_->events();
+    oidOf_.assign(ids.empty() ? 0 : ids.back() + 1, 0);
+    // Each event under its UID's hash, which is its OID unless a smaller UID
+    // has the same hash. Sorted by hash, UIDs are compared only where hashes
+    // meet, and no UID is copied: a large store opens without a string or a
+    // tree node per event.
+    struct Keyed {
+        std::uint32_t hash;
+        lfical::EventId id;
+    };
+    std::vector<Keyed> keyed;
+    keyed.reserve(ids.size());
+    for (lfical::EventId id : ids) keyed.push_back({lfical::oidForUid(ical_->uidView(id)), id});
+    const lfical::Store& engine = *ical_;
+    std::sort(keyed.begin(), keyed.end(), [&engine](const Keyed& a, const Keyed& b) {
+        if (a.hash != b.hash) return a.hash < b.hash;
+        int c = engine.uidView(a.id).compare(engine.uidView(b.id));
+        return c != 0 ? c < 0 : a.id < b.id;
+    });
+    oidEvent_.reserve(keyed.size());
+    // A UID that lost its hash to a smaller one moves on to a re-hash, in
+    // order of UID, so every run gives it the same OID.
+    std::vector<std::pair<std::string, std::vector<lfical::EventId>>> moved;
+    for (size_t i = 0; i < keyed.size();) {
+        std::string_view uid = engine.uidView(keyed[i].id);
+        size_t j = i;
+        while (j < keyed.size() && keyed[j].hash == keyed[i].hash && engine.uidView(keyed[j].id) == uid) ++j;
+        std::uint32_t oid = keyed[i].hash;
+        if (oidEvent_.empty() || oidEvent_.back().first != oid) {
+            oidEvent_.emplace_back(oid, keyed[i].id);
+            for (size_t k = i; k < j; ++k) oidOf_[keyed[k].id] = oid;
+        } else {
+            moved.emplace_back(std::string(uid), std::vector<lfical::EventId>());
+            for (size_t k = i; k < j; ++k) moved.back().second.push_back(keyed[k].id);
+        }
+        i = j;
     }
+    std::sort(moved.begin(), moved.end());
+    for (auto& m : moved) {
+        std::uint32_t oid = 0;
+        for (unsigned n = 1; oid == 0 || EventOfOid(oid) != lfical::kNoEvent; ++n)
+            oid = lfical::oidForUid(m.first + "#" + std::to_string(n));
+        oidEvent_.insert(std::lower_bound(oidEvent_.begin(), oidEvent_.end(), std::make_pair(oid, lfical::EventId(0))),
+                         std::make_pair(oid, m.second.front()));
+        for (lfical::EventId id : m.second) oidOf_[id] = oid;
+        rehashed_.emplace_back(std::move(m.first), oid);
+    }
+}
+
+lfical::EventId Store::EventOfOid(std::uint32_t oid) const {
+    auto it = std::lower_bound(oidEvent_.begin(), oidEvent_.end(), std::make_pair(oid, lfical::EventId(0)));
+    return it != oidEvent_.end() && it->first == oid ? it->second : lfical::kNoEvent;
+}
+
+void Store::Forget() {
+    ++version_;
+    parts_.clear();
+}
+
+std::uint32_t Store::OidOfUid(const std::string& uid) const {
+    std::uint32_t oid = lfical::oidForUid(uid);
+    lfical::EventId id = EventOfOid(oid);
+    if (id != lfical::kNoEvent && ical_ && ical_->uidView(id) == uid) return oid;
+    for (const auto& r : rehashed_)
+        if (r.first == uid) return r.second;
+    return 0;
 }
 
 bool Store::ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& text,
@@ -192,9 +243,9 @@ bool Store::ExportCalendar(const std::vector<std::uint32_t>& oids, std::string& 
 
 lfical::EventId Store::Find(std::uint32_t oid) const {
     if (!ical_) return lfical::kNoEvent;
-    auto it = oidToUid_.find(oid);
-    if (it == oidToUid_.end()) return lfical::kNoEvent;
-    return ical_->findUid(it->second);
+    lfical::EventId id = EventOfOid(oid);
+    if (id == lfical::kNoEvent) return lfical::kNoEvent;
+    return ical_->findUid(ical_->uidView(id));
 }
 
 LocalSecs Store::ToLocal(const lfical::Time& t) const {
@@ -236,10 +287,12 @@ lfical::Time Store::FromLocal(LocalSecs s, const lfical::Time& like) const {
     return t;
 }
 
-void Store::FillFields(const lfical::EventInfo& info, Fields& f) const {
-    f.subject = WideFromUtf8(info.summary);
-    f.location = WideFromUtf8(info.location);
-    f.body = WideFromUtf8(info.description);
+void Store::FillFields(const lfical::EventInfo& info, Fields& f, bool texts) const {
+    if (texts) {
+        f.subject = WideFromUtf8(info.summary);
+        f.location = WideFromUtf8(info.location);
+        f.body = WideFromUtf8(info.description);
+    }
     f.categories = Categories(info.categories);
     f.allDay = info.allDay;
     f.busyStatus = static_cast<long>(info.busy);
@@ -256,8 +309,7 @@ ItemSnapshot Store::SnapshotOf(lfical::EventId id) const {
     s.f.end = ToLocal(info.end);
     if (s.f.end < s.f.start) s.f.end = s.f.start;
     s.recurring = info.recurring;
-    auto it = uidToOid_.find(info.uid);
-    s.oid = it == uidToOid_.end() ? 0 : it->second;
+    s.oid = OidOfUid(info.uid);
     s.originalStart = s.f.start;
     return s;
 }
@@ -273,9 +325,74 @@ ItemSnapshot Store::SnapshotOf(const lfical::Occurrence& o) const {
     s.isOccurrence = o.recurring;
     s.isOverride = o.event != o.series;
     s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : s.f.start;
-    auto it = uidToOid_.find(info.uid);
-    s.oid = it == uidToOid_.end() ? 0 : it->second;
+    s.oid = OidOfUid(info.uid);
     return s;
+}
+
+const Store::EventPart& Store::PartOf(lfical::EventId id) const {
+    if (id >= parts_.size()) parts_.resize(std::max<size_t>(id + 1, oidOf_.size()));
+    std::unique_ptr<EventPart>& kept = parts_[id];
+    if (kept) return *kept;
+    auto part = std::make_unique<EventPart>();
+    lfical::EventInfo info = ical_->info(id);
+    Fields f;
+    FillFields(info, f, false);
+    part->oid = id < oidOf_.size() ? oidOf_[id] : 0;
+    part->busyStatus = f.busyStatus;
+    part->sensitivity = f.sensitivity;
+    part->reminderSet = f.reminderSet;
+    part->reminderMinutes = f.reminderMinutes;
+    std::weak_ptr<const Store> self = weak_from_this();
+    if (self.expired()) {
+        // Not shared: nothing could read the texts later, so read them now.
+        FillFields(info, f);
+        part->texts = std::make_shared<EventTexts>(std::move(f));
+    } else {
+        part->texts = std::make_shared<EventTexts>(std::move(self), version_, id, part->oid, std::move(f.categories));
+    }
+    kept = std::move(part);
+    return *kept;
+}
+
+void Store::ReadTexts(const EventTexts& texts) const {
+    // The store's lock before the texts' own: a query that compares texts
+    // reads them under the store's lock too.
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::call_once(texts.once_, [&] {
+        lfical::EventId id = texts.version_ == version_ ? texts.id_ : Find(texts.oid_);
+        if (ical_ && id != lfical::kNoEvent && ical_->valid(id)) {
+            Fields f;
+            FillFields(ical_->info(id), f);
+            texts.f_.subject = std::move(f.subject);
+            texts.f_.location = std::move(f.location);
+            texts.f_.body = std::move(f.body);
+        }
+        texts.done_.store(true, std::memory_order_release);
+    });
+}
+
+EventTexts::EventTexts(Fields decoded) : f_(std::move(decoded)), done_(true) {}
+
+EventTexts::EventTexts(std::weak_ptr<const Store> store, std::uint64_t version, lfical::EventId id,
+                       std::uint32_t oid, std::wstring categories)
+    : store_(std::move(store)), version_(version), id_(id), oid_(oid) {
+    f_.categories = std::move(categories);
+}
+
+const Fields& EventTexts::All() const {
+    if (done_.load(std::memory_order_acquire)) return f_;
+    if (auto store = store_.lock()) {
+        store->ReadTexts(*this);
+    } else {
+        // The store is gone: there is nothing more to read.
+        std::call_once(once_, [this] { done_.store(true, std::memory_order_release); });
+    }
+    return f_;
+}
+
+const std::wstring& EventTexts::Text(std::wstring Fields::*m) const {
+    if (m == &Fields::categories) return f_.categories;
+    return All().*m;
 }
 
 std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
@@ -305,58 +422,56 @@ std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
             hi = std::min(hi, h);
         }
         if (lo > hi) return out;
-        // What every occurrence of an event shares is decoded once per
-        // event: its fields with their texts, its OID, and the record the
-        // restrictions test, of which only the times change per occurrence.
-        struct EventPart {
-            std::shared_ptr<Fields> fields;
-            RestrictRecord record;
-            std::uint32_t oid = 0;
-        };
-        std::unordered_map<lfical::EventId, EventPart> parts;
+        // What the occurrences of an event share is decoded once per event
+        // and kept (PartOf); the texts only when a restriction compares one.
+        bool asksTexts = false;
+        for (const Restriction* r : rs) asksTexts = asksTexts || r->AsksTexts();
         std::vector<lfical::Occurrence> occurrences =
             ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed);
         out.reserve(occurrences.size());
+        RestrictRecord rec;
+        lfical::EventId recFor = lfical::kNoEvent;
         for (const auto& o : occurrences) {
-            auto found = parts.find(o.event);
-            if (found == parts.end()) {
-                EventPart part;
-                lfical::EventInfo info = ical_->info(o.event);
-                part.fields = std::make_shared<Fields>();
-                FillFields(info, *part.fields);
-                auto it = uidToOid_.find(info.uid);
-                part.oid = it == uidToOid_.end() ? 0 : it->second;
-                ItemSnapshot like;
-                like.f = *part.fields;
-                like.oid = part.oid;
-                part.record = RecordOf(like);
-                found = parts.emplace(o.event, std::move(part)).first;
-            }
-            EventPart& part = found->second;
+            const EventPart& part = PartOf(o.event);
             LocalSecs start = FromCivil(o.start), end = FromCivil(std::max(o.start, o.end));
-            RestrictRecord& rec = part.record;
-            rec.start = start;
-            rec.end = end;
-            rec.allDay = o.allDay;
-            rec.isRecurring = o.recurring;
-            rec.duration = static_cast<long>((end - start) / 60);
-            if (!matches(rec)) continue;
-            ItemSnapshot s;
-            const Fields& f = *part.fields;
+            if (!rs.empty()) {
+                if (recFor != o.event) {
+                    recFor = o.event;
+                    rec.busyStatus = part.busyStatus;
+                    rec.sensitivity = part.sensitivity;
+                    rec.reminderSet = part.reminderSet;
+                    rec.reminderMinutes = part.reminderMinutes;
+                    rec.oid = static_cast<long>(part.oid);
+                    rec.categories = part.texts->Text(&Fields::categories);
+                    if (asksTexts) {
+                        const Fields& t = part.texts->All();
+                        rec.subject = t.subject;
+                        rec.location = t.location;
+                        rec.body = t.body;
+                    }
+                }
+                rec.start = start;
+                rec.end = end;
+                rec.allDay = o.allDay;
+                rec.isRecurring = o.recurring;
+                rec.duration = static_cast<long>((end - start) / 60);
+                if (!matches(rec)) continue;
+            }
+            out.emplace_back();
+            ItemSnapshot& s = out.back();
             s.f.start = start;
             s.f.end = end;
             s.f.allDay = o.allDay;
-            s.f.reminderSet = f.reminderSet;
-            s.f.busyStatus = f.busyStatus;
-            s.f.sensitivity = f.sensitivity;
-            s.f.reminderMinutes = f.reminderMinutes;
-            s.texts = part.fields;
+            s.f.reminderSet = part.reminderSet;
+            s.f.busyStatus = part.busyStatus;
+            s.f.sensitivity = part.sensitivity;
+            s.f.reminderMinutes = part.reminderMinutes;
+            s.texts = part.texts;
             s.recurring = o.recurring;
             s.isOccurrence = o.recurring;
             s.isOverride = o.event != o.series;
             s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : start;
             s.oid = part.oid;
-            out.push_back(std::move(s));
         }
         // The engine answers in order of start already; equal starts keep its order.
         if (!std::is_sorted(out.begin(), out.end(),
@@ -410,9 +525,9 @@ std::map<std::uint32_t, std::vector<std::wstring>> Store::CategoryNamesByItem() 
             if (!ical_->valid(ids[i])) continue;
             lfical::EventInfo info = ical_->info(ids[i]);
             if (info.categories.empty()) continue;
-            auto it = uidToOid_.find(info.uid);
-            if (it == uidToOid_.end()) continue;
-            AddCategoryNames(info, out[it->second]);
+            std::uint32_t oid = OidOfUid(info.uid);
+            if (!oid) continue;
+            AddCategoryNames(info, out[oid]);
         }
     }
     return out;
@@ -457,7 +572,7 @@ std::vector<ExceptionInfo> Store::Exceptions(std::uint32_t oid) const {
         ExceptionInfo e;
         e.originalStart = ToLocal(info.recurrenceId);
         e.item = SnapshotOf(ov);
-        e.item.oid = uidToOid_.count(series.uid) ? uidToOid_.at(series.uid) : 0;
+        e.item.oid = OidOfUid(series.uid);
         e.item.isOccurrence = e.item.isOverride = e.item.recurring = true;
         e.item.originalStart = e.originalStart;
         out.push_back(e);
@@ -561,6 +676,7 @@ bool FieldsEqual(const Fields& a, const Fields& b) {
 bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
                      std::string& error, const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
+    Forget();
     if (!ical_) {
         error = "no store open";
         return false;
@@ -618,12 +734,12 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     }
     std::string uid = ical_->uid(id);
     if (!Persist(uid, error)) return false;
-    auto it = uidToOid_.find(uid);
-    if (it == uidToOid_.end()) {
+    std::uint32_t saved = OidOfUid(uid);
+    if (!saved) {
         error = "the saved appointment is missing";
         return false;
     }
-    oid = it->second;
+    oid = saved;
     return true;
 }
 
@@ -669,6 +785,7 @@ bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart,
 
 bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
+    Forget();
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -711,6 +828,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
 
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
+    Forget();
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -726,6 +844,7 @@ bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
 
 bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
+    Forget();
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -745,13 +864,13 @@ bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::st
 
 size_t Store::Count() const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
-    return oidToUid_.size();
+    return oidEvent_.size();
 }
 
 std::string Store::UidOf(std::uint32_t oid) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
-    auto it = oidToUid_.find(oid);
-    return it == oidToUid_.end() ? std::string() : it->second;
+    lfical::EventId id = EventOfOid(oid);
+    return id == lfical::kNoEvent || !ical_ ? std::string() : ical_->uid(id);
 }
 
 std::vector<std::string> Store::LastConflicts() const {

@@ -5,10 +5,12 @@
 // it is tested natively as well as under Wine.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -60,6 +62,38 @@ struct Fields {
 
 bool FieldsEqual(const Fields& a, const Fields& b);
 
+class Store;
+
+// The texts of one event as a query found it, shared by all its
+// occurrences. The categories come with the query (the month view reads
+// them for every appointment); the subject, location and notes are read
+// from the store the first time anyone asks, since most walks never do.
+class EventTexts {
+public:
+    // Texts already decoded.
+    explicit EventTexts(Fields decoded);
+    // Texts to be read from the event `id` of the store as it was at
+    // `version`; after a change, from the appointment `oid` as it is now.
+    EventTexts(std::weak_ptr<const Store> store, std::uint64_t version, lfical::EventId id, std::uint32_t oid,
+               std::wstring categories);
+    EventTexts(const EventTexts&) = delete;
+    EventTexts& operator=(const EventTexts&) = delete;
+
+    const std::wstring& Text(std::wstring Fields::*m) const;
+    // Subject, location, categories and notes, all decoded.
+    const Fields& All() const;
+
+private:
+    friend class Store;
+    mutable std::once_flag once_;
+    mutable Fields f_;
+    mutable std::atomic<bool> done_{false};
+    std::weak_ptr<const Store> store_;
+    std::uint64_t version_ = 0;
+    lfical::EventId id_ = lfical::kNoEvent;
+    std::uint32_t oid_ = 0;
+};
+
 // What a query answers: a snapshot of one appointment or one occurrence.
 struct ItemSnapshot {
     std::uint32_t oid = 0;       // the series' OID for an occurrence
@@ -68,19 +102,19 @@ struct ItemSnapshot {
     LocalSecs originalStart = 0; // the occurrence's start before any change
     bool recurring = false;
     Fields f;
-    // From QueryItems: the texts (subject, location, categories, body) of
-    // the event, decoded once and shared by all its occurrences; f's texts
-    // are then empty. Null when f holds them.
-    std::shared_ptr<const Fields> texts;
+    // From QueryItems: the texts of the event, shared by all its
+    // occurrences; f's texts are then empty. Null when f holds them.
+    std::shared_ptr<const EventTexts> texts;
 
-    const std::wstring& Text(std::wstring Fields::*m) const { return texts ? (*texts).*m : f.*m; }
+    const std::wstring& Text(std::wstring Fields::*m) const { return texts ? texts->Text(m) : f.*m; }
     // Makes the shared texts f's own.
     void OwnTexts() {
         if (!texts) return;
-        f.subject = texts->subject;
-        f.location = texts->location;
-        f.categories = texts->categories;
-        f.body = texts->body;
+        const Fields& all = texts->All();
+        f.subject = all.subject;
+        f.location = all.location;
+        f.categories = all.categories;
+        f.body = all.body;
         texts.reset();
     }
 };
@@ -95,7 +129,7 @@ RestrictRecord RecordOf(const ItemSnapshot& s);
 
 // The open store. Every member takes one lock, so the UI thread and the
 // rendering thread may call at once.
-class Store {
+class Store : public std::enable_shared_from_this<Store> {
 public:
     // local: the machine's zone; zoned and UTC times are shown in it.
     explicit Store(lfical::Zone local);
@@ -155,7 +189,26 @@ public:
     std::vector<std::string> LastConflicts() const;
     std::string UidOf(std::uint32_t oid) const;
 
+    // Fills in the subject, location and notes of texts: from its event if
+    // the store has not changed since, else from its appointment as it is now.
+    void ReadTexts(const EventTexts& texts) const;
+
 private:
+    // What every occurrence of one event shares, kept until the store changes:
+    // a month walk meets the same series again in the next month.
+    struct EventPart {
+        std::uint32_t oid = 0;
+        long busyStatus = 0, sensitivity = 0, reminderMinutes = 0;
+        bool reminderSet = false;
+        std::shared_ptr<const EventTexts> texts;
+    };
+    const EventPart& PartOf(lfical::EventId id) const;
+    // Every change to the store goes through here first: what was kept of
+    // the old events no longer holds.
+    void Forget();
+    std::uint32_t OidOfUid(const std::string& uid) const;
+    lfical::EventId EventOfOid(std::uint32_t oid) const;
+
     lfical::EventId Find(std::uint32_t oid) const;
     // The occurrence of a series that originally starts at originalStart and
     // has not been changed on its own (it may follow a change to it and all
@@ -174,15 +227,22 @@ private:
     ItemSnapshot SnapshotOf(const lfical::Occurrence& o) const;
     LocalSecs ToLocal(const lfical::Time& t) const;
     lfical::Time FromLocal(LocalSecs s, const lfical::Time& like) const;
-    void FillFields(const lfical::EventInfo& info, Fields& f) const;
+    // texts false leaves the subject, location and notes out.
+    void FillFields(const lfical::EventInfo& info, Fields& f, bool texts = true) const;
 
     mutable std::recursive_mutex mu_;
     lfical::Zone local_;
     std::unique_ptr<lfical::Store> ical_;
     std::string path_;
     bool directory_ = false;
-    std::map<std::uint32_t, std::string> oidToUid_;
-    std::map<std::string, std::uint32_t> uidToOid_;
+    // Each OID with an event of its UID, in order of OID; the UIDs whose OID
+    // is not their hash; each event's OID by its id (the overrides' is their
+    // series').
+    std::vector<std::pair<std::uint32_t, lfical::EventId>> oidEvent_;
+    std::vector<std::pair<std::string, std::uint32_t>> rehashed_;
+    std::vector<std::uint32_t> oidOf_;
+    std::uint64_t version_ = 0;
+    mutable std::vector<std::unique_ptr<EventPart>> parts_;
     std::vector<std::string> conflicts_;
 };
 

@@ -517,3 +517,72 @@ TEST(Store, ExportCarriesASeriesWholeWithItsZone) {
     EXPECT_FALSE(store.ExportCalendar({oid, 12345u}, text, error));
     EXPECT_NE(error.find("12345"), std::string::npos) << error;
 }
+
+// A walk reads the texts of an appointment only when asked: what it then
+// reads is the appointment's, whenever it asks and whatever happened since.
+TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
+    auto event = [](const std::string& uid, const std::string& day, const std::string& subject) {
+        return "BEGIN:VEVENT\r\nUID:" + uid + "\r\nDTSTAMP:20300101T000000Z\r\nDTSTART:203001" + day +
+               "T100000\r\nDTEND:203001" + day + "T110000\r\nSUMMARY:" + subject +
+               "\r\nLOCATION:Room " + day + "\r\nDESCRIPTION:Notes\\, of " + subject +
+               "\r\nCATEGORIES:Work,Late\r\nEND:VEVENT\r\n";
+    };
+    // Two UIDs with one hash: the smaller keeps it as its OID, the other
+    // moves on, the same in every run.
+    const std::string first = "uid-522789@collide", second = "uid-739192@collide";
+    ASSERT_EQ(lfical::oidForUid(first), lfical::oidForUid(second));
+    TempDir dir;
+    WriteFile(dir / "cal.ics", "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//t//EN\r\n" +
+                                   event(second, "06", "Second") + event(first, "05", "First") +
+                                   event("kept", "07", "Kept") + event("gone", "08", "Gone") + "END:VCALENDAR\r\n");
+    auto store = std::make_shared<Store>(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store->Open((dir / "cal.ics").string(), false, error)) << error;
+    auto items = store->QueryItems(true, {});
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[0].oid, lfical::oidForUid(first));
+    EXPECT_EQ(items[1].oid, lfical::oidForUid(second + "#1"));
+    ItemSnapshot got;
+    ASSERT_TRUE(store->Get(items[1].oid, got));
+    EXPECT_EQ(got.f.subject, L"Second");
+    EXPECT_EQ(store->UidOf(items[1].oid), second);
+    EXPECT_EQ(store->Count(), 4u);
+
+    // Categories come with the query; the rest is read on demand.
+    EXPECT_EQ(items[0].Text(&Fields::categories), L"Work, Late");
+    EXPECT_EQ(items[0].Text(&Fields::subject), L"First");
+    EXPECT_EQ(items[0].Text(&Fields::location), L"Room 05");
+    EXPECT_EQ(items[0].Text(&Fields::body), L"Notes, of First");
+
+    // A restriction on a text finds by it.
+    Restriction bySubject;
+    ASSERT_TRUE(bySubject.Parse(L"[Subject] = \"Kept\"", DatePicture(L"M/d/yyyy"), &error)) << error;
+    auto kept = store->QueryItems(true, {&bySubject});
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(kept[0].Text(&Fields::location), L"Room 07");
+
+    // Changed before its texts were read: the appointment as it is now.
+    Fields f = items[2].f;
+    items[2].texts->All();  // read before the change: kept as read
+    f.subject = L"Kept, renamed";
+    f.location = L"Room 7";
+    f.body = L"";
+    std::uint32_t oid = items[2].oid;
+    ItemSnapshot keptBefore = items[2];
+    ASSERT_TRUE(store->SaveItem(oid, f, nullptr, false, error)) << error;
+    EXPECT_EQ(keptBefore.Text(&Fields::subject), L"Kept");
+    ItemSnapshot unread = store->QueryItems(true, {})[2];
+    ASSERT_TRUE(store->SaveItem(oid, f, nullptr, false, error)) << error;
+    EXPECT_EQ(unread.Text(&Fields::subject), L"Kept, renamed");
+    EXPECT_EQ(unread.Text(&Fields::location), L"Room 7");
+
+    // Deleted, or the store closed, before they were read: empty, not a crash.
+    ItemSnapshot deleted = store->QueryItems(true, {})[3], closed = store->QueryItems(true, {})[0];
+    ASSERT_TRUE(store->DeleteItem(deleted.oid, error)) << error;
+    EXPECT_EQ(deleted.Text(&Fields::subject), L"");
+    EXPECT_EQ(deleted.Text(&Fields::categories), L"Work, Late");
+    store.reset();
+    EXPECT_EQ(closed.Text(&Fields::subject), L"");
+    closed.OwnTexts();
+    EXPECT_EQ(closed.f.categories, L"Work, Late");
+}
