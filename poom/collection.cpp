@@ -57,7 +57,7 @@ public:
         HRESULT hr = Refresh();
         if (FAILED(hr)) return hr;
         if (i < 1 || static_cast<size_t>(i) > items_.size()) return E_INVALIDARG;
-        *pp = new (std::nothrow) Appointment(origin_, items_[i - 1]);
+        *pp = new (std::nothrow) Appointment(origin_, items_[i - 1].Snapshot());
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE Remove(int i) override {
@@ -120,27 +120,27 @@ public:
     HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
 
 private:
-    std::vector<ItemSnapshot> Compute(const Store& store, const Restriction* extra) const {
+    std::vector<FoundItem> Compute(const Store& store, const Restriction* extra) const {
         std::vector<const Restriction*> rs;
         for (const auto& r : restrictions_) rs.push_back(r.get());
         if (extra) rs.push_back(extra);
-        std::vector<ItemSnapshot> list = store.QueryItems(include_, rs);
+        std::vector<FoundItem> list = store.QueryItems(include_, rs);
         // With recurrences the store answers in order of start: sorting
         // again by start would change nothing.
         bool inOrder = include_ && sort_ == SortKey::Start && !descending_;
         if (sort_ != SortKey::None && !inOrder) {
             SortKey key = sort_;
             bool desc = descending_;
-            std::stable_sort(list.begin(), list.end(), [key, desc](const ItemSnapshot& a, const ItemSnapshot& b) {
-                const ItemSnapshot& x = desc ? b : a;
-                const ItemSnapshot& y = desc ? a : b;
+            std::stable_sort(list.begin(), list.end(), [key, desc](const FoundItem& a, const FoundItem& b) {
+                const FoundItem& x = desc ? b : a;
+                const FoundItem& y = desc ? a : b;
                 switch (key) {
-                case SortKey::End: return x.f.end < y.f.end;
+                case SortKey::End: return x.end < y.end;
                 case SortKey::Subject: return x.Text(&Fields::subject) < y.Text(&Fields::subject);
                 case SortKey::Location: return x.Text(&Fields::location) < y.Text(&Fields::location);
                 case SortKey::Categories: return x.Text(&Fields::categories) < y.Text(&Fields::categories);
-                case SortKey::Duration: return x.f.end - x.f.start < y.f.end - y.f.start;
-                default: return x.f.start < y.f.start;
+                case SortKey::Duration: return x.end - x.start < y.end - y.start;
+                default: return x.start < y.start;
                 }
             });
         }
@@ -151,7 +151,7 @@ private:
         if (!store) return kNotLoggedOn;
         unsigned gen = origin_.session().Generation();
         if (gen != generation_) {
-            items_ = infrared_ ? std::vector<ItemSnapshot>() : Compute(*store, nullptr);
+            items_ = infrared_ ? std::vector<FoundItem>() : Compute(*store, nullptr);
             generation_ = gen;
         }
         return S_OK;
@@ -159,8 +159,9 @@ private:
     HRESULT NextLocked(IDispatch** pp) {
         // Nothing (more) found: no item, and not an error.
         if (cursor_ >= found_.size()) return S_OK;
-        // Each found item is handed out once: the appointment takes it over.
-        *pp = new (std::nothrow) Appointment(origin_, std::move(found_[cursor_++]));
+        // Each found item is handed out once, and let go of then.
+        FoundItem found = std::move(found_[cursor_++]);
+        *pp = new (std::nothrow) Appointment(origin_, found.Snapshot());
         return *pp ? S_OK : E_OUTOFMEMORY;
     }
 
@@ -172,8 +173,8 @@ private:
     SortKey sort_ = SortKey::None;
     bool descending_ = false;
     unsigned generation_ = ~0u;
-    std::vector<ItemSnapshot> items_;
-    std::vector<ItemSnapshot> found_;
+    std::vector<FoundItem> items_;
+    std::vector<FoundItem> found_;
     size_t cursor_ = 0;
 };
 

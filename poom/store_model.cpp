@@ -397,15 +397,36 @@ const std::wstring& EventTexts::Text(std::wstring Fields::*m) const {
 
 std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
                                        const std::vector<const Restriction*>& rs) const {
-    std::vector<ItemSnapshot> out = QueryItems(includeRecurrences, rs);
-    for (auto& s : out) s.OwnTexts();
+    std::vector<ItemSnapshot> out;
+    for (const FoundItem& found : QueryItems(includeRecurrences, rs)) {
+        out.push_back(found.Snapshot());
+        out.back().OwnTexts();
+    }
     return out;
 }
 
-std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
-                                            const std::vector<const Restriction*>& rs) const {
+ItemSnapshot FoundItem::Snapshot() const {
+    ItemSnapshot s;
+    s.oid = oid;
+    s.isOccurrence = recurring;
+    s.isOverride = isOverride;
+    s.originalStart = originalStart;
+    s.recurring = recurring;
+    s.f.start = start;
+    s.f.end = end;
+    s.f.allDay = allDay;
+    s.f.reminderSet = reminderSet;
+    s.f.busyStatus = busyStatus;
+    s.f.sensitivity = sensitivity;
+    s.f.reminderMinutes = reminderMinutes;
+    s.texts = texts;
+    return s;
+}
+
+std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
+                                         const std::vector<const Restriction*>& rs) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
-    std::vector<ItemSnapshot> out;
+    std::vector<FoundItem> out;
     if (!ical_) return out;
     auto matches = [&rs](const RestrictRecord& rec) {
         for (const Restriction* r : rs)
@@ -458,31 +479,41 @@ std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
                 if (!matches(rec)) continue;
             }
             out.emplace_back();
-            ItemSnapshot& s = out.back();
-            s.f.start = start;
-            s.f.end = end;
-            s.f.allDay = o.allDay;
-            s.f.reminderSet = part.reminderSet;
-            s.f.busyStatus = part.busyStatus;
-            s.f.sensitivity = part.sensitivity;
-            s.f.reminderMinutes = part.reminderMinutes;
+            FoundItem& s = out.back();
+            s.start = start;
+            s.end = end;
+            s.allDay = o.allDay;
+            s.reminderSet = part.reminderSet;
+            s.busyStatus = part.busyStatus;
+            s.sensitivity = part.sensitivity;
+            s.reminderMinutes = part.reminderMinutes;
             s.texts = part.texts;
             s.recurring = o.recurring;
-            s.isOccurrence = o.recurring;
             s.isOverride = o.event != o.series;
             s.originalStart = o.recurring ? ToLocal(o.recurrenceId) : start;
             s.oid = part.oid;
         }
         // The engine answers in order of start already; equal starts keep its order.
-        if (!std::is_sorted(out.begin(), out.end(),
-                            [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; }))
-            std::stable_sort(out.begin(), out.end(),
-                             [](const ItemSnapshot& a, const ItemSnapshot& b) { return a.f.start < b.f.start; });
+        auto byStart = [](const FoundItem& a, const FoundItem& b) { return a.start < b.start; };
+        if (!std::is_sorted(out.begin(), out.end(), byStart)) std::stable_sort(out.begin(), out.end(), byStart);
     } else {
         for (lfical::EventId id : ical_->events()) {
             if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
             ItemSnapshot s = SnapshotOf(id);
-            if (matches(RecordOf(s))) out.push_back(std::move(s));
+            if (!matches(RecordOf(s))) continue;
+            FoundItem found;
+            found.start = s.f.start;
+            found.end = s.f.end;
+            found.originalStart = s.originalStart;
+            found.oid = s.oid;
+            found.busyStatus = s.f.busyStatus;
+            found.sensitivity = s.f.sensitivity;
+            found.reminderMinutes = s.f.reminderMinutes;
+            found.allDay = s.f.allDay;
+            found.recurring = s.recurring;
+            found.reminderSet = s.f.reminderSet;
+            found.texts = std::make_shared<EventTexts>(std::move(s.f));
+            out.push_back(std::move(found));
         }
     }
     return out;

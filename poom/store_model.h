@@ -119,6 +119,21 @@ struct ItemSnapshot {
     }
 };
 
+// One item a query found, small enough that a walk over thousands stays in
+// the heap's ordinary blocks: what every reader asks (times, busy status)
+// and the texts shared with its event. It becomes a whole snapshot only
+// when it is handed out.
+struct FoundItem {
+    LocalSecs start = 0, end = 0, originalStart = 0;
+    std::shared_ptr<const EventTexts> texts;
+    std::uint32_t oid = 0;
+    std::int32_t busyStatus = 0, sensitivity = 0, reminderMinutes = 0;
+    bool allDay = false, recurring = false, isOverride = false, reminderSet = false;
+
+    const std::wstring& Text(std::wstring Fields::*m) const { return texts->Text(m); }
+    ItemSnapshot Snapshot() const;
+};
+
 struct ExceptionInfo {
     LocalSecs originalStart = 0;
     bool deleted = false;
@@ -147,9 +162,9 @@ public:
     // start order when recurrences are included, else in store order.
     std::vector<ItemSnapshot> Query(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
     // The same, each item's texts shared with the other occurrences of its
-    // event (ItemSnapshot::texts): what a collection walks, where most
+    // event (FoundItem::texts): what a collection walks, where most
     // readers never ask for a text.
-    std::vector<ItemSnapshot> QueryItems(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
+    std::vector<FoundItem> QueryItems(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
     bool Get(std::uint32_t oid, ItemSnapshot& out) const;
     bool GetPattern(std::uint32_t oid, Pattern& out) const;
     std::vector<ExceptionInfo> Exceptions(std::uint32_t oid) const;

@@ -562,27 +562,29 @@ TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
     EXPECT_EQ(kept[0].Text(&Fields::location), L"Room 07");
 
     // Changed before its texts were read: the appointment as it is now.
-    Fields f = items[2].f;
-    items[2].texts->All();  // read before the change: kept as read
+    ItemSnapshot whole = items[2].Snapshot();
+    whole.OwnTexts();  // read before the change: kept as read
+    Fields f = whole.f;
     f.subject = L"Kept, renamed";
     f.location = L"Room 7";
     f.body = L"";
     std::uint32_t oid = items[2].oid;
-    ItemSnapshot keptBefore = items[2];
+    FoundItem keptBefore = items[2];
     ASSERT_TRUE(store->SaveItem(oid, f, nullptr, false, error)) << error;
     EXPECT_EQ(keptBefore.Text(&Fields::subject), L"Kept");
-    ItemSnapshot unread = store->QueryItems(true, {})[2];
+    FoundItem unread = store->QueryItems(true, {})[2];
     ASSERT_TRUE(store->SaveItem(oid, f, nullptr, false, error)) << error;
     EXPECT_EQ(unread.Text(&Fields::subject), L"Kept, renamed");
     EXPECT_EQ(unread.Text(&Fields::location), L"Room 7");
 
     // Deleted, or the store closed, before they were read: empty, not a crash.
-    ItemSnapshot deleted = store->QueryItems(true, {})[3], closed = store->QueryItems(true, {})[0];
+    FoundItem deleted = store->QueryItems(true, {})[3], closed = store->QueryItems(true, {})[0];
     ASSERT_TRUE(store->DeleteItem(deleted.oid, error)) << error;
     EXPECT_EQ(deleted.Text(&Fields::subject), L"");
     EXPECT_EQ(deleted.Text(&Fields::categories), L"Work, Late");
     store.reset();
     EXPECT_EQ(closed.Text(&Fields::subject), L"");
-    closed.OwnTexts();
-    EXPECT_EQ(closed.f.categories, L"Work, Late");
+    ItemSnapshot closedWhole = closed.Snapshot();
+    closedWhole.OwnTexts();
+    EXPECT_EQ(closedWhole.f.categories, L"Work, Late");
 }
