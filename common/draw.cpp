@@ -101,18 +101,20 @@ void StartPassProgress()
     g_progressShown = false;
 }
 
-void ShowPassProgress()
+void ShowPassProgress(void (*drawPending)())
 {
     static LARGE_INTEGER frequency;
     if (!frequency.QuadPart)
         QueryPerformanceFrequency(&frequency);
     LARGE_INTEGER now;
     QueryPerformanceCounter(&now);
-    GdiFlush();
     LARGE_INTEGER &last = g_lastProgress;
     if (!g_progressShown ||
         (double)(now.QuadPart - last.QuadPart) * 1000.0 >= kProgressIntervalMs * (double)frequency.QuadPart) {
         g_progressShown = true;
+        if (drawPending)
+            drawPending();
+        GdiFlush();
         InvalidateRect(g_app.hwndMain, nullptr, FALSE);
         last = now;
     }

@@ -88,11 +88,12 @@ bool PassAbandoned();
 // Makes a pass that is drawing stop at its next check, unshown; a pass
 // that has finished stays shown.
 void AbandonPass();
-// What the pass has drawn so far becomes visible: the drawing is flushed
-// into the back buffer's pixels and the main window asked to copy them,
-// at once for the first appointment of a pass and after that at most
-// every few milliseconds.
-void ShowPassProgress();
+// What the pass has drawn so far becomes visible: drawPending (when given)
+// draws what the pass has kept back, the drawing is flushed into the back
+// buffer's pixels and the main window asked to copy them, at once for the
+// first appointment of a pass and after that at most every few
+// milliseconds.
+void ShowPassProgress(void (*drawPending)() = nullptr);
 // A pass begins: its first progress is shown at once.
 void StartPassProgress();
 // Test seam: when set, ShowPassProgress calls it after each appointment a pass draws.

@@ -50,6 +50,12 @@ static struct {
     int cellIconCount[CELLS];
     unsigned char iconDrawn[ICON_SLOTS][CELLS];
     unsigned char boxDrawn[CELLS];
+    unsigned char allDayDrawn[CELLS];
+    // The schedule bars drawn since the last flush, pixel by pixel in the
+    // order they were drawn, so a cell's bars reach the DC as a few runs of
+    // colour rather than a rectangle per appointment and overlap.
+    COLORREF barPixel[CELLS][BAR_PIXELS + 1];
+    unsigned char barPending[CELLS];
     float bandA, bandB, bandC, bandD;
     int prevCell;
     float prevEnd;
@@ -73,16 +79,47 @@ static void DrawBox(HDC dc, int row, int column)
     DrawCellRect(dc, x + 5, y + 84, x + 5 + 28, y + 84 + 6, kBoxBorder, kBoxFill);
 }
 
-// The part of the schedule from p1 to p2 (0-27), at least one pixel wide.
-static void DrawBar(HDC dc, int row, int column, int p1, int p2, COLORREF colour)
+static const COLORREF kNoBar = CLR_INVALID;
+
+// The part of the schedule from p1 to p2 (0-27), at least one pixel wide,
+// over what the cell's bars had there; drawn at the next flush.
+static void DrawBar(int cell, int p1, int p2, COLORREF colour)
 {
-    int left = CellLeft(column) + 6 + p1, top = CellTop(row) + 85;
     int width = p2 - p1 > 1 ? p2 - p1 : 1;
-    DrawCellRect(dc, left, top, left + width, top + 5, colour, colour);
+    COLORREF *pixel = g_pass.barPixel[cell];
+    for (int p = p1 < 0 ? 0 : p1; p < p1 + width && p <= BAR_PIXELS; p++)
+        pixel[p] = colour;
+    g_pass.barPending[cell] = 1;
 }
 
-static void DrawAllDayLine(HDC dc, int row, int column)
+// Draws the bars of every cell that has new ones, each run of one colour
+// as one rectangle: the pixels are those of the bars drawn one by one.
+static void FlushBars()
 {
+    HDC dc = g_pass.dc;
+    for (int cell = 0; cell < CELLS; cell++) {
+        if (!g_pass.barPending[cell])
+            continue;
+        g_pass.barPending[cell] = 0;
+        const COLORREF *pixel = g_pass.barPixel[cell];
+        int left = CellLeft(cell % GRID_COLS) + 6, top = CellTop(cell / GRID_COLS) + 85;
+        for (int p = 0; p <= BAR_PIXELS;) {
+            int end = p + 1;
+            while (end <= BAR_PIXELS && pixel[end] == pixel[p])
+                end++;
+            if (pixel[p] != kNoBar)
+                DrawCellRect(dc, left + p, top, left + end, top + 5, pixel[p], pixel[p]);
+            p = end;
+        }
+    }
+}
+
+static void DrawAllDayLine(HDC dc, int cell, int row, int column)
+{
+    // Every all-day appointment of the day draws the same line.
+    if (g_pass.allDayDrawn[cell])
+        return;
+    g_pass.allDayDrawn[cell] = 1;
     int x = CellLeft(column), y = CellTop(row);
     COLORREF colour = g_app.settings.alldaycolor;
     DrawCellRect(dc, x + 5, y + 82, x + 5 + 28, y + 82 + 2, colour, colour);
@@ -246,12 +283,12 @@ static void PlaceTimedDay(HDC dc, float t1, float t2, int day, int firstDay, int
         DrawBox(dc, row, column);
         g_pass.boxDrawn[cell] = 1;
     }
-    DrawBar(dc, row, column, p1, p2, kBusy);
+    DrawBar(cell, p1, p2, kBusy);
     // Appointments come in order of start, so one that starts before the
     // previous one in this day ended overlaps it up to that end.
     bool overlap = g_pass.prevCell == cell && g_pass.prevEnd > t1;
     if (overlap)
-        DrawBar(dc, row, column, p1, EndPixel(g_pass.prevEnd), kOverlap);
+        DrawBar(cell, p1, EndPixel(g_pass.prevEnd), kOverlap);
     g_pass.prevCell = cell;
     if (!overlap)
         g_pass.prevEnd = t2;
@@ -280,7 +317,7 @@ static void PlaceAppointment(HDC dc, const AppointmentTimes &t, const WCHAR *cat
         }
         if (t.allDay) {
             if (counts) {
-                DrawAllDayLine(dc, row, column);
+                DrawAllDayLine(dc, cell, row, column);
                 if (!g_pass.boxDrawn[cell]) {
                     DrawBox(dc, row, column);
                     g_pass.boxDrawn[cell] = 1;
@@ -321,7 +358,7 @@ static int VisitAppointment(IAppointment *item, void *)
     }
     PlaceAppointment(g_pass.dc, t, categories ? categories : L"");
     FreeStoreString(categories);
-    ShowPassProgress();
+    ShowPassProgress(FlushBars);
     return 1;
 }
 
@@ -377,6 +414,11 @@ static int RunPass(HDC dc, int month, int year, int mode)
     memset(g_pass.cellIconCount, 0, sizeof(g_pass.cellIconCount));
     memset(g_pass.iconDrawn, 0, sizeof(g_pass.iconDrawn));
     memset(g_pass.boxDrawn, 0, sizeof(g_pass.boxDrawn));
+    memset(g_pass.allDayDrawn, 0, sizeof(g_pass.allDayDrawn));
+    memset(g_pass.barPending, 0, sizeof(g_pass.barPending));
+    for (auto &pixels : g_pass.barPixel)
+        for (COLORREF &p : pixels)
+            p = kNoBar;
     // The boundaries of this pass, from the settings as they are now.
     g_pass.bandA = (float)SlotDayFraction((int)s.timeA);
     g_pass.bandB = (float)SlotDayFraction((int)s.timeB);
@@ -400,6 +442,7 @@ static int RunPass(HDC dc, int month, int year, int mode)
         if (!QueryAppointments(q.from, q.to, q.tmpl, VisitAppointment, nullptr, QUERY_RENDERING))
             return 0;
     }
+    FlushBars();
     return 1;
 }
 

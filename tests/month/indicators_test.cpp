@@ -572,7 +572,8 @@ TEST_F(Indicators, FebruaryOfACenturyYear)
     }
 }
 
-// The pass held after its third appointment, through the test seam.
+// A slow store, through the test seam: each appointment takes a little
+// longer than a screen refresh, and the pass is held after its third.
 static HANDLE g_held, g_release;
 static LONG g_appointmentsDrawn;
 static void HoldAfterThird()
@@ -580,12 +581,14 @@ static void HoldAfterThird()
     if (InterlockedIncrement(&g_appointmentsDrawn) == 3) {
         SetEvent(g_held);
         WaitForSingleObject(g_release, 10000);
+    } else {
+        Sleep(20);
     }
 }
 
-// A paint in the middle of a pass copies what the pass has drawn so far,
-// so the month fills in appointment by appointment and a window uncovered
-// during a pass is not left blank.
+// A paint in the middle of a slow pass copies what the pass has drawn so
+// far, so the month fills in appointment by appointment and a window
+// uncovered during a pass is not left blank.
 TEST_F(Indicators, PaintDuringAPassShowsItSoFar)
 {
     Show(1, 2031);
