@@ -282,7 +282,7 @@ struct Restriction::Node {
 
     bool AsksTexts() const {
         if (type != Type::Cmp) return left->AsksTexts() || right->AsksTexts();
-        return prop == Prop::Subject || prop == Prop::Location || prop == Prop::Body;
+        return prop == Prop::Subject || prop == Prop::Location || prop == Prop::Body || prop == Prop::Categories;
     }
 
     void Bounds(LocalSecs& lo, LocalSecs& hi) const {

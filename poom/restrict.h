@@ -72,8 +72,8 @@ public:
     // end at or after lo and start at or before hi. Lets recurring
     // appointments be expanded only over the span asked for.
     void Bounds(LocalSecs& lo, LocalSecs& hi) const;
-    // Whether it compares a subject, location or notes (which a query then
-    // has to read for every item).
+    // Whether it compares a subject, location, categories or notes (which a
+    // query then has to read for every item).
     bool AsksTexts() const;
 
     struct Node;

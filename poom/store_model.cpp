@@ -463,8 +463,8 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
                     rec.reminderSet = part.reminderSet;
                     rec.reminderMinutes = part.reminderMinutes;
                     rec.oid = static_cast<long>(part.oid);
-                    rec.categories = part.texts->Text(&Fields::categories);
                     if (asksTexts) {
+                        rec.categories = part.texts->Text(&Fields::categories);
                         const Fields& t = part.texts->All();
                         rec.subject = t.subject;
                         rec.location = t.location;

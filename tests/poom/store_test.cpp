@@ -521,11 +521,12 @@ TEST(Store, ExportCarriesASeriesWholeWithItsZone) {
 // A walk reads the texts of an appointment only when asked: what it then
 // reads is the appointment's, whenever it asks and whatever happened since.
 TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
-    auto event = [](const std::string& uid, const std::string& day, const std::string& subject) {
+    auto event = [](const std::string& uid, const std::string& day, const std::string& subject,
+                    const std::string& categories = "Work,Late") {
         return "BEGIN:VEVENT\r\nUID:" + uid + "\r\nDTSTAMP:20300101T000000Z\r\nDTSTART:203001" + day +
                "T100000\r\nDTEND:203001" + day + "T110000\r\nSUMMARY:" + subject +
                "\r\nLOCATION:Room " + day + "\r\nDESCRIPTION:Notes\\, of " + subject +
-               "\r\nCATEGORIES:Work,Late\r\nEND:VEVENT\r\n";
+               "\r\nCATEGORIES:" + categories + "\r\nEND:VEVENT\r\n";
     };
     // Two UIDs with one hash: the smaller keeps it as its OID, the other
     // moves on, the same in every run.
@@ -534,7 +535,7 @@ TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
     TempDir dir;
     WriteFile(dir / "cal.ics", "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//t//EN\r\n" +
                                    event(second, "06", "Second") + event(first, "05", "First") +
-                                   event("kept", "07", "Kept") + event("gone", "08", "Gone") + "END:VCALENDAR\r\n");
+                                   event("kept", "07", "Kept", "Home") + event("gone", "08", "Gone") + "END:VCALENDAR\r\n");
     auto store = std::make_shared<Store>(lfical::Zone::utc());
     std::string error;
     ASSERT_TRUE(store->Open((dir / "cal.ics").string(), false, error)) << error;
@@ -555,11 +556,13 @@ TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
     EXPECT_EQ(items[0].Text(&Fields::body), L"Notes, of First");
 
     // A restriction on a text finds by it.
-    Restriction bySubject;
-    ASSERT_TRUE(bySubject.Parse(L"[Subject] = \"Kept\"", DatePicture(L"M/d/yyyy"), &error)) << error;
-    auto kept = store->QueryItems(true, {&bySubject});
-    ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(kept[0].Text(&Fields::location), L"Room 07");
+    for (const wchar_t* text : {L"[Subject] = \"Kept\"", L"[Categories] = \"Home\""}) {
+        Restriction byText;
+        ASSERT_TRUE(byText.Parse(text, DatePicture(L"M/d/yyyy"), &error)) << error;
+        auto kept = store->QueryItems(true, {&byText});
+        ASSERT_EQ(kept.size(), 1u);
+        EXPECT_EQ(kept[0].Text(&Fields::location), L"Room 07");
+    }
 
     // Changed before its texts were read: the appointment as it is now.
     ItemSnapshot whole = items[2].Snapshot();
