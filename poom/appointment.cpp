@@ -34,6 +34,42 @@ void Appointment::SetPattern(const Pattern& p) {
     clearRecurrence_ = false;
 }
 
+namespace {
+
+// Blocks of appointments let go of on this thread, for the next ones made
+// on it. Nothing to run at a thread's end (the server may be unloaded before
+// a thread of the program ends): the few blocks a thread keeps go with it.
+constexpr int kKeptBlocks = 32;
+struct AppointmentBlocks {
+    void* blocks[kKeptBlocks];
+    int count;
+};
+thread_local AppointmentBlocks t_blocks;
+
+}  // namespace
+
+void* Appointment::operator new(std::size_t size) {
+    if (size == sizeof(Appointment) && t_blocks.count) return t_blocks.blocks[--t_blocks.count];
+    return ::operator new(size);
+}
+
+void* Appointment::operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return operator new(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void Appointment::operator delete(void* p) noexcept {
+    if (!p) return;
+    if (t_blocks.count < kKeptBlocks) {
+        t_blocks.blocks[t_blocks.count++] = p;
+        return;
+    }
+    ::operator delete(p);
+}
+
 void Appointment::OwnTextsLocked() {
     if (!item_.texts) return;
     const Fields& texts = item_.texts->All();

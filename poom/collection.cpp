@@ -15,6 +15,12 @@ enum class SortKey { None, Start, End, Subject, Location, Categories, Duration }
 class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCollection> {
 public:
     Collection(const Origin& origin, bool infrared) : origin_(origin), infrared_(infrared) {}
+    ~Collection() override {
+        if (auto store = origin_.session().GetStore()) {
+            store->Recycle(std::move(found_));
+            store->Recycle(std::move(items_));
+        }
+    }
 
     HRESULT STDMETHODCALLTYPE Add(IDispatch** pp) override {
         if (!pp) return E_POINTER;

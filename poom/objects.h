@@ -128,6 +128,12 @@ public:
     // A new item, not in the store until saved.
     explicit Appointment(const Origin& origin);
 
+    // A walk makes and lets go of an appointment per item: each thread keeps
+    // a few let-go blocks for the next ones rather than asking the heap.
+    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
+    static void operator delete(void* p) noexcept;
+
     Pattern GetPattern();
     void SetPattern(const Pattern& p);
     Fields GetFields();

@@ -423,10 +423,17 @@ ItemSnapshot FoundItem::Snapshot() const {
     return s;
 }
 
+void Store::Recycle(std::vector<FoundItem>&& list) const {
+    list.clear();
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    if (list.capacity() > spare_.capacity()) spare_.swap(list);
+}
+
 std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
                                          const std::vector<const Restriction*>& rs) const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     std::vector<FoundItem> out;
+    out.swap(spare_);
     if (!ical_) return out;
     auto matches = [&rs](const RestrictRecord& rec) {
         for (const Restriction* r : rs)

@@ -165,6 +165,9 @@ public:
     // event (FoundItem::texts): what a collection walks, where most
     // readers never ask for a text.
     std::vector<FoundItem> QueryItems(bool includeRecurrences, const std::vector<const Restriction*>& rs) const;
+    // A query's answer back from its reader, for the next query to fill:
+    // Wine's heap maps a large block anew each time one is asked for.
+    void Recycle(std::vector<FoundItem>&& list) const;
     bool Get(std::uint32_t oid, ItemSnapshot& out) const;
     bool GetPattern(std::uint32_t oid, Pattern& out) const;
     std::vector<ExceptionInfo> Exceptions(std::uint32_t oid) const;
@@ -258,6 +261,7 @@ private:
     std::vector<std::uint32_t> oidOf_;
     std::uint64_t version_ = 0;
     mutable std::vector<std::unique_ptr<EventPart>> parts_;
+    mutable std::vector<FoundItem> spare_;
     std::vector<std::string> conflicts_;
 };
 
