@@ -120,6 +120,14 @@ bool FileText::read(const std::string& path)
     }
     close(fd);
 #endif
+    // Elsewhere the bytes are copied into the process, in 64 KiB pieces
+    // through the C runtime. Under Wine that copy is most of what a load
+    // costs beyond the native one (a large store's 36 MB: some 150-250 ms,
+    // against a few for the mapping above), and one ReadFile of the whole
+    // file was no faster: the time goes to the fresh pages the copy lands
+    // in, not to the calls. A mapping kept for the store's life is not
+    // used there: Windows refuses to replace a mapped file, which every
+    // save (ours and a sync tool's) does.
     return readWholeFile(path, owned_);
 }
 

@@ -349,6 +349,9 @@ public:
     size_t eventCount() const;
     bool valid(EventId id) const;
     EventInfo info(EventId id) const;
+    // info(id).categories alone, read from the event's text without decoding
+    // the rest: what a pass over every event for its category names asks.
+    std::vector<std::string> categories(EventId id) const;
     std::string uid(EventId id) const;
     // The same without a copy; valid until the next change to the store.
     std::string_view uidView(EventId id) const;

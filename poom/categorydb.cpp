@@ -221,6 +221,11 @@ void RebuildDeviceCategories(CategoryIndex& index, const Store& store) {
     WriteIndex(index);
 }
 
+void AwaitDeviceCategories(CategoryIndex& index) {
+    std::lock_guard<std::mutex> lock(index.mu);
+    index.rebuilding = true;
+}
+
 void RetryDeviceCategories(CategoryIndex& index) {
     std::lock_guard<std::mutex> lock(index.mu);
     if (!index.unwritten || index.rebuilding || index.retriesLeft <= 0) return;

@@ -49,6 +49,9 @@ struct CategoryIndex {
 // The whole store read into the index and the list written (after logon, and after another
 // program changed the store). Saves and deletes meanwhile are taken in at its end.
 void RebuildDeviceCategories(CategoryIndex& index, const Store& store);
+// A rebuild is due but starts later: saves and deletes until then wait for it instead of
+// writing a list made from the index's empty start.
+void AwaitDeviceCategories(CategoryIndex& index);
 // One appointment saved or deleted: the list is written when the set of names changed.
 void UpdateDeviceCategories(CategoryIndex& index, const Store& store, std::uint32_t oid);
 // The list written again when the last write failed (the object store held by another

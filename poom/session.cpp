@@ -10,6 +10,11 @@ namespace {
 
 const UINT kStoreChangedMessage = WM_USER + 1;
 const DWORD kWatchPeriodMs = 500;
+// Reading a large store for its category names takes seconds and, beside the program's first
+// month, takes a core and the store's lock from it: from about this size on (some 3,000
+// appointments) the read waits until the first month has long been drawn.
+const ULONGLONG kLargeStoreBytes = 1 << 20;
+const DWORD kLargeStoreCategoryDelayMs = 2000;
 
 // The iCalendar engine opens files through the C runtime's narrow calls,
 // which take the ANSI code page on Windows. A path that code page cannot
@@ -158,10 +163,12 @@ HRESULT Session::Logon(HWND hwnd) {
     hwnd_ = hwnd;
     lastSignature_ = Signature();
     ++generation_;
+    AwaitDeviceCategories(categories_);
     stop_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (stop_) thread_ = CreateThread(nullptr, 0, &Session::WatchThread, this, 0, nullptr);
-    // The watch brings the device's category list up to date first: reading a large store for
-    // it takes seconds, which the logon does not wait for.
+    // The watch brings the device's category list up to date first (for a large store once the
+    // first month is drawn): reading a large store for it takes seconds, which the logon does
+    // not wait for.
     if (!thread_) RebuildDeviceCategories(categories_, *store);
     return S_OK;
 }
@@ -200,6 +207,22 @@ void Session::NoteOwnChange(std::uint32_t oid) {
         store = store_;
     }
     if (store) UpdateDeviceCategories(categories_, *store, oid);
+}
+
+ULONGLONG Session::StoreBytes() const {
+    WIN32_FILE_ATTRIBUTE_DATA fad;
+    if (!GetFileAttributesExW(path_.c_str(), GetFileExInfoStandard, &fad)) return 0;
+    if (!(fad.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+        return (ULONGLONG(fad.nFileSizeHigh) << 32) | fad.nFileSizeLow;
+    ULONGLONG total = 0;
+    WIN32_FIND_DATAW fd;
+    HANDLE f = FindFirstFileW((path_ + L"\\*.ics").c_str(), &fd);
+    if (f == INVALID_HANDLE_VALUE) return 0;
+    do {
+        total += (ULONGLONG(fd.nFileSizeHigh) << 32) | fd.nFileSizeLow;
+    } while (total < kLargeStoreBytes && FindNextFileW(f, &fd));
+    FindClose(f);
+    return total;
 }
 
 std::uint64_t Session::Signature() const {
@@ -246,6 +269,13 @@ void Session::Watch() {
         std::lock_guard<std::mutex> lock(mu_);
         stop = stop_;
     }
+    bool large = false;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        large = StoreBytes() >= kLargeStoreBytes;
+    }
+    // A logoff meanwhile ends the wait and the watch.
+    if (large && WaitForSingleObject(stop, kLargeStoreCategoryDelayMs) != WAIT_TIMEOUT) return;
     std::shared_ptr<Store> first;
     {
         std::lock_guard<std::mutex> lock(mu_);

@@ -47,6 +47,8 @@ private:
     static DWORD WINAPI WatchThread(void* self);
     void Watch();
     std::uint64_t Signature() const;
+    // The store's bytes (a directory store's counted up to a large store's).
+    ULONGLONG StoreBytes() const;
 
     mutable std::mutex mu_;
     std::shared_ptr<Store> store_;

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "helpers.h"
@@ -502,4 +503,46 @@ TEST(Saving, DirectoryStoreHasOneFilePerEvent)
     // The new file carries its own VTIMEZONE, so the zone survives.
     EXPECT_EQ(TimeKind::Zoned, again.info(copy).start.kind);
     fs::remove_all(dir);
+}
+
+// An event's categories read from its text alone are what decoding it whole
+// gives: folded lines, parameters, escapes, several lines, a lower-case
+// name, names inside an alarm (not the event's), an END closing nothing,
+// line ends CRLF or LF, and an event changed since it was read.
+TEST(StoreCategories, ReadAloneAsDecodedWhole)
+{
+    const std::string body =
+        "BEGIN:VEVENT\nUID:plain\nDTSTART:20240505T090000\nCATEGORIES:Business,Personal\nEND:VEVENT\n"
+        "BEGIN:VEVENT\nUID:none\nDTSTART:20240505T090000\nSUMMARY:CATEGORIES:not one\nEND:VEVENT\n"
+        "BEGIN:VEVENT\nUID:folded\nDTSTART:20240505T090000\nCATEGORIES;LANGUAGE=en:Trav\n el,Hol\n\tiday\nEND:VEVENT\n"
+        "BEGIN:VEVENT\nUID:escaped\nDTSTART:20240505T090000\ncategories:a\\,b,c\\;d\nCATEGORIES:Second\nEND:VEVENT\n"
+        "BEGIN:VEVENT\nUID:quoted\nDTSTART:20240505T090000\nCATEGORIES;X-NOTE=\"a:b\":Quoted\nEND:VEVENT\n"
+        "BEGIN:VEVENT\nUID:alarm\nDTSTART:20240505T090000\nBEGIN:VALARM\nACTION:DISPLAY\nCATEGORIES:Inner\n"
+        "END:VALARM\nEND:VTODO\nCATEGORIES:Outer\nEND:VEVENT\n";
+    std::string crlf = lftest::calendar(body), lf;
+    for (char c : crlf)
+        if (c != '\r')
+            lf += c;
+    const std::map<std::string, std::vector<std::string>> expected = {
+        {"plain", {"Business", "Personal"}}, {"none", {}},          {"folded", {"Travel", "Holiday"}},
+        {"escaped", {"a,b", "c;d", "Second"}}, {"quoted", {"Quoted"}}, {"alarm", {"Outer"}},
+    };
+    for (const auto& [name, text] : {std::pair<std::string, std::string>{"CRLF", crlf}, {"LF", lf}}) {
+        Store s;
+        std::vector<Problem> ps;
+        ASSERT_TRUE(s.loadText(text, "c", &ps)) << name;
+        ASSERT_EQ(s.events().size(), expected.size()) << name;
+        for (EventId id : s.events()) {
+            std::string uid = s.uid(id);
+            EXPECT_EQ(s.categories(id), s.info(id).categories) << name << " " << uid;
+            EXPECT_EQ(s.categories(id), expected.at(uid)) << name << " " << uid;
+        }
+        EventEdit edit;
+        edit.categories = std::vector<std::string>{"Changed", "x,y"};
+        EventId plain = s.findUid("plain");
+        ASSERT_TRUE(s.edit(plain, edit)) << name;
+        EXPECT_EQ(s.categories(plain), (std::vector<std::string>{"Changed", "x,y"})) << name << " after an edit";
+        EXPECT_EQ(s.categories(plain), s.info(plain).categories) << name << " after an edit";
+    }
+    EXPECT_TRUE(Store().categories(0).empty()) << "no such event";
 }

@@ -282,3 +282,46 @@ TEST(CategoryList, DamagedObjectStoreIsLeftAlone) {
     EXPECT_NE(ReadBytes(store.path()).find("CATEGORIES:Other"), std::string::npos);
     EXPECT_TRUE(ReadBytes(objects.path()) == damaged) << "the damaged file is as it was";
 }
+
+// A large store's list is read once the program's first month is drawn: saves and deletes made
+// before that are in the list it writes, which holds the whole store's categories, not only
+// theirs; a logoff while the read still waits neither writes a list nor hangs.
+TEST(CategoryList, LargeStoreIsListedLaterAndWhole) {
+    TempObjectStore objects;
+    std::string events;
+    char uid[32], day[16];
+    for (int i = 0; events.size() < (1u << 20) + 4096; i++) {  // past the size read later
+        snprintf(uid, sizeof uid, "Filler%05d", i);
+        snprintf(day, sizeof day, "2030%02d%02d", 1 + i % 12, 1 + i % 28);
+        events += Event(uid, day, i % 2 ? "Business" : "");
+    }
+    TempStore store(Calendar(events + Event("Lunch", "20300302", "Personal") + Event("Desk", "20300303", "")));
+    // What the wait is checked by holds while it lasts: well within its two seconds.
+    ULONGLONG started = GetTickCount64();
+    {
+        Server early;
+        ASSERT_EQ(early.logon, S_OK);
+    }
+    if (GetTickCount64() - started < 1500) {
+        EXPECT_FALSE(ReadCategoryList().found) << "a logoff during the wait writes no list";
+    }
+
+    Server server;
+    started = GetTickCount64();
+    ASSERT_EQ(server.logon, S_OK);
+    ComPtr<IAppointment> desk;
+    ItemOf(server, L"Desk", desk);
+    ASSERT_TRUE(desk);
+    ASSERT_EQ(desk->put_Categories(Bstr(L"Work")), S_OK);
+    ASSERT_EQ(desk->Save(), S_OK);
+    ASSERT_EQ(DeleteItem(server, L"Lunch"), S_OK);
+    if (GetTickCount64() - started < 1500) {
+        EXPECT_FALSE(ReadCategoryList().found) << "the save before the read wrote no list of its own";
+    }
+    EXPECT_EQ(Listed(ListAfterLogon("Business|Work").names), "Business|Work");
+
+    // From then on the list follows saves at once.
+    ASSERT_EQ(desk->put_Categories(Bstr(L"Errands")), S_OK);
+    ASSERT_EQ(desk->Save(), S_OK);
+    EXPECT_EQ(Listed(ReadCategoryList().names), "Business|Errands");
+}
