@@ -526,6 +526,18 @@ bool Restriction::Parse(const std::wstring& text, const DatePicture& picture, st
 
 bool Restriction::Matches(const RestrictRecord& r) const { return !root_ || root_->Eval(r); }
 
+const lfical::DayGrid* GridOf(const std::vector<const Restriction*>& rs) {
+    for (const Restriction* r : rs)
+        if (r->grid) return r->grid;
+    return nullptr;
+}
+
+lfical::QueryReport* ReportOf(const std::vector<const Restriction*>& rs) {
+    for (const Restriction* r : rs)
+        if (r->report) return r->report;
+    return nullptr;
+}
+
 void Restriction::Bounds(LocalSecs& lo, LocalSecs& hi) const {
     if (!root_) {
         lo = INT64_MIN;

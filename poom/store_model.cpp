@@ -315,7 +315,7 @@ std::vector<ItemSnapshot> Store::QueryItems(bool includeRecurrences,
         };
         std::unordered_map<lfical::EventId, EventPart> parts;
         std::vector<lfical::Occurrence> occurrences =
-            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed);
+            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed, ReportOf(rs), GridOf(rs));
         out.reserve(occurrences.size());
         for (const auto& o : occurrences) {
             auto found = parts.find(o.event);
