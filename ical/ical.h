@@ -330,8 +330,7 @@ struct QueryReport {
 // mistyped interval) which the reader could not show anyway. Only an event
 // with more than kFloodPerDay timed occurrences starting on one day floods
 // it; every other occurrence is always kept, and so is a flooding event's
-// first occurrence of each day, and every occurrence of a day that a timed
-// occurrence of another day reaches into.
+// first occurrence of each day.
 //
 // The marks split the day into stretches: before the first mark, between
 // two, after the last. Without pixels, a flooding event keeps its first
@@ -339,13 +338,14 @@ struct QueryReport {
 // stretch). With pixels (one entry per stretch), the reader draws each timed
 // occurrence of a day in start order as a bar from the start's pixel to the
 // end's (at least one pixel), and one that starts before the end of the last
-// bar it drew unmarked as marked from its start to that end (see
-// month/indicators.cpp); a flooding event's occurrences are then left out
-// only as whole runs (one unmarked occurrence and those it marks), and only
-// where later bars of the day cover every pixel the run drew, so the day's
-// picture is the same. An occurrence starting or ending on a mark, or at
-// midnight, is always kept, since the reader alone knows which side of the
-// mark it reads.
+// bar it drew unmarked as marked from its start to that end, keeping that end
+// across days as the month view does (month/indicators.cpp); a flooding
+// event's occurrences are then left out only as whole runs (one unmarked
+// occurrence and those it marks) met where the reader's state is certain,
+// never one running into the next day, and only where later bars of the day
+// cover every pixel the run drew, so the day's picture is the same. An
+// occurrence starting or ending on a mark, or at midnight, is always kept,
+// since the reader alone knows which side of the mark it reads.
 struct DayGrid {
     static const int kFloodPerDay = 48;
     std::vector<int32_t> marks;                // seconds of the day, ascending, inside (0, 86400)

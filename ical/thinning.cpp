@@ -19,6 +19,13 @@ int64_t lastDayOf(const Occurrence& o)
     return last < first ? first : last;
 }
 
+// The end's time of day on the last day, as the reader compares it: the
+// whole day (86400) for an end at midnight.
+int32_t endOfLastDay(const Occurrence& o)
+{
+    return int32_t(o.end - lastDayOf(o) * kDay);
+}
+
 struct Stretch {
     size_t index;  // of DayGrid::startPixel / endPixel
     bool onMark;   // on a mark, at midnight or at the day's end
@@ -43,7 +50,8 @@ uint32_t barBits(int from, int to)
 
 // One day's timed occurrences, in start order: which to keep.
 void thinDay(const std::vector<Occurrence>& occ, const std::vector<size_t>& timed, int64_t day,
-             const std::unordered_map<EventId, size_t>& counts, const DayGrid& g, std::vector<char>& keep)
+             const std::unordered_map<EventId, size_t>& counts, const std::vector<int32_t>& entry,
+             const DayGrid& g, std::vector<char>& keep)
 {
     auto floods = [&](EventId e) {
         auto it = counts.find(e);
@@ -68,44 +76,75 @@ void thinDay(const std::vector<Occurrence>& occ, const std::vector<size_t>& time
         }
         return;
     }
-    // Runs: an unmarked occurrence and those starting before its end.
+    // The reader keeps one state across its walk: the end of the last bar it
+    // drew unmarked, on the last day it drew on. A day's walk may begin with
+    // that state from an appointment of an earlier day reaching into it (or
+    // not, when the reader did not draw that day), and an occurrence running
+    // into the next day leaves it open again; so the walk carries every state
+    // it may be in (-1: nothing drawn on this day yet, which marks nothing).
+    // Runs: an unmarked occurrence and those starting before its end, met
+    // while the state is certain; only they may go.
     struct Run {
         size_t first, last;  // into `timed`
         uint32_t bits = 0, sureBits = 0;
         bool mayGo = true;
     };
     std::vector<Run> runs;
-    int32_t runEnd = 0;
-    int endPixelOfRun = 0;
+    std::vector<int32_t> states = entry, next;
+    bool inRun = false;  // the last run is the one whose unmarked start set the certain state
+    auto pixelOf = [&](const std::vector<uint8_t>& table, int32_t secs, bool& exact) {
+        Stretch st = stretchOf(g, secs);
+        exact = exact && !st.onMark;
+        return int(table[st.index]);
+    };
     for (size_t k = 0; k < timed.size(); ++k) {
         const Occurrence& o = occ[timed[k]];
         int32_t s = int32_t(o.start - day * kDay);
-        int32_t e = int32_t(o.end - day * kDay);  // kDay for an end at midnight
-        Stretch a = stretchOf(g, s), b = stretchOf(g, e);
-        int p1 = g.startPixel[a.index], p2 = g.endPixel[b.index];
-        bool marked = !runs.empty() && runEnd > s;
-        if (!marked) {
+        int32_t end = endOfLastDay(o);
+        bool crosses = lastDayOf(o) > day;
+        bool exact = true;
+        int p1 = pixelOf(g.startPixel, s, exact);
+        int p2 = crosses ? 27 : pixelOf(g.endPixel, end, exact);
+        uint32_t blue = barBits(p1, p2), red = 0;
+        bool certain = states.size() == 1, marked = certain && states[0] > s, redExact = exact;
+        if (marked)
+            red = barBits(p1, pixelOf(g.endPixel, states[0], redExact));
+        if (certain && !marked) {
             runs.push_back({k, k});
-            runEnd = e;
-            endPixelOfRun = p2;
+            inRun = true;
+        } else if (!(certain && marked && inRun)) {
+            runs.push_back({k, k});
+            runs.back().mayGo = false;
+            inRun = false;
         }
         Run& r = runs.back();
         r.last = k;
-        uint32_t bits = barBits(p1, p2);
-        if (marked)
-            bits |= barBits(p1, endPixelOfRun);
-        r.bits |= bits;
-        bool exact = !a.onMark && !b.onMark && !(marked && stretchOf(g, runEnd).onMark);
+        r.bits |= blue | red;
         if (exact)
-            r.sureBits |= bits;
-        // The first occurrence of an event on a day places its icons.
+            r.sureBits |= blue;
+        if (marked && redExact)
+            r.sureBits |= red;
+        // The first occurrence of an event on a day places its icons; one
+        // running into the next day draws there too.
         bool first = seen.emplace(o.event, true).second;
-        if (!exact || first || !floods(o.event))
+        if (!certain || crosses || first || !exact || !redExact || !floods(o.event))
             r.mayGo = false;
+        next.clear();
+        for (int32_t st : states) {
+            next.push_back(st > s ? st : end);
+            if (crosses)
+                next.push_back(-1);  // the reader drew the next day last, or did not draw it
+        }
+        std::sort(next.begin(), next.end());
+        next.erase(std::unique(next.begin(), next.end()), next.end());
+        states.swap(next);
+        if (crosses)
+            inRun = false;
     }
     // From the day's end back: a run whose every pixel later kept runs
     // draw over leaves nothing to see, and leaving it out whole changes no
-    // other run (the next unmarked start is at or after its end).
+    // other run (what follows it starts at or after its end, unmarked
+    // either way).
     uint32_t covered = 0;
     for (size_t n = runs.size(); n-- > 0;) {
         const Run& r = runs[n];
@@ -126,51 +165,51 @@ void thinFloods(std::vector<Occurrence>& occ, const DayGrid& g, QueryReport* rep
         (!g.startPixel.empty() && g.startPixel.size() != g.marks.size() + 1) ||
         !std::is_sorted(g.marks.begin(), g.marks.end()))
         return;  // not a grid a reader could have meant: keep everything
-    // Days a timed occurrence of an earlier day reaches into keep all theirs:
-    // the reader's state there comes from another day.
-    std::vector<std::pair<int64_t, int64_t>> reach;  // (first day reached, last day)
+    // The days occurrences start on, and for each the states the reader may
+    // bring into it from timed occurrences of earlier days reaching it.
+    std::vector<int64_t> days;
+    for (const Occurrence& o : occ)
+        if (days.empty() || days.back() != floorDiv(o.start, kDay))
+            days.push_back(floorDiv(o.start, kDay));
+    std::vector<std::vector<int32_t>> entry(days.size(), std::vector<int32_t>{-1});
     for (const Occurrence& o : occ) {
         int64_t first = floorDiv(o.start, kDay), last = lastDayOf(o);
-        if (!o.allDay && last > first)
-            reach.push_back({first + 1, last});
+        if (o.allDay || last == first)
+            continue;
+        for (auto d = std::upper_bound(days.begin(), days.end(), first); d != days.end() && *d <= last; ++d)
+            entry[size_t(d - days.begin())].push_back(endOfLastDay(o));
     }
-    std::sort(reach.begin(), reach.end());
-    size_t nextReach = 0;
-    int64_t reachedUntil = INT64_MIN;
     std::vector<char> keep(occ.size(), 1);
     std::unordered_map<EventId, size_t> counts;
     std::vector<size_t> timed;
-    size_t i = 0;
+    size_t i = 0, dayIndex = 0;
     while (i < occ.size()) {
         int64_t day = floorDiv(occ[i].start, kDay);
         size_t j = i;
         counts.clear();
         timed.clear();
-        bool spans = false;
         for (; j < occ.size() && floorDiv(occ[j].start, kDay) == day; ++j) {
             if (occ[j].allDay)
                 continue;
-            if (lastDayOf(occ[j]) != day)
-                spans = true;
             timed.push_back(j);
             ++counts[occ[j].event];
         }
         bool flooded = false;
         for (auto& c : counts)
             flooded = flooded || c.second > size_t(DayGrid::kFloodPerDay);
-        for (; nextReach < reach.size() && reach[nextReach].first <= day; ++nextReach)
-            reachedUntil = std::max(reachedUntil, reach[nextReach].second);
-        bool isReached = reachedUntil >= day;
-        if (flooded && !spans && !isReached) {
-            size_t before = size_t(std::count(keep.begin() + long(i), keep.begin() + long(j), 0));
-            thinDay(occ, timed, day, counts, g, keep);
-            size_t after = size_t(std::count(keep.begin() + long(i), keep.begin() + long(j), 0));
-            if (after > before && rep) {
+        if (flooded) {
+            std::vector<int32_t>& in = entry[dayIndex];
+            std::sort(in.begin(), in.end());
+            in.erase(std::unique(in.begin(), in.end()), in.end());
+            thinDay(occ, timed, day, counts, in, g, keep);
+            size_t left = size_t(std::count(keep.begin() + long(i), keep.begin() + long(j), 0));
+            if (left && rep) {
                 rep->thinnedDays.push_back(day);
-                rep->leftOut += after - before;
+                rep->leftOut += left;
             }
         }
         i = j;
+        ++dayIndex;
     }
     size_t w = 0;
     for (size_t k = 0; k < occ.size(); ++k)

@@ -30,6 +30,7 @@ const Flood kFloods[] = {
     {"minutely", 9, 0, 60, 60, 2880, "Business"},
     {"five-a", 9, 360, 300, 60, 600, ""},
     {"five-b", 9, 361, 300, 60, 600, ""},
+    {"night", 9, 1320, 300, 60, 240, "Travel"}, // 22:00 to 02:00, across midnight
     {"seconds", 10, 480, 0, 30, 1440, "Personal"},
     {"late", 12, 0, 60, 60, 300, ""},
 };
@@ -153,7 +154,7 @@ TEST_F(Flooded, DayListSaysItShowsPartOfTheDay)
     } kCases[] = {
         {"minute series and a meeting", {3, 9, 2032}, L"meeting", true},
         {"30-second series and a call", {3, 10, 2032}, L"call", true},
-        {"a day the trip reaches", {3, 12, 2032}, L"trip", false},
+        {"a day the trip reaches", {3, 12, 2032}, L"trip", true},
         {"a quiet day", {3, 13, 2032}, L"quiet", false},
         {"the same occurrences one by one", {3, 12, 2060}, L"trip", false},
     };
