@@ -83,12 +83,20 @@ void thinDay(const std::vector<Occurrence>& occ, const std::vector<size_t>& time
     // into the next day leaves it open again; so the walk carries every state
     // it may be in (-1: nothing drawn on this day yet, which marks nothing).
     // Runs: an unmarked occurrence and those starting before its end, met
-    // while the state is certain; only they may go.
+    // while the state is certain. A run may go only whole (without its
+    // unmarked start, the others would be read against another end); a
+    // marked occurrence changes no state, so it may also go alone.
+    struct Bar {
+        uint32_t bits = 0, sureBits = 0;
+        bool mayGo = false;  // on its own terms: a certain, exact, later occurrence of a flooding event
+        bool marked = false;
+    };
     struct Run {
         size_t first, last;  // into `timed`
-        uint32_t bits = 0, sureBits = 0;
-        bool mayGo = true;
+        bool whole = true;   // every bar of it may go
+        uint32_t bits = 0;
     };
+    std::vector<Bar> bars(timed.size());
     std::vector<Run> runs;
     std::vector<int32_t> states = entry, next;
     bool inRun = false;  // the last run is the one whose unmarked start set the certain state
@@ -105,30 +113,26 @@ void thinDay(const std::vector<Occurrence>& occ, const std::vector<size_t>& time
         bool exact = true;
         int p1 = pixelOf(g.startPixel, s, exact);
         int p2 = crosses ? 27 : pixelOf(g.endPixel, end, exact);
+        Bar& bar = bars[k];
         uint32_t blue = barBits(p1, p2), red = 0;
-        bool certain = states.size() == 1, marked = certain && states[0] > s, redExact = exact;
-        if (marked)
+        bool certain = states.size() == 1, redExact = exact;
+        bar.marked = certain && states[0] > s;
+        if (bar.marked)
             red = barBits(p1, pixelOf(g.endPixel, states[0], redExact));
-        if (certain && !marked) {
-            runs.push_back({k, k});
-            inRun = true;
-        } else if (!(certain && marked && inRun)) {
-            runs.push_back({k, k});
-            runs.back().mayGo = false;
-            inRun = false;
-        }
-        Run& r = runs.back();
-        r.last = k;
-        r.bits |= blue | red;
-        if (exact)
-            r.sureBits |= blue;
-        if (marked && redExact)
-            r.sureBits |= red;
+        bar.bits = blue | red;
+        bar.sureBits = (exact ? blue : 0) | (bar.marked && redExact ? red : 0);
         // The first occurrence of an event on a day places its icons; one
         // running into the next day draws there too.
         bool first = seen.emplace(o.event, true).second;
-        if (!certain || crosses || first || !exact || !redExact || !floods(o.event))
-            r.mayGo = false;
+        bar.mayGo = certain && !crosses && !first && exact && redExact && floods(o.event);
+        if (!(certain && bar.marked && inRun)) {
+            runs.push_back({k, k});
+            inRun = certain && !bar.marked;
+        }
+        Run& r = runs.back();
+        r.last = k;
+        r.bits |= bar.bits;
+        r.whole = r.whole && inRun && bar.mayGo;
         next.clear();
         for (int32_t st : states) {
             next.push_back(st > s ? st : end);
@@ -141,19 +145,26 @@ void thinDay(const std::vector<Occurrence>& occ, const std::vector<size_t>& time
         if (crosses)
             inRun = false;
     }
-    // From the day's end back: a run whose every pixel later kept runs
-    // draw over leaves nothing to see, and leaving it out whole changes no
-    // other run (what follows it starts at or after its end, unmarked
-    // either way).
+    // From the day's end back: what later kept bars draw over leaves nothing
+    // to see. A run going whole changes no other run (what follows it starts
+    // at or after its end, unmarked either way); a marked bar going alone
+    // changes nothing at all.
     uint32_t covered = 0;
     for (size_t n = runs.size(); n-- > 0;) {
         const Run& r = runs[n];
-        if (r.mayGo && (r.bits & ~covered) == 0) {
+        if (r.whole && (r.bits & ~covered) == 0) {
             for (size_t k = r.first; k <= r.last; ++k)
                 keep[timed[k]] = 0;
             continue;
         }
-        covered |= r.sureBits;
+        for (size_t k = r.last + 1; k-- > r.first;) {
+            const Bar& bar = bars[k];
+            if (bar.marked && bar.mayGo && (bar.bits & ~covered) == 0) {
+                keep[timed[k]] = 0;
+                continue;
+            }
+            covered |= bar.sureBits;
+        }
     }
 }
 
