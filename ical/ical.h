@@ -350,6 +350,9 @@ struct DayGrid {
     static const int kFloodPerDay = 48;
     std::vector<int32_t> marks;                // seconds of the day, ascending, inside (0, 86400)
     std::vector<uint8_t> startPixel, endPixel; // marks.size() + 1 each, or both empty
+    // The days (civil day numbers in the query's zone) the pixel reader
+    // draws; it walks the others without drawing.
+    int64_t firstDay = INT64_MIN, lastDay = INT64_MAX;
 };
 
 uint32_t oidForUid(std::string_view uid);

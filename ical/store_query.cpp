@@ -375,7 +375,7 @@ std::vector<Occurrence> Store::query(const Zone& target, int64_t from, int64_t t
 {
     std::vector<Occurrence> out = d_->query(target, from, to, range, report);
     if (grid)
-        thinFloods(out, *grid, report);
+        thinFloods(out, *grid, from, report);
     return out;
 }
 

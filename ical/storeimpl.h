@@ -532,6 +532,6 @@ struct StoreImpl {
 
 // Leaves out of a query's answer (in start order) what the grid's reader
 // could not show of events that flood a day (thinning.cpp).
-void thinFloods(std::vector<Occurrence>& occ, const DayGrid& grid, QueryReport* rep);
+void thinFloods(std::vector<Occurrence>& occ, const DayGrid& grid, int64_t from, QueryReport* rep);
 
 }  // namespace lfical

@@ -194,6 +194,17 @@ static void BuildDayGrid(DayGrid *g)
     for (int i = 0; i < n; i++)
         if (marks[i] > 0 && marks[i] < kDaySeconds && (g->count == 0 || marks[i] > g->marks[g->count - 1]))
             g->marks[g->count++] = marks[i];
+    // The days the pass draws: the first and last of its cells (cells that
+    // show no day lie before or after those, or are February's 29th of 2100,
+    // which no calendar has).
+    g->firstDay = g->lastDay = 0;
+    for (int cell = 0; cell < CELLS; cell++) {
+        if (g_pass.cellDay[cell] == NO_DAY)
+            continue;
+        if (!g->firstDay)
+            g->firstDay = g_pass.cellDay[cell];
+        g->lastDay = g_pass.cellDay[cell];
+    }
     g->pixels = 1;
     for (int i = 0; i <= g->count; i++) {
         long from = i == 0 ? 0 : g->marks[i - 1], to = i == g->count ? kDaySeconds : g->marks[i];

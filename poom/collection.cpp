@@ -33,8 +33,9 @@ public:
     ULONG STDMETHODCALLTYPE Release() override { return Dispatch::Release(); }
 
     HRESULT STDMETHODCALLTYPE SetDayGrid(int count, const long* marks, const BYTE* startPixels,
-                                         const BYTE* endPixels) override {
-        if (count < 0 || count > 1000 || (count > 0 && !marks) || (!startPixels) != (!endPixels))
+                                         const BYTE* endPixels, long firstDay, long lastDay) override {
+        if (count < 0 || count > 1000 || (count > 0 && !marks) || (!startPixels) != (!endPixels) ||
+            firstDay > lastDay)
             return E_INVALIDARG;
         lfical::DayGrid grid;
         for (int i = 0; i < count; ++i) {
@@ -44,6 +45,10 @@ public:
         if (startPixels) {
             grid.startPixel.assign(startPixels, startPixels + count + 1);
             grid.endPixel.assign(endPixels, endPixels + count + 1);
+        }
+        if (firstDay || lastDay) {
+            grid.firstDay = firstDay - kCivilDayOffset;
+            grid.lastDay = lastDay - kCivilDayOffset;
         }
         std::lock_guard<std::mutex> lock(mu_);
         hasGrid_ = count > 0 || startPixels;

@@ -232,9 +232,11 @@ struct ILanternfieldsDayGrid : public IUnknown {
     // split it into count + 1 stretches; with startPixels and endPixels (one
     // per stretch) the view draws the day as a schedule bar, else it lists
     // a flooding series once per stretch. count 0 with no pixels asks for
-    // every occurrence again.
+    // every occurrence again. firstDay and lastDay (OLE dates' whole days)
+    // are the days the view draws; it walks the others without drawing
+    // (0 and 0: it draws every day).
     virtual HRESULT STDMETHODCALLTYPE SetDayGrid(int count, const long* marks, const BYTE* startPixels,
-                                                 const BYTE* endPixels) = 0;
+                                                 const BYTE* endPixels, long firstDay, long lastDay) = 0;
     // After a Find: S_OK with *thinned set when occurrences starting on the
     // day (an OLE date's whole days, in the store's local time) were left out.
     virtual HRESULT STDMETHODCALLTYPE IsDayThinned(long day, VARIANT_BOOL* thinned) = 0;

@@ -88,7 +88,7 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
         SUCCEEDED(items->QueryInterface(IID_ILanternfieldsDayGrid, reinterpret_cast<void **>(&dayGrid))) &&
         dayGrid) {
         if (FAILED(dayGrid->SetDayGrid(grid->count, grid->marks, grid->pixels ? grid->startPixel : nullptr,
-                                       grid->pixels ? grid->endPixel : nullptr)))
+                                       grid->pixels ? grid->endPixel : nullptr, grid->firstDay, grid->lastDay)))
             dayGrid.Reset();
     }
 

@@ -61,6 +61,7 @@ struct DayGrid {
     long marks[DAY_GRID_MARKS];
     int pixels;
     BYTE startPixel[DAY_GRID_MARKS + 1], endPixel[DAY_GRID_MARKS + 1];
+    int firstDay, lastDay; // the days the view draws (OleDayNumber); 0 and 0: every day
 };
 // The same walk, the store told how the view looks at a day (ILanternfieldsDayGrid; a store
 // without that interface gives every occurrence). *thinned is set to 1 when the store left out

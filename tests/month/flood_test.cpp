@@ -119,14 +119,16 @@ TEST_F(Flooded, MonthDrawsAsTheFullWalk)
 
     static const struct {
         const char *name;
-        int indicator, icons, a, b, c, d;
+        int indicator, icons, a, b, c, d, days;
     } kCases[] = {
-        {"bars and icons", 1, 1, 12, 24, 34, 42},
-        {"half-hour bands", 1, 1, 16, 17, 18, 19},
-        {"whole-day bands", 1, 0, 0, 16, 32, 47},
-        {"icons only", 0, 1, 12, 24, 34, 42},
+        {"bars and icons", 1, 1, 12, 24, 34, 42, 1},
+        {"half-hour bands", 1, 1, 16, 17, 18, 19, 1},
+        {"whole-day bands", 1, 0, 0, 16, 32, 47, 1},
+        {"the month's days only", 1, 1, 12, 24, 34, 42, 0},
+        {"icons only", 0, 1, 12, 24, 34, 42, 1},
     };
     for (const auto &c : kCases) {
+        s.showdays = c.days;
         s.showindicator = c.indicator;
         s.showholiday = c.icons;
         s.timeA = c.a, s.timeB = c.b, s.timeC = c.c, s.timeD = c.d;
