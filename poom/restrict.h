@@ -15,7 +15,11 @@
 #include <vector>
 
 #include "caltime.h"
-#include "ical.h"
+
+namespace lfical {
+struct DayGrid;
+struct QueryReport;
+}  // namespace lfical
 
 namespace poom {
 

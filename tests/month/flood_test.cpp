@@ -9,11 +9,14 @@
 // every occurrence; the two passes must draw the same grid.
 #include "../dayview/daystore.h"
 #include "support/apphost.h"
+#include "support/drive.h"
 #include "common/appstate.h"
 #include "dayview/daylist.h"
 
 #include <gtest/gtest.h>
+#include <commctrl.h>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 #include <string>
 #include <vector>
@@ -176,4 +179,22 @@ TEST_F(Flooded, DayListSaysItShowsPartOfTheDay)
             }
         });
     }
+}
+
+// For looking at: with LF_SHOTS naming a folder, the flooded month and the end of a flooded
+// day's list are written there.
+TEST_F(Flooded, Screenshots)
+{
+    if (!getenv("LF_SHOTS"))
+        GTEST_SKIP() << "LF_SHOTS names no folder";
+    g_app.settings.showindicator = 1;
+    g_app.settings.showholiday = 1;
+    Pass(3, 2032);
+    PumpMessages(300);
+    EXPECT_TRUE(SaveScreenShot({g_app.hwndMain}, ShotPath("floodmonth")));
+    RunDayView({3, 10, 2032}, [&](HWND dlg, HWND list) {
+        SendMessageW(list, LVM_ENSUREVISIBLE, RowCount(list) - 1, FALSE);
+        PumpMessages(300);
+        EXPECT_TRUE(SaveScreenShot({dlg}, ShotPath("flooddaylist")));
+    });
 }
