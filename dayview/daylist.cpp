@@ -171,8 +171,18 @@ static std::vector<DayRow> BuildRows(const std::vector<DayEntry> &entries, HDC d
     std::vector<DayRow> rows;
     for (size_t i = 0; i < entries.size(); i++) {
         const DayEntry &e = entries[i];
-        std::vector<std::wstring> lines =
-            width > 0 ? WrapText(dc, e.subject, width) : std::vector<std::wstring>{e.subject};
+        std::vector<std::wstring> lines;
+        if (e.oid == (long)PART_OF_DAY_ITEM) {
+            // Its own short lines, so that it reads whole beside the empty time column.
+            for (size_t from = 0, to; from <= e.subject.size(); from = to + 1) {
+                to = e.subject.find(L'\n', from);
+                if (to == std::wstring::npos)
+                    to = e.subject.size();
+                lines.push_back(e.subject.substr(from, to - from));
+            }
+        } else {
+            lines = width > 0 ? WrapText(dc, e.subject, width) : std::vector<std::wstring>{e.subject};
+        }
         for (size_t k = 0; k < lines.size(); k++)
             rows.push_back({i,
                             k == 0    ? FirstRowMarker(e)
@@ -317,7 +327,7 @@ static void ShowNoAppointments(HWND list, int dayNumber)
     g_app.rowCategoryColor.assign(1, g_app.settings.row1color);
 }
 
-const WCHAR kPartOfDayText[] = L"Only part of this day is shown: a series repeats too often.";
+const WCHAR kPartOfDayText[] = L"Only part of this day\nis shown: a series\nrepeats too often.";
 
 // A series that floods the day (a rule repeating every minute) is listed once per half hour;
 // the store says when it left some out, and a last row says so.
