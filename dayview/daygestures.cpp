@@ -118,7 +118,7 @@ static LRESULT DayListStylusDown(HWND list, UINT, WPARAM, LPARAM lp)
         SetTimer(dlg, TIMER_DAYLIST_HOLD, HOLD_MS, nullptr);
         return 1;
     }
-    if (row == 0 && DayRowItem(list, 0) == NO_APPOINTMENTS_ITEM)
+    if ((row == 0 && DayRowItem(list, 0) == NO_APPOINTMENTS_ITEM) || DayRowItem(list, row) == PART_OF_DAY_ITEM)
         return 1;
     WCHAR marker[11] = L"";
     LVITEMW it = {};
@@ -149,7 +149,8 @@ static LRESULT DayListDoubleTap(HWND list, UINT, WPARAM, LPARAM lp)
     LVHITTESTINFO hit = {};
     hit.pt = {GET_X_LPARAM(lp), GET_Y_LPARAM(lp)};
     int row = (int)SendMessageW(list, LVM_HITTEST, 0, (LPARAM)&hit);
-    if (row < 0 || (row == 0 && DayRowItem(list, 0) == NO_APPOINTMENTS_ITEM))
+    if (row < 0 || (row == 0 && DayRowItem(list, 0) == NO_APPOINTMENTS_ITEM) ||
+        DayRowItem(list, row) == PART_OF_DAY_ITEM)
         return 0;
     g_app.selectedRow = SelectAppointment(list, row);
     g_app.editItem = (long)DayRowItem(list, row);

@@ -171,8 +171,18 @@ static std::vector<DayRow> BuildRows(const std::vector<DayEntry> &entries, HDC d
     std::vector<DayRow> rows;
     for (size_t i = 0; i < entries.size(); i++) {
         const DayEntry &e = entries[i];
-        std::vector<std::wstring> lines =
-            width > 0 ? WrapText(dc, e.subject, width) : std::vector<std::wstring>{e.subject};
+        std::vector<std::wstring> lines;
+        if (e.oid == (long)PART_OF_DAY_ITEM) {
+            // Its own short lines, so that it reads whole beside the empty time column.
+            for (size_t from = 0, to; from <= e.subject.size(); from = to + 1) {
+                to = e.subject.find(L'\n', from);
+                if (to == std::wstring::npos)
+                    to = e.subject.size();
+                lines.push_back(e.subject.substr(from, to - from));
+            }
+        } else {
+            lines = width > 0 ? WrapText(dc, e.subject, width) : std::vector<std::wstring>{e.subject};
+        }
         for (size_t k = 0; k < lines.size(); k++)
             rows.push_back({i,
                             k == 0    ? FirstRowMarker(e)
@@ -317,6 +327,20 @@ static void ShowNoAppointments(HWND list, int dayNumber)
     g_app.rowCategoryColor.assign(1, g_app.settings.row1color);
 }
 
+const WCHAR kPartOfDayText[] = L"Only part of this day\nis shown: a series\nrepeats too often.";
+
+// A series that floods the day (a rule repeating every minute) is listed once per half hour;
+// the store says when it left some out, and a last row says so.
+static void AddPartOfDayRow(DayQuery *q)
+{
+    DayEntry e = {};
+    e.subject = kPartOfDayText;
+    e.oid = (long)PART_OF_DAY_ITEM;
+    e.start = q->day + 1.0; // never greyed as gone by on the day itself
+    e.category = g_app.settings.row1color;
+    q->entries.push_back(std::move(e));
+}
+
 void FillDayList(HWND list, int month, int day, int year)
 {
     if (!list)
@@ -324,7 +348,14 @@ void FillDayList(HWND list, int month, int day, int year)
     SYSTEMTIME first = SystemDate(month, day, year), second = first;
     second.wHour = 24; // the date text is the same; the query reads it as the day's end
     DayQuery q = {OleDayNumber(month, day, year), {}};
-    QueryAppointments(first, second, RestrictOverlapClosed, CollectAppointment, &q);
+    DayGrid halfHours = {};
+    for (long at = 1800; at < 86400; at += 1800)
+        halfHours.marks[halfHours.count++] = at;
+    int thinned = 0;
+    QueryAppointments(first, second, RestrictOverlapClosed, CollectAppointment, &q, QUERY_UI, &halfHours,
+                      &thinned);
+    if (thinned)
+        AddPartOfDayRow(&q);
 
     SendMessageW(list, WM_SETREDRAW, FALSE, 0);
     if (q.entries.empty()) {

@@ -21,6 +21,10 @@ extern const WCHAR kMarkMoreNotes[];     // "   ": a wrapped subject's further r
 
 enum { DAY_COL_TIME = 0, DAY_COL_MARKER = 1, DAY_COL_SUBJECT = 2 };
 const LPARAM NO_APPOINTMENTS_ITEM = -1; // the item data of the "No Appointments" row
+const LPARAM PART_OF_DAY_ITEM = -2;     // the item data of the last rows of a day shown in part
+// The text of those rows, a line each: a series repeating too often to list (a rule every
+// minute) is shown once per half hour.
+extern const WCHAR kPartOfDayText[];
 
 // Fills the list with the appointments that touch the day, rebuilding the per-row arrays.
 void FillDayList(HWND list, int month, int day, int year);

@@ -319,6 +319,40 @@ enum class Range {
 struct QueryReport {
     std::vector<std::string> cut;  // UIDs whose expansion stopped at a bound
     size_t instancesExamined = 0;
+    // With a DayGrid: the days (civil day numbers in the query's zone) some
+    // of whose occurrences were left out, ascending, and how many in all.
+    std::vector<int64_t> thinnedDays;
+    size_t leftOut = 0;
+};
+
+// How the reader of a query looks at a day, so that the query may leave out
+// occurrences of an event that floods a day (a FREQ=MINUTELY alarm, a
+// mistyped interval) which the reader could not show anyway. Only an event
+// with more than kFloodPerDay timed occurrences starting on one day floods
+// it; every other occurrence is always kept, and so is a flooding event's
+// first occurrence of each day.
+//
+// The marks split the day into stretches: before the first mark, between
+// two, after the last. Without pixels, a flooding event keeps its first
+// occurrence starting in each stretch (a list that shows the event once per
+// stretch). With pixels (one entry per stretch), the reader draws each timed
+// occurrence of a day in start order as a bar from the start's pixel to the
+// end's (at least one pixel), and one that starts before the end of the last
+// bar it drew unmarked as marked from its start to that end, keeping that end
+// across days as the month view does (month/indicators.cpp); a flooding
+// event's occurrences are then left out only as whole runs (one unmarked
+// occurrence and those it marks) met where the reader's state is certain,
+// never one running into the next day, and only where later bars of the day
+// cover every pixel the run drew, so the day's picture is the same. An
+// occurrence starting or ending on a mark, or at midnight, is always kept,
+// since the reader alone knows which side of the mark it reads.
+struct DayGrid {
+    static const int kFloodPerDay = 48;
+    std::vector<int32_t> marks;                // seconds of the day, ascending, inside (0, 86400)
+    std::vector<uint8_t> startPixel, endPixel; // marks.size() + 1 each, or both empty
+    // The days (civil day numbers in the query's zone) the pixel reader
+    // draws; it walks the others without drawing.
+    int64_t firstDay = INT64_MIN, lastDay = INT64_MAX;
 };
 
 uint32_t oidForUid(std::string_view uid);
@@ -362,8 +396,10 @@ public:
     int zoneIndex(std::string_view tzid) const;  // -1 when unknown
     const Zone& zone(int index) const;
 
+    // With a grid, occurrences of events that flood a day may be left out
+    // for the reader it describes (DayGrid), and the report says where.
     std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range,
-                                  QueryReport* report = nullptr) const;
+                                  QueryReport* report = nullptr, const DayGrid* grid = nullptr) const;
 
     // Changes: each returns false (and leaves the store as it was) when the
     // id is not a live event or the edit makes no sense.

@@ -376,9 +376,12 @@ EventInfo Store::info(EventId id) const
 }
 
 std::vector<Occurrence> Store::query(const Zone& target, int64_t from, int64_t to, Range range,
-                                     QueryReport* report) const
+                                     QueryReport* report, const DayGrid* grid) const
 {
-    return d_->query(target, from, to, range, report);
+    std::vector<Occurrence> out = d_->query(target, from, to, range, report);
+    if (grid)
+        thinFloods(out, *grid, from, report);
+    return out;
 }
 
 }  // namespace lfical

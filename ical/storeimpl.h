@@ -530,4 +530,8 @@ struct StoreImpl {
     static void stamp(Source& s);
 };
 
+// Leaves out of a query's answer (in start order) what the grid's reader
+// could not show of events that flood a day (thinning.cpp).
+void thinFloods(std::vector<Occurrence>& occ, const DayGrid& grid, int64_t from, QueryReport* rep);
+
 }  // namespace lfical

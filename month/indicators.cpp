@@ -16,6 +16,7 @@
 #include "common/draw.h"
 #include "calendar/dates.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -202,6 +203,52 @@ static int EndPixel(float t)
     if (t < g_pass.bandA)
         p = 1;
     return p;
+}
+
+// ---- the day as the store is told the pass reads it --------------------------
+
+// The seconds of the day where a start's or an end's pixel may change (the band
+// boundaries and the boundaries of each band's pixels), and the pixels of the
+// stretches between them, read at each stretch's middle: with these the store
+// leaves out only what the bar would draw over anyway (store/store.h).
+static void BuildDayGrid(DayGrid *g)
+{
+    const long kDaySeconds = 86400;
+    const float bands[] = {g_pass.bandA, g_pass.bandB, g_pass.bandC, g_pass.bandD};
+    long at[4];
+    for (int i = 0; i < 4; i++)
+        at[i] = (long)std::lround((double)bands[i] * kDaySeconds);
+    long marks[4 + 3 * (BAND_PIXELS - 1)];
+    int n = 0;
+    for (int i = 0; i < 4; i++) {
+        marks[n++] = at[i];
+        if (i < 3 && at[i + 1] > at[i])
+            for (int k = 1; k < BAND_PIXELS; k++)
+                marks[n++] = at[i] + (long)std::lround((double)(at[i + 1] - at[i]) * k / BAND_PIXELS);
+    }
+    std::sort(marks, marks + n);
+    g->count = 0;
+    for (int i = 0; i < n; i++)
+        if (marks[i] > 0 && marks[i] < kDaySeconds && (g->count == 0 || marks[i] > g->marks[g->count - 1]))
+            g->marks[g->count++] = marks[i];
+    // The days the pass draws: the first and last of its cells (cells that
+    // show no day lie before or after those, or are February's 29th of 2100,
+    // which no calendar has).
+    g->firstDay = g->lastDay = 0;
+    for (int cell = 0; cell < CELLS; cell++) {
+        if (g_pass.cellDay[cell] == NO_DAY)
+            continue;
+        if (!g->firstDay)
+            g->firstDay = g_pass.cellDay[cell];
+        g->lastDay = g_pass.cellDay[cell];
+    }
+    g->pixels = 1;
+    for (int i = 0; i <= g->count; i++) {
+        long from = i == 0 ? 0 : g->marks[i - 1], to = i == g->count ? kDaySeconds : g->marks[i];
+        float t = (float)((from + to) / 2.0 / kDaySeconds);
+        g->startPixel[i] = (BYTE)StartPixel(t);
+        g->endPixel[i] = (BYTE)EndPixel(t);
+    }
 }
 
 // ---- icons -----------------------------------------------------------------
@@ -437,9 +484,14 @@ static int RunPass(HDC dc, int month, int year, int mode)
         {QUERY_MONTH, first, last, RestrictOverlapClosed},
         {QUERY_TRAILING, last, lastShown, RestrictOverlapAfterFirst},
     };
+    // A series that floods a day (a rule repeating every minute) would cost
+    // the pass seconds: the store leaves out what the bar draws over anyway.
+    DayGrid grid;
+    BuildDayGrid(&grid);
     for (const auto &q : queries) {
         g_pass.query = q.query;
-        if (!QueryAppointments(q.from, q.to, q.tmpl, VisitAppointment, nullptr, QUERY_RENDERING))
+        if (!QueryAppointments(q.from, q.to, q.tmpl, VisitAppointment, nullptr, QUERY_RENDERING,
+                               &grid, nullptr))
             return 0;
     }
     FlushBars();

@@ -3,6 +3,7 @@
 // each occurrence of a series is an item of its own.
 #include "objects.h"
 
+#include <algorithm>
 #include <new>
 #include <vector>
 
@@ -12,7 +13,11 @@ namespace {
 
 enum class SortKey { None, Start, End, Subject, Location, Categories, Duration };
 
-class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCollection> {
+// The engine counts days from 1970-01-01, the object model from 1899-12-30.
+const long kCivilDayOffset = 25569;
+
+class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCollection>,
+                   public ILanternfieldsDayGrid {
 public:
     Collection(const Origin& origin, bool infrared) : origin_(origin), infrared_(infrared) {}
     ~Collection() override {
@@ -20,6 +25,48 @@ public:
             store->Recycle(std::move(found_));
             store->Recycle(std::move(items_));
         }
+    }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+        if (ppv && IsEqualIID(riid, IID_ILanternfieldsDayGrid)) {
+            *ppv = static_cast<ILanternfieldsDayGrid*>(this);
+            AddRef();
+            return S_OK;
+        }
+        return Dispatch::QueryInterface(riid, ppv);
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return Dispatch::AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override { return Dispatch::Release(); }
+
+    HRESULT STDMETHODCALLTYPE SetDayGrid(int count, const long* marks, const BYTE* startPixels,
+                                         const BYTE* endPixels, long firstDay, long lastDay) override {
+        if (count < 0 || count > 1000 || (count > 0 && !marks) || (!startPixels) != (!endPixels) ||
+            firstDay > lastDay)
+            return E_INVALIDARG;
+        lfical::DayGrid grid;
+        for (int i = 0; i < count; ++i) {
+            if (marks[i] <= 0 || marks[i] >= 86400 || (i > 0 && marks[i] <= marks[i - 1])) return E_INVALIDARG;
+            grid.marks.push_back(static_cast<int32_t>(marks[i]));
+        }
+        if (startPixels) {
+            grid.startPixel.assign(startPixels, startPixels + count + 1);
+            grid.endPixel.assign(endPixels, endPixels + count + 1);
+        }
+        if (firstDay || lastDay) {
+            grid.firstDay = firstDay - kCivilDayOffset;
+            grid.lastDay = lastDay - kCivilDayOffset;
+        }
+        std::lock_guard<std::mutex> lock(mu_);
+        hasGrid_ = count > 0 || startPixels;
+        grid_ = std::move(grid);
+        generation_ = ~0u;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE IsDayThinned(long day, VARIANT_BOOL* thinned) override {
+        if (!thinned) return E_POINTER;
+        std::lock_guard<std::mutex> lock(mu_);
+        *thinned = VBool(std::binary_search(thinnedDays_.begin(), thinnedDays_.end(), day - kCivilDayOffset));
+        return S_OK;
     }
 
     HRESULT STDMETHODCALLTYPE Add(IDispatch** pp) override {
@@ -87,7 +134,9 @@ public:
         c->include_ = include_;
         c->sort_ = sort_;
         c->descending_ = descending_;
-        *pp = c;
+        c->grid_ = grid_;
+        c->hasGrid_ = hasGrid_;
+        *pp = static_cast<IPOutlookItemCollection*>(c);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Sort(BSTR property, VARIANT_BOOL descending) override {
@@ -126,11 +175,21 @@ public:
     HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** pp) override { return origin_.app()->get_Application(pp); }
 
 private:
-    std::vector<FoundItem> Compute(const Store& store, const Restriction* extra) const {
+    std::vector<FoundItem> Compute(const Store& store, const Restriction* extra) {
         std::vector<const Restriction*> rs;
         for (const auto& r : restrictions_) rs.push_back(r.get());
         if (extra) rs.push_back(extra);
+        // The view's grid rides on an empty restriction of our own.
+        Restriction carrier;
+        lfical::QueryReport report;
+        if (hasGrid_) {
+            carrier.grid = &grid_;
+            carrier.report = &report;
+            rs.push_back(&carrier);
+        }
         std::vector<FoundItem> list = store.QueryItems(include_, rs);
+        thinnedDays_ = std::move(report.thinnedDays);
+        std::sort(thinnedDays_.begin(), thinnedDays_.end());
         // With recurrences the store answers in order of start: sorting
         // again by start would change nothing.
         bool inOrder = include_ && sort_ == SortKey::Start && !descending_;
@@ -182,12 +241,15 @@ private:
     std::vector<FoundItem> items_;
     std::vector<FoundItem> found_;
     size_t cursor_ = 0;
+    lfical::DayGrid grid_;
+    bool hasGrid_ = false;
+    std::vector<int64_t> thinnedDays_;  // engine days, ascending
 };
 
 }  // namespace
 
 IPOutlookItemCollection* NewCollection(const Origin& origin, bool infrared) {
-    return new (std::nothrow) Collection(origin, infrared);
+    return static_cast<IPOutlookItemCollection*>(new (std::nothrow) Collection(origin, infrared));
 }
 
 }  // namespace poom

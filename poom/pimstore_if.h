@@ -22,6 +22,10 @@ inline constexpr IID IID_IRecurrencePattern = {0x38F47300, 0x270F, 0x11D2, {0x8F
 inline constexpr IID IID_IExceptions = {0xB47398D0, 0x3B73, 0x11D2, {0x8F, 0x1B, 0x00, 0x00, 0xF8, 0x7A, 0x43, 0x35}};
 inline constexpr IID IID_IException = {0xB47398D1, 0x3B73, 0x11D2, {0x8F, 0x1B, 0x00, 0x00, 0xF8, 0x7A, 0x43, 0x35}};
 
+// Lanternfields' own interface on an item collection (below), not part of
+// the published object model.
+inline constexpr IID IID_ILanternfieldsDayGrid = {0x726F0F6A, 0x9DD2, 0x47CC, {0xB7, 0xA0, 0xE1, 0x98, 0xF9, 0x3D, 0x8C, 0x09}};
+
 // Folder kinds (OlDefaultFolders).
 enum {
     olFolderCalendar = 9,
@@ -215,4 +219,25 @@ struct IException : public IDispatch {
     virtual HRESULT STDMETHODCALLTYPE get_Deleted(VARIANT_BOOL* pfDeleted) = 0;
     virtual HRESULT STDMETHODCALLTYPE get_AppointmentItem(IAppointment** ppAppt) = 0;
     virtual HRESULT STDMETHODCALLTYPE get_Application(IPOutlookApp** ppPolApp) = 0;
+};
+
+// Lanternfields' own, asked of an item collection through QueryInterface:
+// how the asking view looks at a day, so that the server leaves out of a
+// Find what the view could not show of an appointment series that floods a
+// day (a rule repeating every minute), and which days it thinned. A client
+// that never asks for it gets every occurrence, as the object model says.
+// The rule is lfical::DayGrid's (ical/ical.h).
+struct ILanternfieldsDayGrid : public IUnknown {
+    // For the following Finds: `count` seconds of the day, ascending, that
+    // split it into count + 1 stretches; with startPixels and endPixels (one
+    // per stretch) the view draws the day as a schedule bar, else it lists
+    // a flooding series once per stretch. count 0 with no pixels asks for
+    // every occurrence again. firstDay and lastDay (OLE dates' whole days)
+    // are the days the view draws; it walks the others without drawing
+    // (0 and 0: it draws every day).
+    virtual HRESULT STDMETHODCALLTYPE SetDayGrid(int count, const long* marks, const BYTE* startPixels,
+                                                 const BYTE* endPixels, long firstDay, long lastDay) = 0;
+    // After a Find: S_OK with *thinned set when occurrences starting on the
+    // day (an OLE date's whole days, in the store's local time) were left out.
+    virtual HRESULT STDMETHODCALLTYPE IsDayThinned(long day, VARIANT_BOOL* thinned) = 0;
 };

@@ -532,6 +532,17 @@ bool Restriction::Parse(const std::wstring& text, const DatePicture& picture, st
 bool Restriction::Matches(const RestrictRecord& r) const { return !root_ || root_->Eval(r); }
 
 bool Restriction::AsksTexts() const { return root_ && root_->AsksTexts(); }
+const lfical::DayGrid* GridOf(const std::vector<const Restriction*>& rs) {
+    for (const Restriction* r : rs)
+        if (r->grid) return r->grid;
+    return nullptr;
+}
+
+lfical::QueryReport* ReportOf(const std::vector<const Restriction*>& rs) {
+    for (const Restriction* r : rs)
+        if (r->report) return r->report;
+    return nullptr;
+}
 
 void Restriction::Bounds(LocalSecs& lo, LocalSecs& hi) const {
     if (!root_) {

@@ -16,6 +16,11 @@
 
 #include "caltime.h"
 
+namespace lfical {
+struct DayGrid;
+struct QueryReport;
+}  // namespace lfical
+
 namespace poom {
 
 // The short-date picture of a locale, e.g. L"M/d/yyyy" or L"dd.MM.yyyy".
@@ -76,11 +81,22 @@ public:
     // query then has to read for every item).
     bool AsksTexts() const;
 
+    // A query may also carry how its reader looks at a day, so that the
+    // engine leaves out what the reader could not show of an event that
+    // floods a day, and where the engine says which days it thinned. An
+    // item collection puts these on an empty restriction of its own.
+    const lfical::DayGrid* grid = nullptr;
+    lfical::QueryReport* report = nullptr;
+
     struct Node;
 
 private:
     std::unique_ptr<Node> root_;
 };
+
+// The grid and the report the restrictions of a query carry, or null.
+const lfical::DayGrid* GridOf(const std::vector<const Restriction*>& rs);
+lfical::QueryReport* ReportOf(const std::vector<const Restriction*>& rs);
 
 // The last calendar day an appointment occupies: an end exactly at midnight
 // belongs to the day before (an all-day event ends at the next midnight),

@@ -455,7 +455,7 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
         bool asksTexts = false;
         for (const Restriction* r : rs) asksTexts = asksTexts || r->AsksTexts();
         std::vector<lfical::Occurrence> occurrences =
-            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed);
+            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed, ReportOf(rs), GridOf(rs));
         out.reserve(occurrences.size());
         RestrictRecord rec;
         lfical::EventId recFor = lfical::kNoEvent;

@@ -48,6 +48,28 @@ IAppointment *AsAppointment(HRESULT hr, IDispatch *found)
 int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
                       AppointmentVisitor visit, void *context, int thread)
 {
+    return QueryAppointments(firstDay, secondDay, tmpl, visit, context, thread, nullptr, nullptr);
+}
+
+// Whether the store left out occurrences starting on a day from `first` to `last`.
+static int AnyDayThinned(ILanternfieldsDayGrid *grid, const SYSTEMTIME &first, const SYSTEMTIME &last)
+{
+    int from = OleDayNumber(first.wMonth, first.wDay, first.wYear);
+    int to = OleDayNumber(last.wMonth, last.wDay, last.wYear);
+    for (int day = from; day <= to; day++) {
+        VARIANT_BOOL thinned = VARIANT_FALSE;
+        if (SUCCEEDED(grid->IsDayThinned(day, &thinned)) && thinned != VARIANT_FALSE)
+            return 1;
+    }
+    return 0;
+}
+
+int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
+                      AppointmentVisitor visit, void *context, int thread, const DayGrid *grid,
+                      int *thinned)
+{
+    if (thinned)
+        *thinned = 0;
     // A failed open leaves an empty calendar rather than a broken view.
     if (!g_app.calendarFolder)
         return 1;
@@ -61,6 +83,14 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
 
     items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
     items->put_IncludeRecurrences(VARIANT_TRUE);
+    ComPtr<ILanternfieldsDayGrid> dayGrid;
+    if (grid && grid->count >= 0 && grid->count <= DAY_GRID_MARKS &&
+        SUCCEEDED(items->QueryInterface(IID_ILanternfieldsDayGrid, reinterpret_cast<void **>(&dayGrid))) &&
+        dayGrid) {
+        if (FAILED(dayGrid->SetDayGrid(grid->count, grid->marks, grid->pixels ? grid->startPixel : nullptr,
+                                       grid->pixels ? grid->endPixel : nullptr, grid->firstDay, grid->lastDay)))
+            dayGrid.Reset();
+    }
 
     // Find and FindNext fill `found` in, so they are called before it is
     // read: as arguments of one call their order would be unspecified.
@@ -69,6 +99,8 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
     IDispatch *found = nullptr;
     HRESULT hr = items->Find(Bstr(restriction), &found);
     ComPtr<IAppointment> item(AsAppointment(hr, found));
+    if (dayGrid && thinned)
+        *thinned = AnyDayThinned(dayGrid.get(), firstDay, secondDay);
     while (item) {
         if (StopRequested(thread) || !visit(item.get(), context))
             return 0;

@@ -49,6 +49,26 @@ enum { QUERY_UI = 0, QUERY_RENDERING = 1 };
 // store open nothing is found and the result is 1.
 int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
                       AppointmentVisitor visit, void *context, int thread = QUERY_UI);
+
+// How a view looks at a day, so that the store may leave out what the view could not show of a
+// series that floods a day (a rule repeating every minute): the seconds of the day where the
+// view's reading of a time may change, and, for a view that draws the day as a schedule bar, the
+// pixel a start and an end take in each stretch between them (before the first mark, between
+// two, after the last). Without pixels the view lists a flooding series once per stretch.
+const int DAY_GRID_MARKS = 64;
+struct DayGrid {
+    int count;
+    long marks[DAY_GRID_MARKS];
+    int pixels;
+    BYTE startPixel[DAY_GRID_MARKS + 1], endPixel[DAY_GRID_MARKS + 1];
+    int firstDay, lastDay; // the days the view draws (OleDayNumber); 0 and 0: every day
+};
+// The same walk, the store told how the view looks at a day (ILanternfieldsDayGrid; a store
+// without that interface gives every occurrence). *thinned is set to 1 when the store left out
+// occurrences starting on one of the two days or a day between, else to 0.
+int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, const WCHAR *tmpl,
+                      AppointmentVisitor visit, void *context, int thread, const DayGrid *grid,
+                      int *thinned);
 // The day's short date text in the system's default locale, never a time.
 void ShortDateText(const SYSTEMTIME &day, WCHAR *text, int length);
 // The restriction text the query sends for these two days.
