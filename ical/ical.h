@@ -400,6 +400,10 @@ public:
     // for the reader it describes (DayGrid), and the report says where.
     std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range,
                                   QueryReport* report = nullptr, const DayGrid* grid = nullptr) const;
+    // The same into out, emptied first and its room kept: a reader that asks
+    // again and again (a month view) spares the heap a large block a query.
+    void queryInto(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+                   QueryReport* report = nullptr, const DayGrid* grid = nullptr) const;
 
     // Changes: each returns false (and leaves the store as it was) when the
     // id is not a live event or the edit makes no sense.

@@ -178,14 +178,19 @@ int64_t StoreImpl::inSeriesClock(const Time& clock, const Zone& target, int64_t 
     return upper ? v + margin : v - margin;
 }
 
-std::vector<Occurrence> StoreImpl::query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const
+void StoreImpl::query(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+                      QueryReport* rep) const
 {
     if (range == Range::WholeDays) {
         from = floorDiv(from, kDay) * kDay;
         to = (floorDiv(to, kDay) + 1) * kDay;
         range = Range::HalfOpen;
     }
-    std::vector<Occurrence> out;
+    out.clear();
+    // Grown step by step, the list would be copied and, under Wine, mapped
+    // anew at every step.
+    size_t expected = lastFound.load(std::memory_order_relaxed);
+    out.reserve(expected + expected / 4 + 16);
     for (size_t b = 0; b < buckets.size(); ++b) {
         const auto& v = buckets[b];
         if (v.empty())
@@ -220,7 +225,7 @@ std::vector<Occurrence> StoreImpl::query(const Zone& target, int64_t from, int64
         if (a.end != b.end) return a.end < b.end;
         return a.event < b.event;
     });
-    return out;
+    lastFound.store(out.size(), std::memory_order_relaxed);
 }
 
 std::vector<EventId> Store::events() const
@@ -378,10 +383,17 @@ EventInfo Store::info(EventId id) const
 std::vector<Occurrence> Store::query(const Zone& target, int64_t from, int64_t to, Range range,
                                      QueryReport* report, const DayGrid* grid) const
 {
-    std::vector<Occurrence> out = d_->query(target, from, to, range, report);
+    std::vector<Occurrence> out;
+    queryInto(out, target, from, to, range, report, grid);
+    return out;
+}
+
+void Store::queryInto(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+                      QueryReport* report, const DayGrid* grid) const
+{
+    d_->query(out, target, from, to, range, report);
     if (grid)
         thinFloods(out, *grid, from, report);
-    return out;
 }
 
 }  // namespace lfical

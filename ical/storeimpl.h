@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <map>
 #include <memory>
@@ -504,7 +505,10 @@ struct StoreImpl {
                 std::vector<Occurrence>& out, QueryReport* rep) const;
     static int64_t jump(const Zone& z, int64_t utc);
     int64_t inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const;
-    std::vector<Occurrence> query(const Zone& target, int64_t from, int64_t to, Range range, QueryReport* rep) const;
+    void query(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+               QueryReport* rep) const;
+    // How many the last query found: the next one makes room for about as many.
+    mutable std::atomic<size_t> lastFound{0};
     Component parsed(EventId id) const;
     bool plainInstance(EventId id, int64_t c) const;
     Time after(const Time& t, int64_t seconds) const;

@@ -454,8 +454,9 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
         // and kept (PartOf); the texts only when a restriction compares one.
         bool asksTexts = false;
         for (const Restriction* r : rs) asksTexts = asksTexts || r->AsksTexts();
-        std::vector<lfical::Occurrence> occurrences =
-            ical_->query(local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed, ReportOf(rs), GridOf(rs));
+        std::vector<lfical::Occurrence>& occurrences = occurrences_;
+        ical_->queryInto(occurrences, local_, ToCivil(lo), ToCivil(hi), lfical::Range::Closed, ReportOf(rs),
+                         GridOf(rs));
         out.reserve(occurrences.size());
         RestrictRecord rec;
         lfical::EventId recFor = lfical::kNoEvent;
@@ -527,9 +528,9 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
 }
 
 namespace {
-void AddCategoryNames(const lfical::EventInfo& info, std::vector<std::wstring>& out) {
-    if (info.categories.empty()) return;
-    for (std::wstring& name : CategoryNames(Categories(info.categories))) out.push_back(std::move(name));
+void AddCategoryNames(const std::vector<std::string>& categories, std::vector<std::wstring>& out) {
+    if (categories.empty()) return;
+    for (std::wstring& name : CategoryNames(Categories(categories))) out.push_back(std::move(name));
 }
 }  // namespace
 
@@ -538,8 +539,8 @@ std::vector<std::wstring> Store::CategoryNamesOf(std::uint32_t oid) const {
     std::vector<std::wstring> out;
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) return out;
-    AddCategoryNames(ical_->info(id), out);
-    for (lfical::EventId o : ical_->overridesOf(id)) AddCategoryNames(ical_->info(o), out);
+    AddCategoryNames(ical_->categories(id), out);
+    for (lfical::EventId o : ical_->overridesOf(id)) AddCategoryNames(ical_->categories(o), out);
     return out;
 }
 
@@ -561,11 +562,12 @@ std::map<std::uint32_t, std::vector<std::wstring>> Store::CategoryNamesByItem() 
         if (ical_.get() != read) return CategoryNamesByItem();
         for (size_t i = first; i < ids.size() && i < first + kAtOnce; ++i) {
             if (!ical_->valid(ids[i])) continue;
-            lfical::EventInfo info = ical_->info(ids[i]);
-            if (info.categories.empty()) continue;
-            std::uint32_t oid = OidOfUid(info.uid);
+            // The names alone: the event's other fields are not decoded.
+            std::vector<std::string> categories = ical_->categories(ids[i]);
+            if (categories.empty()) continue;
+            std::uint32_t oid = oidOf_.size() > ids[i] ? oidOf_[ids[i]] : 0;
             if (!oid) continue;
-            AddCategoryNames(info, out[oid]);
+            AddCategoryNames(categories, out[oid]);
         }
     }
     return out;

@@ -262,6 +262,8 @@ private:
     std::uint64_t version_ = 0;
     mutable std::vector<std::unique_ptr<EventPart>> parts_;
     mutable std::vector<FoundItem> spare_;
+    // The engine's answer to the query being made, its room kept for the next.
+    mutable std::vector<lfical::Occurrence> occurrences_;
     std::vector<std::string> conflicts_;
 };
 
