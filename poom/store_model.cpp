@@ -405,6 +405,23 @@ std::vector<ItemSnapshot> Store::Query(bool includeRecurrences,
     return out;
 }
 
+FoundItem FoundItem::Of(ItemSnapshot s) {
+    FoundItem found;
+    found.start = s.f.start;
+    found.end = s.f.end;
+    found.originalStart = s.originalStart;
+    found.oid = s.oid;
+    found.busyStatus = s.f.busyStatus;
+    found.sensitivity = s.f.sensitivity;
+    found.reminderMinutes = s.f.reminderMinutes;
+    found.allDay = s.f.allDay;
+    found.recurring = s.recurring;
+    found.isOverride = s.isOverride;
+    found.reminderSet = s.f.reminderSet;
+    found.texts = s.texts ? std::move(s.texts) : std::make_shared<EventTexts>(std::move(s.f));
+    return found;
+}
+
 ItemSnapshot FoundItem::Snapshot() const {
     ItemSnapshot s;
     s.oid = oid;
@@ -509,19 +526,7 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
             if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
             ItemSnapshot s = SnapshotOf(id);
             if (!matches(RecordOf(s))) continue;
-            FoundItem found;
-            found.start = s.f.start;
-            found.end = s.f.end;
-            found.originalStart = s.originalStart;
-            found.oid = s.oid;
-            found.busyStatus = s.f.busyStatus;
-            found.sensitivity = s.f.sensitivity;
-            found.reminderMinutes = s.f.reminderMinutes;
-            found.allDay = s.f.allDay;
-            found.recurring = s.recurring;
-            found.reminderSet = s.f.reminderSet;
-            found.texts = std::make_shared<EventTexts>(std::move(s.f));
-            out.push_back(std::move(found));
+            out.push_back(FoundItem::Of(std::move(s)));
         }
     }
     return out;

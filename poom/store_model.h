@@ -132,6 +132,8 @@ struct FoundItem {
 
     const std::wstring& Text(std::wstring Fields::*m) const { return texts->Text(m); }
     ItemSnapshot Snapshot() const;
+    // A whole snapshot made small, its texts shared from then on.
+    static FoundItem Of(ItemSnapshot s);
 };
 
 struct ExceptionInfo {
