@@ -90,7 +90,8 @@ bool SourceBits(HBITMAP bmp, BITMAP &bm, std::vector<BYTE> &bits)
     return GetBitmapBits(bmp, (LONG)bits.size(), bits.data()) == (LONG)bits.size();
 }
 
-HBITMAP NewDib(HDC like, int width, int height, DWORD **bits)
+// 32-bit pixels, top row first: the form the copies are made and compared in.
+BITMAPINFO TopDown32(int width, int height)
 {
     BITMAPINFO bi = {};
     bi.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
@@ -99,6 +100,12 @@ HBITMAP NewDib(HDC like, int width, int height, DWORD **bits)
     bi.bmiHeader.biPlanes = 1;
     bi.bmiHeader.biBitCount = 32;
     bi.bmiHeader.biCompression = BI_RGB;
+    return bi;
+}
+
+HBITMAP NewDib(HDC like, int width, int height, DWORD **bits)
+{
+    BITMAPINFO bi = TopDown32(width, height);
     return CreateDIBSection(like, &bi, DIB_RGB_COLORS, reinterpret_cast<void **>(bits), nullptr, 0);
 }
 
@@ -108,13 +115,7 @@ bool MakeCopy(KeyedCopy &k, HDC dst, HBITMAP bmp, COLORREF key, const BITMAP &bm
     int w = bm.bmWidth, h = bm.bmHeight;
     // The source's colours as 32-bit pixels, the form the key is compared in.
     std::vector<DWORD> rgb((size_t)w * h);
-    BITMAPINFO bi = {};
-    bi.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
-    bi.bmiHeader.biWidth = w;
-    bi.bmiHeader.biHeight = -h;
-    bi.bmiHeader.biPlanes = 1;
-    bi.bmiHeader.biBitCount = 32;
-    bi.bmiHeader.biCompression = BI_RGB;
+    BITMAPINFO bi = TopDown32(w, h);
     HDC screen = GetDC(nullptr);
     int lines = GetDIBits(screen, bmp, 0, (UINT)h, rgb.data(), &bi, DIB_RGB_COLORS);
     ReleaseDC(nullptr, screen);

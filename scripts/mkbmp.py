@@ -157,20 +157,25 @@ def parse(path, text=None):
     return Art(path, header["width"], header["height"], header["bpp"], palette, rows)
 
 
-def bmp_bytes(art):
+def packed_row(art, row):
+    """One pixel row as stored: 8 or 4 bits a pixel, padded to whole 32-bit words."""
     stride = ((art.width * art.bpp + 31) // 32) * 4
+    if art.bpp == 8:
+        line = bytearray(row)
+    else:
+        line = bytearray()
+        for x in range(0, art.width, 2):
+            hi = row[x]
+            lo = row[x + 1] if x + 1 < art.width else 0
+            line.append((hi << 4) | lo)
+    line.extend(b"\0" * (stride - len(line)))
+    return line
+
+
+def bmp_bytes(art):
     body = bytearray()
     for row in reversed(art.rows):  # BMP rows are stored bottom-up
-        if art.bpp == 8:
-            line = bytearray(row)
-        else:
-            line = bytearray()
-            for x in range(0, art.width, 2):
-                hi = row[x]
-                lo = row[x + 1] if x + 1 < art.width else 0
-                line.append((hi << 4) | lo)
-        line.extend(b"\0" * (stride - len(line)))
-        body += line
+        body += packed_row(art, row)
     colours = b"".join(struct.pack("<BBBB", c & 0xFF, (c >> 8) & 0xFF, (c >> 16) & 0xFF, 0)
                        for _, c in art.palette)
     offset = 14 + 40 + len(colours)
@@ -189,21 +194,11 @@ def ico_bytes(art):
                        if c != TRANSPARENT else b"\0\0\0\0"  # masked pixels must be black
                        for _, c in art.palette)
     colours += b"\0" * (4 * (1 << art.bpp) - len(colours))
-    stride = ((art.width * art.bpp + 31) // 32) * 4
     mask_stride = ((art.width + 31) // 32) * 4
     body = bytearray()
     mask = bytearray()
     for row in reversed(art.rows):
-        if art.bpp == 8:
-            line = bytearray(row)
-        else:
-            line = bytearray()
-            for x in range(0, art.width, 2):
-                hi = row[x]
-                lo = row[x + 1] if x + 1 < art.width else 0
-                line.append((hi << 4) | lo)
-        line.extend(b"\0" * (stride - len(line)))
-        body += line
+        body += packed_row(art, row)
         bits = bytearray(mask_stride)
         for x, idx in enumerate(row):
             if art.palette[idx][1] == TRANSPARENT:

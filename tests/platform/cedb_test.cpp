@@ -14,6 +14,22 @@ namespace {
 
 const CEPROPID kName = 0x000A001F, kColour = 0x000B0003, kIcon = 0x000C0002;
 
+// Every record's name from the handle's position on, as the program reads on.
+std::wstring ReadOn(HANDLE h) {
+    std::wstring out;
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 1;
+    CEPROPID want = kName;
+    while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
+        out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
+        out += L",";
+    }
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
+    LocalFree(buf);
+    return out;
+}
+
 class CeDb : public ::testing::Test {
 protected:
     std::wstring dir, vol;
@@ -76,18 +92,7 @@ protected:
     // empty database has no start to seek to).
     std::wstring Names(HANDLE h) {
         CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
-        std::wstring out;
-        LPBYTE buf = nullptr;
-        DWORD size = 0;
-        WORD count = 1;
-        CEPROPID want = kName;
-        while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
-            out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
-            out += L",";
-        }
-        EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
-        LocalFree(buf);
-        return out;
+        return ReadOn(h);
     }
 };
 
@@ -491,21 +496,6 @@ TEST_F(CeDb, TheObjectStoreIsAVolumeOfItsOwn) {
     EXPECT_TRUE(CeDeleteDatabaseEx(&sys, db));
 }
 
-// Every record's name from the handle's position on, as the program reads on.
-std::wstring ReadOn(HANDLE h) {
-    std::wstring out;
-    LPBYTE buf = nullptr;
-    DWORD size = 0;
-    WORD count = 1;
-    CEPROPID want = kName;
-    while (CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, &want, &buf, &size)) {
-        out += reinterpret_cast<CEPROPVAL *>(buf)->val.lpwstr;
-        out += L",";
-    }
-    EXPECT_EQ(GetLastError(), DWORD(ERROR_NO_MORE_ITEMS));
-    LocalFree(buf);
-    return out;
-}
 
 CEPROPVAL NameKey(const wchar_t *s) {
     CEPROPVAL v = {};
