@@ -189,7 +189,9 @@ void StoreImpl::query(std::vector<Occurrence>& out, const Zone& target, int64_t 
     out.clear();
     // Grown step by step, the list would be copied and, under Wine, mapped
     // anew at every step.
-    size_t expected = lastFound.load(std::memory_order_relaxed);
+    // A flooded month's hundreds of thousands are not reserved for every
+    // query after it.
+    size_t expected = std::min<size_t>(lastFound.load(std::memory_order_relaxed), 65536);
     out.reserve(expected + expected / 4 + 16);
     for (size_t b = 0; b < buckets.size(); ++b) {
         const auto& v = buckets[b];

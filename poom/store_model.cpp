@@ -440,8 +440,15 @@ ItemSnapshot FoundItem::Snapshot() const {
     return s;
 }
 
+namespace {
+// The most items a kept list holds room for between queries (a few MB): a
+// flooded month's answer is let go rather than kept for every month after.
+constexpr size_t kKeptRoom = 1 << 17;
+}  // namespace
+
 void Store::Recycle(std::vector<FoundItem>&& list) const {
     list.clear();
+    if (list.capacity() > kKeptRoom) return;
     std::lock_guard<std::recursive_mutex> lock(mu_);
     if (list.capacity() > spare_.capacity()) spare_.swap(list);
 }
@@ -519,6 +526,7 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
             s.oid = part.oid;
         }
         // The engine answers in order of start already; equal starts keep its order.
+        if (occurrences.capacity() > kKeptRoom) std::vector<lfical::Occurrence>().swap(occurrences);
         auto byStart = [](const FoundItem& a, const FoundItem& b) { return a.start < b.start; };
         if (!std::is_sorted(out.begin(), out.end(), byStart)) std::stable_sort(out.begin(), out.end(), byStart);
     } else {
