@@ -301,9 +301,10 @@ void Store::FillFields(const lfical::EventInfo& info, Fields& f, bool texts) con
     f.reminderMinutes = info.alarmMinutes >= 0 ? info.alarmMinutes : 15;
 }
 
-ItemSnapshot Store::SnapshotOf(lfical::EventId id) const {
+ItemSnapshot Store::SnapshotOf(lfical::EventId id) const { return SnapshotOf(ical_->info(id)); }
+
+ItemSnapshot Store::SnapshotOf(const lfical::EventInfo& info) const {
     ItemSnapshot s;
-    lfical::EventInfo info = ical_->info(id);
     FillFields(info, s.f);
     s.f.start = ToLocal(info.start);
     s.f.end = ToLocal(info.end);
@@ -531,8 +532,9 @@ std::vector<FoundItem> Store::QueryItems(bool includeRecurrences,
         if (!std::is_sorted(out.begin(), out.end(), byStart)) std::stable_sort(out.begin(), out.end(), byStart);
     } else {
         for (lfical::EventId id : ical_->events()) {
-            if (ical_->info(id).hasRecurrenceId) continue;  // an override is not an item of its own
-            ItemSnapshot s = SnapshotOf(id);
+            lfical::EventInfo info = ical_->info(id);
+            if (info.hasRecurrenceId) continue;  // an override is not an item of its own
+            ItemSnapshot s = SnapshotOf(info);
             if (!matches(RecordOf(s))) continue;
             out.push_back(FoundItem::Of(std::move(s)));
         }

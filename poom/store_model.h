@@ -244,6 +244,7 @@ private:
     lfical::Time BuildEdit(bool isNew, const lfical::EventInfo& old, const Fields& was, const Fields& f,
                            lfical::EventEdit& e) const;
     ItemSnapshot SnapshotOf(lfical::EventId id) const;
+    ItemSnapshot SnapshotOf(const lfical::EventInfo& info) const;
     ItemSnapshot SnapshotOf(const lfical::Occurrence& o) const;
     LocalSecs ToLocal(const lfical::Time& t) const;
     lfical::Time FromLocal(LocalSecs s, const lfical::Time& like) const;
