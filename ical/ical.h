@@ -346,8 +346,17 @@ struct QueryReport {
 // cover every pixel the run drew, so the day's picture is the same. An
 // occurrence starting or ending on a mark, or at midnight, is always kept,
 // since the reader alone knows which side of the mark it reads.
+//
+// A list's query, and a picture's whose answer would outgrow kThinWholeUpTo,
+// never walk a flooded day whole: past its first kFloodPerDay + 1 starts, they
+// take a flooding series' first and last start in each stretch only, found by
+// skipping through its rule. A list then shows exactly what it would have;
+// a picture's bars reach as far as before, with each event's first
+// occurrence of a day and every other event kept, though where floods cross
+// each other the marks may fall on other pixels.
 struct DayGrid {
-    static const int kFloodPerDay = 48;
+    static constexpr int kFloodPerDay = 48;
+    static constexpr size_t kThinWholeUpTo = 200000;
     std::vector<int32_t> marks;                // seconds of the day, ascending, inside (0, 86400)
     std::vector<uint8_t> startPixel, endPixel; // marks.size() + 1 each, or both empty
     // The days (civil day numbers in the query's zone) the pixel reader

@@ -1,6 +1,7 @@
 // Querying the store: where events fall on a zone's wall clock, series
 // expanded into occurrences, date-range queries, and what an event holds.
 #include <algorithm>
+#include <optional>
 
 #include "storeimpl.h"
 
@@ -68,8 +69,25 @@ bool StoreImpl::overlaps(int64_t s, int64_t e, int64_t from, int64_t to, Range r
     return s < to && (e > from || (s == e && s >= from));
 }
 
+int64_t StoreImpl::inSeriesClockAt(const Time& clock, const Zone& target, int64_t t) const
+{
+    switch (clock.kind) {
+    case TimeKind::Zoned: return zones[size_t(clock.zone)].fromUtc(target.toUtc(t));
+    case TimeKind::Utc: return target.toUtc(t);
+    default: return t;
+    }
+}
+
+// Whether a series' starts can be sampled day by day: its rule's periods are
+// a day or shorter (a seek then skips what lies between), or its starts are
+// counted out already; and the window is a view's, not years.
+static bool samplable(const Series& sr, int64_t firstDay, int64_t lastDay)
+{
+    return sr.hasRule && lastDay - firstDay <= 400 && (sr.rule.count || sr.rule.freq <= Freq::Daily);
+}
+
 void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
-                       std::vector<Occurrence>& out, QueryReport* rep) const
+                       std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample) const
 {
     const Ev& e = evs[id];
     const Series& sr = *e.series;
@@ -85,7 +103,42 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
     bool cut = false;
     if (e.start.civil >= lo && e.start.civil <= hi)
         starts.push_back(e.start.civil);
-    if (sr.hasRule) {
+    auto excluded = [&](int64_t c) {
+        if (std::binary_search(sr.exdates.begin(), sr.exdates.end(), c))
+            return true;
+        if (!sr.exdays.empty() && std::binary_search(sr.exdays.begin(), sr.exdays.end(), floorDiv(c, kDay)))
+            return true;
+        if (sr.overrides.empty())
+            return false;
+        auto it = std::lower_bound(sr.overrides.begin(), sr.overrides.end(), std::make_pair(c, EventId(0)));
+        return it != sr.overrides.end() && it->first == c;
+    };
+    const int64_t firstDay = floorDiv(from - sr.maxLen - 1, kDay), lastDay = floorDiv(to, kDay);
+    if (sample && sr.future == kNoEvent && samplable(sr, firstDay, lastDay)) {
+        std::optional<RecurIter> it;
+        StartSource src;
+        src.excluded = excluded;
+        src.stop = hi;
+        if (sr.rule.count) {
+            src.counted = &sr.counted;
+            cut = sr.countCut && !sr.counted.empty() && sr.counted.back() <= hi;
+        } else {
+            it.emplace(sr.rule, e.start.civil, e.start.isDate(), sr.until);
+            src.it = &*it;
+        }
+        std::vector<int64_t> days;
+        // An instance's length as written (a day's change of offset aside).
+        int64_t length = e.endKind == EndKind::DtEnd     ? e.exact
+                         : e.endKind == EndKind::Duration ? e.dur.days * kDay + e.dur.seconds
+                         : e.start.isDate()               ? kDay
+                                                          : 0;
+        if (hi >= e.start.civil)
+            sampleStarts(src, [&](int64_t t) { return inSeriesClockAt(e.start, target, t); }, *sample, length,
+                         firstDay, lastDay, lo, hi, starts, days);
+        cut = cut || (it && it->cut());
+        if (rep)
+            rep->thinnedDays.insert(rep->thinnedDays.end(), days.begin(), days.end());
+    } else if (sr.hasRule) {
         if (sr.rule.count) {
             auto a = std::lower_bound(sr.counted.begin(), sr.counted.end(), lo);
             auto b = std::upper_bound(sr.counted.begin(), sr.counted.end(), hi);
@@ -119,15 +172,9 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
             rep->cut.push_back(std::string(uidOf(e)));
     }
     for (int64_t c : starts) {
-        if (std::binary_search(sr.exdates.begin(), sr.exdates.end(), c))
+        // An override is indexed as an event of its own.
+        if (excluded(c))
             continue;
-        if (!sr.exdays.empty() && std::binary_search(sr.exdays.begin(), sr.exdays.end(), floorDiv(c, kDay)))
-            continue;
-        if (!sr.overrides.empty()) {
-            auto it = std::lower_bound(sr.overrides.begin(), sr.overrides.end(), std::make_pair(c, EventId(0)));
-            if (it != sr.overrides.end() && it->first == c)
-                continue;  // the override is indexed as an event of its own
-        }
         int64_t len = -1;
         for (auto& r : sr.rdates)
             if (r.first == c && r.second >= 0)
@@ -179,7 +226,54 @@ int64_t StoreImpl::inSeriesClock(const Time& clock, const Zone& target, int64_t 
 }
 
 void StoreImpl::query(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
-                      QueryReport* rep) const
+                      QueryReport* rep, const DayGrid* grid) const
+{
+    // A list shows a flooding series once per stretch, which its sampled
+    // starts always hold, so a list's query samples from the start. A picture
+    // is thinned from every start while they stay few; past that, the query
+    // starts again sampled, and its time stays bounded however many series
+    // flood the view.
+    const bool useGrid = grid && gridMakesSense(*grid);
+    const DayGrid* sample = useGrid && grid->startPixel.empty() ? grid : nullptr;
+    const size_t cutsBefore = rep ? rep->cut.size() : 0, examinedBefore = rep ? rep->instancesExamined : 0;
+    const size_t thinnedBefore = rep ? rep->thinnedDays.size() : 0;
+    const size_t budget = useGrid && !sample ? DayGrid::kThinWholeUpTo : SIZE_MAX;
+    if (budget != SIZE_MAX && floodsPast(from, to, budget))
+        sample = grid;
+    if (queryOnce(out, target, from, to, range, rep, sample, budget))
+        return;
+    if (rep) {
+        rep->cut.resize(cutsBefore);
+        rep->instancesExamined = examinedBefore;
+        rep->thinnedDays.resize(thinnedBefore);
+    }
+    queryOnce(out, target, from, to, range, rep, grid, SIZE_MAX);
+}
+
+// Whether the series whose rules repeat within the hour would, by their
+// rules alone, put more than `budget` starts into [from, to]: such a query is
+// sampled from the start rather than after a walk it would throw away.
+bool StoreImpl::floodsPast(int64_t from, int64_t to, size_t budget) const
+{
+    size_t estimate = 0;
+    for (EventId id : seriesList) {
+        const Ev& e = evs[id];
+        const Series& sr = *e.series;
+        if (!sr.hasRule || sr.rule.freq > Freq::Hourly)
+            continue;
+        int64_t unit = sr.rule.freq == Freq::Secondly ? 1 : sr.rule.freq == Freq::Minutely ? 60 : 3600;
+        int64_t first = std::max(from, e.start.civil - kZoneSlack);
+        int64_t last = std::min(to, sr.last == kNoEnd ? to : sr.last + sr.maxLen + kZoneSlack);
+        if (last > first)
+            estimate += size_t((last - first) / (unit * std::max<int64_t>(sr.rule.interval, 1)));
+        if (estimate > budget)
+            return true;
+    }
+    return false;
+}
+
+bool StoreImpl::queryOnce(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+                          QueryReport* rep, const DayGrid* sample, size_t budget) const
 {
     if (range == Range::WholeDays) {
         from = floorDiv(from, kDay) * kDay;
@@ -220,7 +314,9 @@ void StoreImpl::query(std::vector<Occurrence>& out, const Zone& target, int64_t 
         int64_t first = e.start.civil - kZoneSlack, last = sr.last == kNoEnd ? kNoEnd : sr.last + sr.maxLen + kZoneSlack;
         if (sr.future == kNoEvent && (first > to || last < from))
             continue;
-        expand(id, target, from, to, range, out, rep);
+        expand(id, target, from, to, range, out, rep, sample);
+        if (out.size() > budget)
+            return false;
     }
     std::sort(out.begin(), out.end(), [](const Occurrence& a, const Occurrence& b) {
         if (a.start != b.start) return a.start < b.start;
@@ -228,6 +324,7 @@ void StoreImpl::query(std::vector<Occurrence>& out, const Zone& target, int64_t 
         return a.event < b.event;
     });
     lastFound.store(out.size(), std::memory_order_relaxed);
+    return true;
 }
 
 std::vector<EventId> Store::events() const
@@ -393,9 +490,14 @@ std::vector<Occurrence> Store::query(const Zone& target, int64_t from, int64_t t
 void Store::queryInto(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
                       QueryReport* report, const DayGrid* grid) const
 {
-    d_->query(out, target, from, to, range, report);
+    d_->query(out, target, from, to, range, report, grid);
     if (grid)
         thinFloods(out, *grid, from, report);
+    if (report) {
+        std::sort(report->thinnedDays.begin(), report->thinnedDays.end());
+        report->thinnedDays.erase(std::unique(report->thinnedDays.begin(), report->thinnedDays.end()),
+                                  report->thinnedDays.end());
+    }
 }
 
 }  // namespace lfical

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -501,12 +502,20 @@ struct StoreImpl {
     std::string itemBytes(const Source& s, const Item& it) const;
     std::string sourceText(const Source& s) const;
     static bool overlaps(int64_t s, int64_t e, int64_t from, int64_t to, Range range);
+    // With `sample`, a day the series floods gets only its first starts and
+    // then the first and last start in each stretch of the grid (thinning.cpp).
     void expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
-                std::vector<Occurrence>& out, QueryReport* rep) const;
+                std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample = nullptr) const;
+    // A target wall-clock time in a series' own clock.
+    int64_t inSeriesClockAt(const Time& clock, const Zone& target, int64_t t) const;
     static int64_t jump(const Zone& z, int64_t utc);
     int64_t inSeriesClock(const Time& clock, const Zone& target, int64_t t, bool upper) const;
     void query(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
-               QueryReport* rep) const;
+               QueryReport* rep, const DayGrid* grid = nullptr) const;
+    bool floodsPast(int64_t from, int64_t to, size_t budget) const;
+    // One try: false, with out partly filled, once the answer outgrows budget.
+    bool queryOnce(std::vector<Occurrence>& out, const Zone& target, int64_t from, int64_t to, Range range,
+                   QueryReport* rep, const DayGrid* sample, size_t budget) const;
     // How many the last query found: the next one makes room for about as many.
     mutable std::atomic<size_t> lastFound{0};
     Component parsed(EventId id) const;
@@ -537,5 +546,38 @@ struct StoreImpl {
 // Leaves out of a query's answer (in start order) what the grid's reader
 // could not show of events that flood a day (thinning.cpp).
 void thinFloods(std::vector<Occurrence>& occ, const DayGrid& grid, int64_t from, QueryReport* rep);
+
+// Whether a grid is one a reader could have meant (else nothing is left out).
+bool gridMakesSense(const DayGrid& g);
+
+// Where a series' starts come from for sampling: its counted list, or its
+// rule's iterator. `excluded` names the starts the series does not have
+// (EXDATE, overrides).
+struct StartSource {
+    const std::vector<int64_t>* counted = nullptr;
+    RecurIter* it = nullptr;
+    int64_t stop = 0;  // the iterator is not asked past this
+    std::function<bool(int64_t)> excluded;
+    // The first start at or after a, if any before `before`.
+    bool firstAtLeast(int64_t a, int64_t before, int64_t& t);
+    // The last start at or after `after` and before b.
+    bool lastBefore(int64_t after, int64_t b, int64_t& t);
+
+private:
+    bool peek(int64_t& t);
+    bool held = false, ended = false;
+    int64_t value = 0;
+};
+
+// The starts (series clock) of a series over the target days [firstDay,
+// lastDay], in the sampled form: every start of a day up to
+// DayGrid::kFloodPerDay of them; past that, the day floods, and of its starts
+// only those its reader needs of a flood (for a list, the first in each
+// stretch of the grid; for a picture, the last in each, and the first whose
+// instance, `length` seconds, runs into the next day), with the day's first.
+// A day so cut is added to days.
+void sampleStarts(StartSource& src, const std::function<int64_t(int64_t)>& toSeries, const DayGrid& g,
+                  int64_t length, int64_t firstDay, int64_t lastDay, int64_t lo, int64_t hi,
+                  std::vector<int64_t>& starts, std::vector<int64_t>& days);
 
 }  // namespace lfical

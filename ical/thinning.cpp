@@ -198,11 +198,146 @@ void thinPicture(const std::vector<Occurrence>& occ, size_t i, size_t j, int64_t
 
 }  // namespace
 
+bool gridMakesSense(const DayGrid& g)
+{
+    return g.startPixel.size() == g.endPixel.size() &&
+           (g.startPixel.empty() || g.startPixel.size() == g.marks.size() + 1) &&
+           std::is_sorted(g.marks.begin(), g.marks.end()) && g.firstDay <= g.lastDay;
+}
+
+// ---- sampling: a flooding series' starts without walking all of them
+
+bool StartSource::peek(int64_t& t)
+{
+    if (!held) {
+        if (ended || !it->next(value, stop) || value > stop) {
+            ended = true;
+            return false;
+        }
+        held = true;
+    }
+    t = value;
+    return true;
+}
+
+bool StartSource::firstAtLeast(int64_t a, int64_t before, int64_t& t)
+{
+    if (counted) {
+        for (auto p = std::lower_bound(counted->begin(), counted->end(), a); p != counted->end() && *p < before; ++p)
+            if (!excluded(*p)) {
+                t = *p;
+                return true;
+            }
+        return false;
+    }
+    if (held && value < a)
+        held = false;
+    if (!held)
+        it->seek(a);
+    // A period may begin before a: its earlier candidates are passed over.
+    while (peek(t)) {
+        if (t >= before)
+            return false;  // held for a later ask
+        held = false;
+        if (t >= a && !excluded(t))
+            return true;
+    }
+    return false;
+}
+
+bool StartSource::lastBefore(int64_t after, int64_t b, int64_t& t)
+{
+    bool found = false;
+    if (counted) {
+        for (auto p = std::lower_bound(counted->begin(), counted->end(), b); p != counted->begin();) {
+            --p;
+            if (*p < after)
+                break;
+            if (!excluded(*p)) {
+                t = *p;
+                return true;
+            }
+        }
+        return false;
+    }
+    // The rule's period holding b's last second starts at or before it, so
+    // only that period's candidates are walked.
+    if (held && value < b - 1)
+        held = false;
+    if (!held)
+        it->seek(b - 1);
+    int64_t c;
+    while (peek(c) && c < b) {
+        held = false;
+        if (c >= after && !excluded(c)) {
+            t = c;
+            found = true;
+        }
+    }
+    return found;
+}
+
+void sampleStarts(StartSource& src, const std::function<int64_t(int64_t)>& toSeries, const DayGrid& g,
+                  int64_t length, int64_t firstDay, int64_t lastDay, int64_t lo, int64_t hi,
+                  std::vector<int64_t>& starts, std::vector<int64_t>& days)
+{
+    std::vector<int64_t> seen;
+    for (int64_t day = firstDay; day <= lastDay; ++day) {
+        const int64_t dayEnd = std::min(toSeries((day + 1) * kDay), hi + 1);
+        int64_t t;
+        // A day with no more than kFloodPerDay starts has them all.
+        seen.clear();
+        for (int64_t at = std::max(toSeries(day * kDay), lo);
+             seen.size() <= size_t(DayGrid::kFloodPerDay) && src.firstAtLeast(at, dayEnd, t); at = t + 1)
+            seen.push_back(t);
+        if (seen.size() <= size_t(DayGrid::kFloodPerDay)) {
+            starts.insert(starts.end(), seen.begin(), seen.end());
+            continue;
+        }
+        days.push_back(day);
+        // The first start in [a, b), and the last, from those seen and then
+        // from the source, always asked further on.
+        auto first = [&](int64_t a, int64_t b, int64_t& out) {
+            if (a > seen.back())
+                return src.firstAtLeast(a, b, out);
+            auto p = std::lower_bound(seen.begin(), seen.end(), a);
+            return *p < b && (out = *p, true);
+        };
+        auto last = [&](int64_t a, int64_t b, int64_t& out) {
+            if (b - 1 > seen.back() && src.lastBefore(std::max(a, seen.back() + 1), b, out))
+                return true;
+            auto p = std::lower_bound(seen.begin(), seen.end(), b);
+            return p != seen.begin() && *(p - 1) >= a && (out = *(p - 1), true);
+        };
+        // The day's first start places its icons. A list shows the first
+        // start of each stretch; a bar is drawn from a stretch's starts'
+        // one pixel to the farthest end, the last start's, and the first
+        // start that runs into the next day comes first there.
+        starts.push_back(seen.front());
+        const bool picture = !g.startPixel.empty();
+        const int64_t crossing = dayEnd - length + 1;
+        int64_t a = seen.front();
+        for (size_t k = 0; k <= g.marks.size() && a < dayEnd; ++k) {
+            int64_t b = k == g.marks.size() ? dayEnd : std::min(toSeries(day * kDay + g.marks[k]), dayEnd);
+            if (b <= a)
+                continue;
+            if (!picture) {
+                if (first(a, b, t))
+                    starts.push_back(t);
+            } else {
+                if (crossing >= a && crossing < b && first(crossing, b, t))
+                    starts.push_back(t);
+                if (last(a, b, t))
+                    starts.push_back(t);
+            }
+            a = b;
+        }
+    }
+}
+
 void thinFloods(std::vector<Occurrence>& occ, const DayGrid& g, int64_t from, QueryReport* rep)
 {
-    if (g.startPixel.size() != g.endPixel.size() ||
-        (!g.startPixel.empty() && g.startPixel.size() != g.marks.size() + 1) ||
-        !std::is_sorted(g.marks.begin(), g.marks.end()) || g.firstDay > g.lastDay)
+    if (!gridMakesSense(g))
         return;  // not a grid a reader could have meant: keep everything
     const int64_t fullFrom = floorDiv(from + kDay - 1, kDay);
     std::vector<ReaderState> states{{kNoDay, 0}};

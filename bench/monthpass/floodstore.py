@@ -8,6 +8,8 @@ floodstore.py mix OUT     three one-minute and three five-minute series every
                           minute (60,000 times), one every 30 seconds from
                           5 March to 10 April with no length, a daily all-day
                           series, and a meeting on each day of March
+floodstore.py many OUT    forty series every one to three minutes, of one to
+                          twenty minutes each, beside a meeting on each day
 """
 import sys
 
@@ -47,8 +49,25 @@ def mix():
     return out
 
 
-if len(sys.argv) != 3 or sys.argv[1] not in ("seven", "mix"):
+def many():
+    out = []
+    for i in range(40):
+        start = "2020030%dT%02d%02d00" % (1 + i % 5, i % 24, (7 * i) % 60)
+        length = 1 + (i * 7) % 20
+        end = "2020030%dT%02d%02d00" % (1 + i % 5, (i % 24) + (((7 * i) % 60 + length) // 60),
+                                        ((7 * i) % 60 + length) % 60)
+        out.append(event("many-%d" % i, ":" + start, ":" + end,
+                         "FREQ=MINUTELY;INTERVAL=%d;UNTIL=20200501T000000" % (1 + i % 3),
+                         "SUMMARY:alarm %d\r\nCATEGORIES:%s\r\n" % (i, ("Business", "Personal", "")[i % 3])))
+    for d in range(1, 29):
+        out.append(event("plain-%d" % d, ":202003%02dT100000" % d, ":202003%02dT110000" % d, None,
+                         "SUMMARY:meeting\r\nCATEGORIES:Travel\r\n"))
+    return out
+
+
+makers = {"seven": seven, "mix": mix, "many": many}
+if len(sys.argv) != 3 or sys.argv[1] not in makers:
     sys.exit(__doc__)
-events = seven() if sys.argv[1] == "seven" else mix()
+events = makers[sys.argv[1]]()
 with open(sys.argv[2], "w", newline="") as f:
     f.write("BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//flood bench//EN\r\n" + "".join(events) + "END:VCALENDAR\r\n")

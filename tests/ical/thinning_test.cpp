@@ -5,6 +5,7 @@
 
 #include <map>
 #include <random>
+#include <tuple>
 
 #include "helpers.h"
 
@@ -270,5 +271,140 @@ TEST(Thinning, RandomFloodsKeepThePicture)
                     EXPECT_EQ(countOf(s, thin, uid.c_str(), day), countOf(s, full, uid.c_str(), day)) << uid;
             }
         }
+    }
+}
+
+namespace {
+
+// Random floods for the sampled queries: series every few seconds, counted
+// or running to an end, one in New York's clock read in UTC, some with a
+// deleted occurrence, beside a few ordinary appointments.
+std::string randomFloods(std::mt19937& random, int series, int minEvery)
+{
+    std::string ics;
+    char line[500];
+    for (int i = 0; i < series; ++i) {
+        int every = minEvery + int(random() % 150), length = int(random() % 1200), start = int(random() % 86400);
+        bool counted = random() % 2, zoned = i == 0;
+        snprintf(line, sizeof line,
+                 "BEGIN:VEVENT\nUID:f%d\nDTSTART%s:20260309T%02d%02d%02d\nDURATION:PT%dS\n"
+                 "RRULE:FREQ=SECONDLY;INTERVAL=%d;%s\nEXDATE%s:20260310T%02d%02d%02d\nEND:VEVENT\n",
+                 i, zoned ? ";TZID=America/New_York" : "", start / 3600, start / 60 % 60, start % 60, length, every,
+                 counted ? "COUNT=4000" : "UNTIL=20260312T120000Z", zoned ? ";TZID=America/New_York" : "",
+                 start / 3600, start / 60 % 60, start % 60);
+        ics += line;
+    }
+    for (int i = 0; i < 6; ++i) {
+        int start = int(random() % 86000);
+        snprintf(line, sizeof line,
+                 "BEGIN:VEVENT\nUID:o%d\nDTSTART:2026031%dT%02d%02d%02d\nDURATION:PT%dS\nEND:VEVENT\n", i,
+                 int(random() % 3), start / 3600, start / 60 % 60, start % 60, int(random() % 7200));
+        ics += line;
+    }
+    return ics;
+}
+
+// The days on which some event has more than kFloodPerDay timed starts.
+std::vector<int64_t> floodedDays(const std::vector<Occurrence>& occ)
+{
+    std::map<std::pair<EventId, int64_t>, size_t> perDay;
+    std::vector<int64_t> days;
+    for (const Occurrence& o : occ)
+        if (!o.allDay && ++perDay[{o.event, floorDiv(o.start, kDay)}] == size_t(DayGrid::kFloodPerDay) + 1)
+            days.push_back(floorDiv(o.start, kDay));
+    std::sort(days.begin(), days.end());
+    days.erase(std::unique(days.begin(), days.end()), days.end());
+    return days;
+}
+
+std::vector<std::pair<EventId, int64_t>> keys(const std::vector<Occurrence>& occ)
+{
+    std::vector<std::pair<EventId, int64_t>> k;
+    for (const Occurrence& o : occ)
+        k.push_back({o.event, o.start});
+    std::sort(k.begin(), k.end());
+    return k;
+}
+
+}  // namespace
+
+// A list's query never walks a flooding series whole: it takes a flooded
+// day's first starts and then skips from stretch to stretch, and still
+// answers exactly what the list shows (each flooding series' first
+// occurrence in each stretch, everything else).
+TEST(Thinning, ListSkipsThroughAFloodAndShowsTheSame)
+{
+    std::mt19937 random(2445);
+    for (int round = 0; round < 8; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        Store s;
+        std::vector<Problem> ps;
+        ASSERT_TRUE(s.loadText(lftest::calendar(randomFloods(random, 1 + int(random() % 4), 5)), "list", &ps));
+        DayGrid g;
+        for (int32_t m = int32_t(random() % 1800) + 1; m < 86400; m += 600 + int32_t(random() % 3000))
+            g.marks.push_back(m);
+        QueryReport whole, sampled;
+        std::vector<Occurrence> full =
+            s.query(Zone::utc(), at("20260308"), at("20260314"), Range::HalfOpen, &whole);
+        std::vector<Occurrence> list =
+            s.query(Zone::utc(), at("20260308"), at("20260314"), Range::HalfOpen, &sampled, &g);
+        // The list's rule, applied to the full answer.
+        std::vector<Occurrence> expected;
+        std::map<std::pair<EventId, int64_t>, size_t> perDay;
+        for (const Occurrence& o : full)
+            perDay[{o.event, floorDiv(o.start, kDay)}] += !o.allDay;
+        std::map<std::tuple<EventId, int64_t, size_t>, bool> seen;
+        for (const Occurrence& o : full) {
+            int64_t day = floorDiv(o.start, kDay);
+            if (perDay[{o.event, day}] <= size_t(DayGrid::kFloodPerDay)) {
+                expected.push_back(o);
+                continue;
+            }
+            size_t stretch = size_t(std::upper_bound(g.marks.begin(), g.marks.end(), int32_t(o.start - day * kDay)) -
+                                    g.marks.begin());
+            if (seen.emplace(std::make_tuple(o.event, day, stretch), true).second)
+                expected.push_back(o);
+        }
+        EXPECT_EQ(keys(list), keys(expected));
+        EXPECT_EQ(sampled.thinnedDays, floodedDays(full));
+        EXPECT_LT(sampled.instancesExamined * 3, whole.instancesExamined) << "the floods were walked whole";
+    }
+}
+
+// A picture's query over more floods than it can thin whole samples them:
+// its answer stays small however many series flood the view, each day's bar
+// reaches exactly as far as the full walk's, every event's first occurrence
+// of a day (its icons) is there, and ordinary appointments are all kept.
+TEST(Thinning, ManyFloodsAreSampledToTheSameReach)
+{
+    std::mt19937 random(1905);
+    Store s;
+    std::vector<Problem> ps;
+    ASSERT_TRUE(s.loadText(lftest::calendar(randomFloods(random, 60, 3)), "many", &ps));
+    DayGrid g = barGrid(14, 24, 34, 44);
+    QueryReport whole, sampled;
+    std::vector<Occurrence> full = s.query(Zone::utc(), at("20260308"), at("20260314"), Range::HalfOpen, &whole);
+    ASSERT_GT(full.size(), size_t(DayGrid::kThinWholeUpTo)) << "not enough of a flood to be sampled";
+    std::vector<Occurrence> thin =
+        s.query(Zone::utc(), at("20260308"), at("20260314"), Range::HalfOpen, &sampled, &g);
+    EXPECT_LT(thin.size(), full.size() / 20);
+    EXPECT_LT(sampled.instancesExamined, whole.instancesExamined / 10);
+    std::map<int64_t, Picture> a = paint(thin, g), b = paint(full, g);
+    ASSERT_EQ(a.size(), b.size());
+    for (auto& [day, picture] : b) {
+        SCOPED_TRACE("day " + formatCivil(day * kDay, true));
+        std::vector<bool> reach, fullReach;
+        for (size_t x = 0; x < 28; ++x) {
+            reach.push_back(a[day].pixels[x] != 0);
+            fullReach.push_back(picture.pixels[x] != 0);
+        }
+        EXPECT_EQ(reach, fullReach);
+        EXPECT_EQ(a[day].iconOrder, picture.iconOrder);
+    }
+    EXPECT_EQ(sampled.thinnedDays, floodedDays(full));
+    for (int i = 0; i < 6; ++i) {
+        std::string uid = "o" + std::to_string(i);
+        for (int64_t day = at("20260308") / kDay; day < at("20260314") / kDay; ++day)
+            EXPECT_EQ(countOf(s, thin, uid.c_str(), day), countOf(s, full, uid.c_str(), day)) << uid;
     }
 }
