@@ -1,7 +1,9 @@
 // The settings sheet over the running program, scripted from inside its modal loop: its pages
 // read the settings, write them to the registry of the test's Wine prefix when the sheet is
 // accepted and nothing when it is cancelled, and what they change shows in the month view.
+#include "categorysupport.h"
 #include "settings/settingssheet.h"
+#include "settings/categoryprops.h"
 #include "settings/colorpicker.h"
 #include "settings/settings.h"
 #include "common/appstate.h"
@@ -22,7 +24,15 @@
 #include <string>
 #include <vector>
 
-enum { PAGE_OPTIONS = 0, PAGE_TIMES = 1, PAGE_COLOR = 2 };
+enum { PAGE_OPTIONS = 0, PAGE_TIMES = 1, PAGE_COLOR = 2, PAGE_CATEGORY = 3, PAGE_ICONS = 4 };
+
+// The store the sheet's program serves: two categories, far from the month the tests look at,
+// which the calendar server lists in the device's category list for the Category page.
+static const char kStore[] =
+    "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields tests//EN\r\n"
+    "BEGIN:VEVENT\r\nUID:sheet-1\r\nDTSTAMP:20310101T000000Z\r\nDTSTART:20310310T090000\r\n"
+    "DTEND:20310310T100000\r\nSUMMARY:Meeting\r\nCATEGORIES:Business,Holiday\r\nEND:VEVENT\r\n"
+    "END:VCALENDAR\r\n";
 
 // Every value under the settings key, by name: its type and bytes.
 typedef std::map<std::wstring, std::pair<DWORD, std::vector<BYTE>>> RegistrySnapshot;
@@ -87,8 +97,16 @@ class SettingsSheet : public ::testing::Test {
     SettingsKeyGuard keep; // the key as the test found it, back when it ends
     void SetUp() override
     {
+        if (!g_app.hwndMain) {
+            UseTestObjectStore();
+            UseTempStore(kStore);
+        }
         owner = StartProgram();
         ASSERT_TRUE(owner);
+        // The calendar server lists the store's categories after its logon, which start-up
+        // may have come before.
+        ASSERT_TRUE(WaitForDeviceCategories({{L"Business", L"Holiday"}}));
+        ReloadCategories(true);
     }
     INT_PTR Run(const std::function<void(HWND)> &script)
     {
@@ -272,12 +290,56 @@ TEST_F(SettingsSheet, OutOfRangeSettingsShowSafeChoices)
     WriteSettingNumber(L"defaultEndTimeIndex", end);
 }
 
-// Every page visited and changed, a colour picked, and then Cancel: the registry and the running
-// settings are as they were.
+// The picker opened by a click on `id` takes its fifth swatch, red.
+static void PickRed(HWND page, int id)
+{
+    RunScripted(
+        [&] {
+            Click(page, id);
+            return (INT_PTR)0;
+        },
+        [](HWND picker) {
+            RECT rc = PickerSwatchRect(4);
+            Tap(picker, rc.left + 3, rc.top + 3);
+            Click(picker, IDC_PICKEROK);
+        });
+}
+
+// The icon chooser opened by a click on `id` takes its last icon.
+static void ChooseLastIcon(HWND page, int id)
+{
+    RunScripted(
+        [&] {
+            Click(page, id);
+            return (INT_PTR)0;
+        },
+        [](HWND chooser) {
+            Key(GetDlgItem(chooser, IDC_ICONGRID), VK_END);
+            Click(chooser, IDOK);
+        });
+}
+
+// A list's row chosen as the list reports it.
+static void SelectRow(HWND page, int id, int row)
+{
+    HWND list = GetDlgItem(page, id);
+    SendMessageW(list, LB_SETCURSEL, row, 0);
+    SendMessageW(page, WM_COMMAND, MAKEWPARAM(id, LBN_SELCHANGE), (LPARAM)list);
+    Pump(0);
+}
+
+// Every page visited and changed (colours and a category's colour picked, icons chosen, a label
+// typed), and then Cancel: the registry, "settings.vol" and the running settings and categories
+// are as they were.
 TEST_F(SettingsSheet, CancelWritesNothing)
 {
     RegistrySnapshot before = Snapshot();
     AppSettings settings = g_app.settings;
+    std::vector<BYTE> volume = ReadAll(VolumePath());
+    FileStamp volumeStamp = Stamp(VolumePath());
+    ASSERT_FALSE(volume.empty()) << "start-up made the volume";
+    ASSERT_EQ(g_app.deviceCategoryCount, 2);
+    std::vector<CategoryLook> looks(g_app.mergedCategories, g_app.mergedCategories + 2);
     INT_PTR ended = Run([&](HWND sheet) {
         HWND page = Page(sheet, PAGE_OPTIONS);
         for (const OptionCase &o : kOptions)
@@ -298,12 +360,32 @@ TEST_F(SettingsSheet, CancelWritesNothing)
                 Tap(picker, rc.left + 3, rc.top + 3);
                 Click(picker, IDC_PICKEROK);
             });
+        page = Page(sheet, PAGE_CATEGORY);
+        ASSERT_EQ(SendDlgItemMessageW(page, IDC_CATEGORYLIST, LB_GETCOUNT, 0, 0), 2);
+        SelectRow(page, IDC_CATEGORYLIST, 1);
+        PickRed(page, IDC_CATEGORYCOLOR);
+        ChooseLastIcon(page, IDC_CATEGORYICON);
+        EXPECT_GT(PaintClient(GetDlgItem(page, IDC_CATEGORYCOLOR)).Count(PickerSwatchColour(4)), 20)
+            << "the page shows the colour picked";
+        page = Page(sheet, PAGE_ICONS);
+        SelectRow(page, IDC_ICONSLOTLIST, 5);
+        ChooseLastIcon(page, IDC_ICONSLOTICON);
+        HWND label = GetDlgItem(page, IDC_ICONSLOTLABEL);
+        SetFocus(label);
+        Type(label, L"Changed");
         Click(sheet, IDCANCEL);
     });
     EXPECT_EQ(ended, 0);
     EXPECT_TRUE(Snapshot() == before) << "the registry changed";
     EXPECT_EQ(memcmp(&settings, &g_app.settings, sizeof(settings)), 0)
         << "the running settings changed";
+    EXPECT_EQ(ReadAll(VolumePath()), volume) << "\"settings.vol\" changed";
+    EXPECT_TRUE(Stamp(VolumePath()) == volumeStamp) << "\"settings.vol\" was written";
+    ASSERT_EQ(g_app.deviceCategoryCount, 2);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(g_app.mergedCategories[i].color, looks[i].color) << i;
+        EXPECT_EQ(g_app.mergedCategories[i].icon, looks[i].icon) << i;
+    }
 }
 
 // A cell colour and the way of shading picked on the Color page show in the month view's pixels
