@@ -460,6 +460,22 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
                 EXPECT_STREQ(text, titles[i]) << i;
             }
             Pump(50);
+            // Every title fits its tab with room to spare for the selected tab drawn over its
+            // neighbours' edges, and the row fits the width.
+            HDC dc = GetDC(tab);
+            HGDIOBJ old = SelectObject(dc, (HFONT)SendMessageW(tab, WM_GETFONT, 0, 0));
+            RECT tabClient;
+            GetClientRect(tab, &tabClient);
+            for (int i = 0; i < 5; i++) {
+                SIZE title = {};
+                GetTextExtentPoint32W(dc, titles[i], lstrlenW(titles[i]), &title);
+                RECT item = {};
+                TabCtrl_GetItemRect(tab, i, &item);
+                EXPECT_GE(item.right - item.left, title.cx + 6) << "tab " << i;
+                EXPECT_LE(item.right, tabClient.right) << "tab " << i;
+            }
+            SelectObject(dc, old);
+            ReleaseDC(tab, dc);
             RECT area, rc;
             AppAreaRect(&area);
             GetWindowRect(sheet, &rc);
