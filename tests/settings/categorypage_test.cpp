@@ -158,6 +158,30 @@ TEST_F(CategoryPage, ChosenColourColoursTheDayRows)
     });
 }
 
+// The device's list changed after start-up (the calendar server lists a category an appointment
+// was just given): the day's rows by category follow it when the day is shown, with the stored
+// colours kept.
+TEST_F(CategoryPage, DayRowsFollowTheDevicesListAsItChanges)
+{
+    WriteVolume({{L"Holiday", RGB(10, 20, 30), 4}});
+    ReloadCategories(true);
+    SetDeviceCategories({L"Personal", L"Business"});
+    g_app.settings.rowcolorindex = 2;
+    for (int round = 0; round < 2; round++) {
+        RunDayView(kCategoryDay, [&](HWND, HWND list) {
+            ASSERT_EQ(RowCount(list), 3);
+            Picture pic = PaintClient(list);
+            // Business: after Personal the second default colour, then the first.
+            EXPECT_EQ(RowBack(pic, list, 0), kDefaultCategoryColors[round ? 0 : 1]) << "round " << round;
+            EXPECT_EQ(RowBack(pic, list, 1), round ? RGB(10, 20, 30) : g_app.settings.row1color)
+                << "round " << round;
+        });
+        SetDeviceCategories({L"Business", L"Holiday"});
+    }
+    // The server's list of the store back, as the next test expects to find it.
+    SetDeviceCategories({L"Business", L"Holiday", L"Unknown"});
+}
+
 TEST_F(CategoryPage, CancelAndUnchangedOkWriteNothing)
 {
     WriteVolume({{L"Personal", RGB(10, 20, 30), 4}});
