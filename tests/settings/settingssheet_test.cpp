@@ -119,19 +119,22 @@ struct OptionCase {
     int id;
     const WCHAR *name;
     DWORD AppSettings::*field;
+    const WCHAR *label;
 };
 static const OptionCase kOptions[] = {
-    {IDC_OPTSHOWDAYS, L"showdays", &AppSettings::showdays},
-    {IDC_OPTCLEARTYPE, L"cleartype", &AppSettings::cleartype},
-    {IDC_OPTCOLOREXPIRED, L"colorexpired", &AppSettings::colorexpired},
-    {IDC_OPTSHOWINDICATOR, L"showindicator", &AppSettings::showindicator},
-    {IDC_OPTSHOWFREE, L"showfree", &AppSettings::showfree},
-    {IDC_OPTSHOWHOLIDAY, L"showholiday", &AppSettings::showholiday},
-    {IDC_OPTSHOWLOCATION, L"showlocation", &AppSettings::showlocation},
-    {IDC_OPTWRAPSUBJECT, L"wrapsubject", &AppSettings::wrapsubject},
-    {IDC_OPTSHOWWEEKNUMBER, L"showweeknumber", &AppSettings::showweeknumber},
-    {IDC_OPTCOLORYEARVIEW, L"coloryearview", &AppSettings::coloryearview},
-    {IDC_OPTALARMFLAG, L"alarmflag", &AppSettings::alarmflag},
+    {IDC_OPTSHOWDAYS, L"showdays", &AppSettings::showdays, L"Show all dates"},
+    {IDC_OPTCLEARTYPE, L"cleartype", &AppSettings::cleartype, L"ClearType text"},
+    {IDC_OPTCOLOREXPIRED, L"colorexpired", &AppSettings::colorexpired, L"Color expired appointments"},
+    {IDC_OPTSHOWINDICATOR, L"showindicator", &AppSettings::showindicator, L"Show schedule indicator"},
+    {IDC_OPTSHOWFREE, L"showfree", &AppSettings::showfree,
+     L"Schedule indicator with All Day \"Free\" Appointments"},
+    {IDC_OPTSHOWHOLIDAY, L"showholiday", &AppSettings::showholiday, L"Show month view icons"},
+    {IDC_OPTSHOWLOCATION, L"showlocation", &AppSettings::showlocation, L"Show location in daily view"},
+    {IDC_OPTWRAPSUBJECT, L"wrapsubject", &AppSettings::wrapsubject, L"Wrap subject text"},
+    {IDC_OPTSHOWWEEKNUMBER, L"showweeknumber", &AppSettings::showweeknumber, L"Show week number"},
+    {IDC_OPTCOLORYEARVIEW, L"coloryearview", &AppSettings::coloryearview,
+     L"Color days w/ appointments in year view"},
+    {IDC_OPTALARMFLAG, L"alarmflag", &AppSettings::alarmflag, L"Show alarm icon in daily view"},
 };
 
 // Each box shows its setting, and the flipped boxes reach the registry and the running settings
@@ -167,11 +170,11 @@ TEST_F(SettingsSheet, OptionsRoundTripThroughTheRegistry)
     // The labels as the user reads them.
     Run([&](HWND sheet) {
         HWND page = Page(sheet, PAGE_OPTIONS);
-        WCHAR text[128];
-        GetDlgItemTextW(page, IDC_OPTSHOWFREE, text, 128);
-        EXPECT_STREQ(text, L"Schedule indicator with All Day \"Free\" Appointments");
-        GetDlgItemTextW(page, IDC_OPTCOLORYEARVIEW, text, 128);
-        EXPECT_STREQ(text, L"Color days w/ appointments in year view");
+        for (const OptionCase &o : kOptions) {
+            WCHAR text[128];
+            GetDlgItemTextW(page, o.id, text, 128);
+            EXPECT_STREQ(text, o.label);
+        }
         Click(sheet, IDCANCEL);
     });
 }
@@ -210,8 +213,13 @@ TEST_F(SettingsSheet, TimesStartMovesTheEndAlong)
         EXPECT_EQ(p.At(100, 7), 0x000000u);
         EXPECT_EQ(p.At(100, 225 - 1), 0x000000u);
         EXPECT_EQ(p.At(100, 137), p.At(100, 3)) << "the page between the frames";
-        for (int id : {IDC_TIMESHEADING1, IDC_TIMESHEADING2})
+        for (int id : {IDC_TIMESHEADING1, IDC_TIMESHEADING2}) {
             EXPECT_GT(PaintClient(GetDlgItem(page, id)).Count(0x990000), 20) << id;
+            LOGFONTW font = {};
+            GetObjectW((HFONT)SendDlgItemMessageW(page, id, WM_GETFONT, 0, 0), sizeof font, &font);
+            EXPECT_GE(font.lfWeight, FW_BOLD) << id << ": the headings are bold";
+            EXPECT_EQ(abs(font.lfHeight), 12) << id;
+        }
         Choose(page, IDC_TIMEB, 26);
         Click(sheet, IDOK);
     });
@@ -425,6 +433,52 @@ TEST_F(SettingsSheet, ColorPageReachesTheMonthView)
     EXPECT_GE(reds, 4) << "Saturdays are red";
     EXPECT_NE(BackPixel(GRID_LEFT + GRID_PITCH * 2 + 5, GRID_TOP + GRID_PITCH * 2 + 25), red)
         << "a midweek day is not";
+}
+
+// Each of the nine colour swatches opens the picker on its own setting's colour, and the colour
+// picked there is what the sheet's OK writes for that setting, and only for it.
+TEST_F(SettingsSheet, EveryColourSwatchWritesItsSetting)
+{
+    struct {
+        int id;
+        const WCHAR *name;
+        COLORREF AppSettings::*field;
+    } swatches[] = {
+        {IDC_COLORMONTH1, L"month1color", &AppSettings::month1color},
+        {IDC_COLORMONTH2, L"month2color", &AppSettings::month2color},
+        {IDC_COLORTODAY, L"todaycolor", &AppSettings::todaycolor},
+        {IDC_COLORDATE, L"datecolor", &AppSettings::datecolor},
+        {IDC_COLORALLDAY, L"alldaycolor", &AppSettings::alldaycolor},
+        {IDC_COLORTEXT, L"textcolor", &AppSettings::textcolor},
+        {IDC_COLORLOCATION, L"locationcolor", &AppSettings::locationcolor},
+        {IDC_COLORROW1, L"row1color", &AppSettings::row1color},
+        {IDC_COLORROW2, L"row2color", &AppSettings::row2color},
+    };
+    AppSettings saved = g_app.settings;
+    Run([&](HWND sheet) {
+        HWND page = Page(sheet, PAGE_COLOR);
+        for (int k = 0; k < 9; k++)
+            RunScripted(
+                [&] {
+                    Click(page, swatches[k].id);
+                    return (INT_PTR)0;
+                },
+                [&](HWND picker) {
+                    Picture p = PaintClient(picker);
+                    EXPECT_EQ(p.At(kPickerPreview.left + 2, kPickerPreview.top + 2), saved.*swatches[k].field)
+                        << "swatch " << k << " opens on its colour";
+                    RECT rc = PickerSwatchRect(k);
+                    Tap(picker, rc.left + 3, rc.top + 3);
+                    Click(picker, IDC_PICKEROK);
+                });
+        Click(sheet, IDOK);
+    });
+    for (int k = 0; k < 9; k++) {
+        std::wstring name = swatches[k].name;
+        EXPECT_EQ(Stored(swatches[k].name), PickerSwatchColour(k)) << std::string(name.begin(), name.end());
+        EXPECT_EQ(g_app.settings.*swatches[k].field, PickerSwatchColour(k)) << std::string(name.begin(), name.end());
+    }
+    g_app.settings = saved;
 }
 
 // The menu's Settings... command opens the sheet over the application area with its pages in
