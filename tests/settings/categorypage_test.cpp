@@ -182,6 +182,32 @@ TEST_F(CategoryPage, DayRowsFollowTheDevicesListAsItChanges)
     SetDeviceCategories({L"Business", L"Holiday", L"Unknown"});
 }
 
+// A stored icon past the icons the program has (an "icons.bmp" since removed) shows as the first
+// icon, and is kept when only the category's colour changes; an icon chosen replaces it.
+TEST_F(CategoryPage, AnIconTheProgramLacksIsKept)
+{
+    WriteVolume({{L"Holiday", RGB(10, 20, 30), 300}});
+    ReloadCategories(true);
+    ASSERT_EQ(g_app.mergedCategories[1].icon, 0u);
+    for (bool chooseIcon : {false, true}) {
+        RunCategoryPage([&](HWND sheet, HWND page) {
+            SelectRow(page, 1);
+            PickRed(page);
+            if (chooseIcon)
+                ChooseLastIcon(page);
+            Click(sheet, IDOK);
+        });
+        int count = 0;
+        CategoryProps *props = LoadCategoryProps(&count);
+        ASSERT_EQ(count, 1);
+        EXPECT_EQ(props[0].color, kPickerRed);
+        EXPECT_EQ(props[0].icon, chooseIcon ? (DWORD)BUILTIN_ICONS - 1 : 300u);
+        FreeCategoryArray(props);
+        WriteVolume({{L"Holiday", RGB(10, 20, 30), 300}});
+        ReloadCategories(true);
+    }
+}
+
 TEST_F(CategoryPage, CancelAndUnchangedOkWriteNothing)
 {
     WriteVolume({{L"Personal", RGB(10, 20, 30), 4}});
