@@ -32,6 +32,7 @@ const int SHEET_MARGIN = 2;     // around the buttons
 const int SHEET_GAP = 4;        // between two buttons
 const int SHEET_BUTTON_H = 23;  // the OK / Cancel / Apply row
 const int SHEET_TAB_MARGIN = 6; // beside a tab's title
+const int SHEET_TAB_MIN = 1;    // a tab's least width: none of its own beyond title and margins
 
 static WNDPROC g_sheetPrevProc;
 static HWND g_fittedPage; // the page last fitted, of the sheet open now
@@ -83,7 +84,7 @@ static void LayOutSheet(HWND sheet)
         // narrows when the titles would not fit the width otherwise.
         SetWindowLongW(tab, GWL_STYLE,
                        (GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM) & ~(TCS_MULTILINE | TCS_FIXEDWIDTH));
-        TabCtrl_SetMinTabWidth(tab, SHEET_TAB_MARGIN);
+        TabCtrl_SetMinTabWidth(tab, SHEET_TAB_MIN);
         for (int margin = SHEET_TAB_MARGIN; margin >= 2; margin -= 2) {
             TabCtrl_SetPadding(tab, margin, 3);
             SetWindowPos(tab, nullptr, 0, 0, w, 40, SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
