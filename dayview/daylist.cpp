@@ -352,6 +352,8 @@ void FillDayList(HWND list, int month, int day, int year)
     for (long at = 1800; at < 86400; at += 1800)
         halfHours.marks[halfHours.count++] = at;
     int thinned = 0;
+    // The rows by category follow the device's list as it is now, not as start-up found it.
+    RefreshDeviceCategories();
     QueryAppointments(first, second, RestrictOverlapClosed, CollectAppointment, &q, QUERY_UI, &halfHours,
                       &thinned);
     if (thinned)

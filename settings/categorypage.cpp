@@ -21,6 +21,7 @@
 struct CategoryEntry {
     CategoryName name;
     CategoryLook look, opened;
+    DWORD storedIcon; // as stored: an icon the program lacks shows as the first, yet is kept
 };
 
 struct CategoryPageData {
@@ -74,7 +75,12 @@ static INT_PTR CategoryInit(HWND page, UINT, WPARAM, LPARAM)
     HWND list = GetDlgItem(page, IDC_CATEGORYLIST);
     for (int i = 0; i < g_app.deviceCategoryCount; i++) {
         CategoryEntry e = {g_app.deviceCategories[i], g_app.mergedCategories[i],
-                           g_app.mergedCategories[i]};
+                           g_app.mergedCategories[i], g_app.mergedCategories[i].icon};
+        for (int k = 0; k < g_app.categoryCount; k++)
+            if (lstrcmpW(g_app.categoryProps[k].name, e.name.name) == 0) {
+                e.storedIcon = g_app.categoryProps[k].icon;
+                break;
+            }
         d->entries.push_back(e);
         SendMessageW(list, LB_ADDSTRING, 0, (LPARAM)e.name.name);
     }
@@ -147,7 +153,9 @@ static void ApplyCategories(HWND page)
     for (CategoryEntry &e : d->entries) {
         if (e.name.cut || (e.look.color == e.opened.color && e.look.icon == e.opened.icon))
             continue;
-        if (SaveCategoryProps(e.name.name, e.look.color, (int)e.look.icon))
+        // An icon left as it was is saved as stored, even one from an "icons.bmp" since removed.
+        DWORD icon = e.look.icon == e.opened.icon ? e.storedIcon : e.look.icon;
+        if (SaveCategoryProps(e.name.name, e.look.color, (int)icon))
             e.opened = e.look;
         else
             failed = true;

@@ -428,6 +428,63 @@ void ReloadCategories(bool quiet)
         g_app.deviceCategoryCount = 0;
 }
 
+// Whether two lists of the device's names are the same, name for name.
+static bool SameNames(const CategoryName *a, int na, const CategoryName *b, int nb)
+{
+    if (na != nb)
+        return false;
+    for (int i = 0; i < na; i++)
+        if (a[i].cut != b[i].cut || lstrcmpW(a[i].name, b[i].name) != 0)
+            return false;
+    return true;
+}
+
+// What tells one version of the device's list from another without reading its records: the
+// database, its last change and its number of records, as last read by RefreshDeviceCategories.
+struct DeviceListStamp {
+    CEOID list;
+    FILETIME modified;
+    DWORD records;
+};
+static DeviceListStamp g_seenList = {0, {0, 0}, 0xFFFFFFFF};
+
+static DeviceListStamp StampDeviceList()
+{
+    DeviceListStamp stamp = {0, {0, 0}, 0};
+    CEGUID store;
+    CREATE_SYSTEMGUID(&store);
+    stamp.list = FindDeviceCategoryDb(&store);
+    CEOIDINFO info = {};
+    if (stamp.list && CeOidGetInfoEx(&store, stamp.list, &info) && info.wObjType == OBJTYPE_DATABASE) {
+        stamp.modified = info.infDatabase.ftLastModified;
+        stamp.records = info.infDatabase.wNumRecords;
+    }
+    return stamp;
+}
+
+void RefreshDeviceCategories()
+{
+    // A list of a thousand categories takes a tenth of a second to read: it is read only when
+    // it has changed.
+    DeviceListStamp stamp = StampDeviceList();
+    if (stamp.list == g_seenList.list && stamp.records == g_seenList.records &&
+        CompareFileTime(&stamp.modified, &g_seenList.modified) == 0)
+        return;
+    g_seenList = stamp;
+    int names = 0;
+    CategoryName *device = ReadDeviceCategories(&names, true);
+    if (SameNames(device, names, g_app.deviceCategories, g_app.deviceCategoryCount)) {
+        FreeCategoryArray(device);
+        return;
+    }
+    CategoryLook *merged = MergeCategoryProps(device, names, g_app.categoryProps, g_app.categoryCount);
+    FreeCategoryArray(g_app.deviceCategories);
+    FreeCategoryArray(g_app.mergedCategories);
+    g_app.deviceCategories = device;
+    g_app.mergedCategories = merged;
+    g_app.deviceCategoryCount = merged ? names : 0;
+}
+
 COLORREF CategoryColorOf(const WCHAR *categories, COLORREF fallback)
 {
     if (!categories || !g_app.mergedCategories)

@@ -71,6 +71,10 @@ int CategoryMessagesShown();
 // read again and the two merged again (start-up, and the Category page's OK). Stored properties
 // that cannot be read keep the ones loaded before.
 void ReloadCategories(bool quiet);
+// The device's names read again and, when they changed (the calendar server lists a category
+// an appointment has just been given, or lists the store's categories after start-up), merged
+// again with the stored properties held; quiet.
+void RefreshDeviceCategories();
 void FreeCategories();
 // The colour of the first of an appointment's categories (separated by commas or line feeds,
 // each perhaps after blanks) that the device knows; `fallback` when it knows none of them.

@@ -31,6 +31,8 @@ const int SHEET_APPLY_BUTTON = 0x3021; // the sheet's own id for Apply, which no
 const int SHEET_MARGIN = 2;     // around the buttons
 const int SHEET_GAP = 4;        // between two buttons
 const int SHEET_BUTTON_H = 23;  // the OK / Cancel / Apply row
+const int SHEET_TAB_MARGIN = 6; // beside a tab's title
+const int SHEET_TAB_MIN = 1;    // a tab's least width: none of its own beyond title and margins
 
 static WNDPROC g_sheetPrevProc;
 static HWND g_fittedPage; // the page last fitted, of the sheet open now
@@ -76,15 +78,21 @@ static void LayOutSheet(HWND sheet)
     }
     HWND tab = PropSheet_GetTabControl(sheet);
     if (tab) {
-        // One row of tabs, measured at the full width (the five titles fit it; a second row
-        // would take the pages' last lines).
+        // One row of tabs (a second row would take the pages' last lines), each as wide as its
+        // title and a margin, however short the title: tabs of one width cut "Category", and
+        // the selected tab, drawn wider, covered its neighbours' first letters. The margin
+        // narrows when the titles would not fit the width otherwise.
         SetWindowLongW(tab, GWL_STYLE,
-                       (GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM | TCS_FIXEDWIDTH) & ~TCS_MULTILINE);
-        TabCtrl_SetPadding(tab, 2, 3);
-        RECT first = {0, 0, 0, 20};
-        TabCtrl_GetItemRect(tab, 0, &first);
-        TabCtrl_SetItemSize(tab, (w - 4) / kSheetPageCount, first.bottom - first.top);
-        SetWindowPos(tab, nullptr, 0, 0, w, 40, SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+                       (GetWindowLongW(tab, GWL_STYLE) | TCS_BOTTOM) & ~(TCS_MULTILINE | TCS_FIXEDWIDTH));
+        TabCtrl_SetMinTabWidth(tab, SHEET_TAB_MIN);
+        for (int margin = SHEET_TAB_MARGIN; margin >= 2; margin -= 2) {
+            TabCtrl_SetPadding(tab, margin, 3);
+            SetWindowPos(tab, nullptr, 0, 0, w, 40, SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+            RECT last = {};
+            TabCtrl_GetItemRect(tab, kSheetPageCount - 1, &last);
+            if (last.right <= w - 4)
+                break;
+        }
         RECT item = {0, 0, 0, 20};
         TabCtrl_GetItemRect(tab, 0, &item);
         int rows = TabCtrl_GetRowCount(tab);

@@ -734,6 +734,130 @@ TEST(CeDbWriter, WritesItsShare) {
     CeUnmountDBVol(&guid);
 }
 
+// Kills of a writer under Wine: each starts a process, so far fewer than the 500 of the
+// native volume test, which kills its writers at any moment of the same commit.
+const int kWriterKills = 12;
+
+// The record's name and colour as one read gives them.
+static bool ReadNameAndColour(HANDLE h, CEOID record, std::wstring &name, LONG &colour) {
+    if (!CeSeekDatabase(h, CEDB_SEEK_CEOID, record, nullptr))
+        return false;
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    if (!CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size))
+        return false;
+    const CEPROPVAL *v = reinterpret_cast<const CEPROPVAL *>(buf);
+    for (WORD i = 0; i < count; i++) {
+        if (v[i].propid == kName)
+            name = v[i].val.lpwstr;
+        if (v[i].propid == kColour)
+            colour = v[i].val.lVal;
+    }
+    LocalFree(buf);
+    return true;
+}
+
+// A process writing the record over and over through these calls, killed at random moments in
+// the middle of its writes: after every kill the volume mounts, and the record is one the writer
+// wrote whole (its name carries its colour's number); the turn the killed writer held passes on.
+TEST_F(CeDb, AWriterKilledMidWriteLeavesAWholeRecord) {
+    Mount();
+    HANDLE h = OpenCategories();
+    CEOID record = Add(h, L"Work 0", 0, 0);
+    CloseHandle(h);
+    std::wstring committed = L"Local\\lf-cedb-committed-" + std::to_wstring(GetCurrentProcessId());
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, committed.c_str());
+    ASSERT_NE(event, nullptr);
+    WCHAR exe[MAX_PATH];
+    GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    // The writers' output goes nowhere: a killed gtest leaves half a report.
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    HANDLE quiet = CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                               OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(quiet, INVALID_HANDLE_VALUE);
+    unsigned seed = 2026;
+    LONG last = 0;
+    for (int kill = 0; kill < kWriterKills; kill++) {
+        std::wstring cmd = L"\"" + std::wstring(exe) + L"\" --gtest_filter=CeDbWriter.WritesUntilKilled";
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_VOLUME", vol.c_str());
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_COMMITTED", committed.c_str());
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_FROM", std::to_wstring((kill + 1) * 100000).c_str());
+        // A commit the last writer made after its last awaited one must not count for this one.
+        ResetEvent(event);
+        STARTUPINFOW si = {};
+        si.cb = sizeof si;
+        si.dwFlags = STARTF_USESTDHANDLES;
+        si.hStdInput = si.hStdOutput = si.hStdError = quiet;
+        PROCESS_INFORMATION pi;
+        BOOL started = CreateProcessW(exe, &cmd[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_VOLUME", nullptr);
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_COMMITTED", nullptr);
+        SetEnvironmentVariableW(L"LF_CEDB_KILLED_FROM", nullptr);
+        ASSERT_TRUE(started) << GetLastError();
+        // One to three whole writes, then a kill somewhere inside a later one.
+        seed = seed * 1103515245u + 12345u;
+        HANDLE both[2] = {event, pi.hProcess};
+        for (unsigned k = 0; k <= (seed >> 16) % 3; k++)
+            ASSERT_EQ(WaitForMultipleObjects(2, both, FALSE, 60000), WAIT_OBJECT_0)
+                << "kill " << kill << ": the writer stopped by itself";
+        Sleep((seed >> 8) % 4);
+        TerminateProcess(pi.hProcess, 9);
+        WaitForSingleObject(pi.hProcess, 60000);
+        ::CloseHandle(pi.hProcess);
+        ::CloseHandle(pi.hThread);
+
+        h = OpenCategories();
+        ASSERT_NE(h, INVALID_HANDLE_VALUE) << "kill " << kill;
+        std::wstring name;
+        LONG colour = -1;
+        ASSERT_TRUE(ReadNameAndColour(h, record, name, colour)) << "kill " << kill << ": " << GetLastError();
+        CloseHandle(h);
+        EXPECT_EQ(name, L"Work " + std::to_wstring(colour)) << "kill " << kill << ": a record mixed from two writes";
+        EXPECT_GT(colour, last) << "kill " << kill << ": a reported write is lost";
+        last = colour;
+    }
+    ::CloseHandle(quiet);
+    ::CloseHandle(event);
+}
+
+// The writer of the test above; nothing to do when run on its own.
+TEST(CeDbWriter, WritesUntilKilled) {
+    WCHAR path[MAX_PATH], committed[128], from[32];
+    if (!GetEnvironmentVariableW(L"LF_CEDB_KILLED_VOLUME", path, MAX_PATH) ||
+        !GetEnvironmentVariableW(L"LF_CEDB_KILLED_COMMITTED", committed, 128) ||
+        !GetEnvironmentVariableW(L"LF_CEDB_KILLED_FROM", from, 32))
+        GTEST_SKIP() << "run by AWriterKilledMidWriteLeavesAWholeRecord";
+    CEGUID guid;
+    ASSERT_TRUE(CeMountDBVol(&guid, path, OPEN_EXISTING)) << GetLastError();
+    CEOID oid = 0;
+    HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
+    CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
+    LPBYTE buf = nullptr;
+    DWORD size = 0;
+    WORD count = 0;
+    CEOID record = CeReadRecordProps(h, CEDB_ALLOWREALLOC, &count, nullptr, &buf, &size);
+    LocalFree(buf);
+    ASSERT_NE(record, 0u) << GetLastError();
+    HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, committed);
+    ASSERT_NE(event, nullptr);
+    // A long name, so that a write takes a while to reach the file.
+    std::wstring padding(2000, L'.');
+    for (LONG n = _wtol(from);; n++) {
+        std::wstring name = L"Work " + std::to_wstring(n);
+        CEPROPVAL v[3] = {};
+        v[0].propid = kName;
+        v[0].val.lpwstr = &name[0];
+        v[1].propid = kColour;
+        v[1].val.lVal = n;
+        v[2].propid = 0x000D001F;
+        v[2].val.lpwstr = &padding[0];
+        ASSERT_EQ(CeWriteRecordProps(h, record, 3, v), record) << GetLastError();
+        SetEvent(event);
+    }
+}
+
 static std::string FileBytes(const std::wstring &path) {
     std::string out;
     HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);

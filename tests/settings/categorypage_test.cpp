@@ -158,6 +158,56 @@ TEST_F(CategoryPage, ChosenColourColoursTheDayRows)
     });
 }
 
+// The device's list changed after start-up (the calendar server lists a category an appointment
+// was just given): the day's rows by category follow it when the day is shown, with the stored
+// colours kept.
+TEST_F(CategoryPage, DayRowsFollowTheDevicesListAsItChanges)
+{
+    WriteVolume({{L"Holiday", RGB(10, 20, 30), 4}});
+    ReloadCategories(true);
+    SetDeviceCategories({L"Personal", L"Business"});
+    g_app.settings.rowcolorindex = 2;
+    for (int round = 0; round < 2; round++) {
+        RunDayView(kCategoryDay, [&](HWND, HWND list) {
+            ASSERT_EQ(RowCount(list), 3);
+            Picture pic = PaintClient(list);
+            // Business: after Personal the second default colour, then the first.
+            EXPECT_EQ(RowBack(pic, list, 0), kDefaultCategoryColors[round ? 0 : 1]) << "round " << round;
+            EXPECT_EQ(RowBack(pic, list, 1), round ? RGB(10, 20, 30) : g_app.settings.row1color)
+                << "round " << round;
+        });
+        SetDeviceCategories({L"Business", L"Holiday"});
+    }
+    // The server's list of the store back, as the next test expects to find it.
+    SetDeviceCategories({L"Business", L"Holiday", L"Unknown"});
+}
+
+// A stored icon past the icons the program has (an "icons.bmp" since removed) shows as the first
+// icon, and is kept when only the category's colour changes; an icon chosen replaces it.
+TEST_F(CategoryPage, AnIconTheProgramLacksIsKept)
+{
+    WriteVolume({{L"Holiday", RGB(10, 20, 30), 300}});
+    ReloadCategories(true);
+    ASSERT_EQ(g_app.mergedCategories[1].icon, 0u);
+    for (bool chooseIcon : {false, true}) {
+        RunCategoryPage([&](HWND sheet, HWND page) {
+            SelectRow(page, 1);
+            PickRed(page);
+            if (chooseIcon)
+                ChooseLastIcon(page);
+            Click(sheet, IDOK);
+        });
+        int count = 0;
+        CategoryProps *props = LoadCategoryProps(&count);
+        ASSERT_EQ(count, 1);
+        EXPECT_EQ(props[0].color, kPickerRed);
+        EXPECT_EQ(props[0].icon, chooseIcon ? (DWORD)BUILTIN_ICONS - 1 : 300u);
+        FreeCategoryArray(props);
+        WriteVolume({{L"Holiday", RGB(10, 20, 30), 300}});
+        ReloadCategories(true);
+    }
+}
+
 TEST_F(CategoryPage, CancelAndUnchangedOkWriteNothing)
 {
     WriteVolume({{L"Personal", RGB(10, 20, 30), 4}});
@@ -231,4 +281,70 @@ TEST_F(CategoryPage, Screenshot)
         EXPECT_TRUE(SaveScreenShot({sheet}, ShotPath("categorypage-long")));
         Click(sheet, IDCANCEL);
     });
+}
+
+// Start-up over a "settings.vol" of 1 GB of zeros, on a store one of whose categories has a name
+// of 200 characters: no message, the month is drawn and the day's appointments listed, every
+// category takes its default colour, and a Category page change is refused with a word while the
+// file stays as it was. At exit the categories are let go. Runs in a process of its own, as the
+// program starts once per process.
+TEST(CategoriesAtStartUp, ABadVolumeLeavesTheRestWhole)
+{
+    std::wstring longName(200, L'L');
+    std::string longText(200, 'L');
+    UseTestObjectStore();
+    // The list as the calendar server makes it of this store, so start-up reads the same list
+    // whether or not the server has written it yet.
+    WriteDeviceStoreFile({L"Business", L"Holiday", longName});
+    RemoveVolume();
+    MakeSparseZeros(VolumePath(), 1ull << 30);
+    FileStamp stamp = Stamp(VolumePath());
+    std::string events =
+        Event("meeting", "20310310T090000", "20310310T100000", "SUMMARY:Meeting\r\nCATEGORIES:Business\r\n") +
+        Event("long", "20310310T110000", "20310310T120000", "SUMMARY:Long\r\nCATEGORIES:" + longText + "\r\n") +
+        Event("trip", "20310310T130000", "20310310T140000", "SUMMARY:Trip\r\nCATEGORIES:Holiday\r\n");
+    {
+        ErrorBoxes boxes;
+        ASSERT_TRUE(StartOnDayStore(events));
+        EXPECT_TRUE(WaitForPass()) << "the month is drawn";
+        EXPECT_TRUE(boxes.Texts().empty()) << "start-up tells nothing";
+    }
+    EXPECT_EQ(g_app.storeLoggedOn, 1);
+    EXPECT_EQ(g_app.categoryCount, 0);
+    EXPECT_EQ(g_app.categoryProps, nullptr);
+    ASSERT_EQ(g_app.deviceCategoryCount, 3);
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(g_app.mergedCategories[i].color, kDefaultCategoryColors[i]) << i;
+    EXPECT_TRUE(g_app.deviceCategories[2].cut);
+
+    g_app.settings.rowcolorindex = 2;
+    RunDayView(kCategoryDay, [&](HWND, HWND list) {
+        ASSERT_EQ(RowCount(list), 3);
+        Picture pic = PaintClient(list);
+        EXPECT_EQ(RowBack(pic, list, 0), kDefaultCategoryColors[0]);
+        EXPECT_EQ(RowBack(pic, list, 1), g_app.settings.row1color)
+            << "a name too long for its slot matches no category";
+        EXPECT_EQ(RowBack(pic, list, 2), kDefaultCategoryColors[1]);
+    });
+    ResetDaySettings();
+
+    {
+        ErrorBoxes boxes;
+        RunCategoryPage([&](HWND sheet, HWND page) {
+            SelectRow(page, 0);
+            PickRed(page);
+            Click(sheet, IDOK);
+        });
+        EXPECT_EQ(boxes.Texts(), std::vector<std::wstring>{L"The category colors and icons could not be saved."});
+    }
+    EXPECT_TRUE(Stamp(VolumePath()) == stamp) << "the file is left as it was";
+    EXPECT_EQ(g_app.mergedCategories[0].color, kDefaultCategoryColors[0]);
+
+    ASSERT_TRUE(g_app.deviceCategories && g_app.mergedCategories);
+    SendMessageW(g_app.hwndMain, WM_COMMAND, IDM_EXIT, 0);
+    EXPECT_FALSE(IsWindow(g_app.hwndMain) && IsWindowVisible(g_app.hwndMain));
+    EXPECT_EQ(g_app.deviceCategories, nullptr) << "let go at exit";
+    EXPECT_EQ(g_app.mergedCategories, nullptr) << "let go at exit";
+    EXPECT_EQ(g_app.deviceCategoryCount, 0);
+    RemoveVolume();
 }

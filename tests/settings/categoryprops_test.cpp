@@ -4,8 +4,10 @@
 #include "support/errorboxes.h"
 #include "common/appstate.h"
 #include "settings/categoryprops.h"
+#include "platform/dbvol.h"
 
 #include <gtest/gtest.h>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -190,6 +192,96 @@ TEST_F(CategoryProps_, BadVolumesAreLeftAlone)
         }
         SetFileAttributesW(VolumePath().c_str(), FILE_ATTRIBUTE_NORMAL);
     }
+}
+
+// A volume of these databases, none of them holding records: "categoryprops" either with the
+// sort order on the name the program asks for or, as another program may have made it, without.
+static void WriteVolumeOf(const std::vector<std::u16string> &names, bool nameSorted)
+{
+    dbvol::Volume v;
+    for (const std::u16string &name : names) {
+        std::vector<dbvol::SortRule> sorts;
+        if (nameSorted)
+            sorts.push_back({PROP_CATEGORY_NAME, 0});
+        uint32_t oid = 0;
+        ASSERT_EQ(dbvol::CreateDatabase(v, name, 0, 0, sorts, 0, oid), dbvol::Status::Ok);
+    }
+    std::vector<uint8_t> bytes = dbvol::Encode(v);
+    WriteAll(VolumePath(), std::vector<BYTE>(bytes.begin(), bytes.end()));
+}
+
+// The failures a file can bring about tell the user in their own words, each in an "Error" box
+// of no owner, and leave the file as it was.
+TEST_F(CategoryProps_, FailuresTellTheirMessages)
+{
+    std::vector<std::u16string> full;
+    for (uint32_t i = 0; i < dbvol::kMaxDatabases; i++) {
+        std::u16string name = u"other ";
+        for (char c : std::to_string(i))
+            name += char16_t(c);
+        full.push_back(name);
+    }
+    struct Case {
+        const char *name;
+        std::function<void()> make;
+        std::function<void()> act;
+        std::vector<std::wstring> messages;
+    } cases[] = {
+        {"\"categoryprops\" without the name's sort order, loaded",
+         [] { WriteVolumeOf({u"categoryprops"}, false); },
+         [] {
+             CategoryProps *props = nullptr;
+             EXPECT_EQ(Load(&props), -1);
+         },
+         {L"Error in call to OpenCreateDB"}},
+        {"the same, saved", [] { WriteVolumeOf({u"categoryprops"}, false); },
+         [] { EXPECT_EQ(SaveCategoryProps(L"Business", 1, 1), 0); }, {L"Error in call to OpenCreateDB"}},
+        {"a volume with no room for another database", [&] { WriteVolumeOf(full, true); },
+         [] {
+             CategoryProps *props = nullptr;
+             EXPECT_EQ(Load(&props), -1);
+         },
+         {L"Database creation failed", L"Error in call to OpenCreateDB"}},
+        {"a read-only volume without \"categoryprops\"",
+         [] {
+             WriteVolumeOf({u"another"}, false);
+             SetFileAttributesW(VolumePath().c_str(), FILE_ATTRIBUTE_READONLY);
+         },
+         [] { EXPECT_EQ(SaveCategoryProps(L"Business", 1, 1), 0); },
+         {L"Database creation failed", L"Error in call to OpenCreateDB"}},
+        {"deleting from a read-only volume",
+         [] {
+             WriteVolume({{L"Business", 1, 1}});
+             SetFileAttributesW(VolumePath().c_str(), FILE_ATTRIBUTE_READONLY);
+         },
+         [] { DeleteCategoryDb(); }, {L"Could not delete Database"}},
+    };
+    for (Case &c : cases) {
+        RemoveVolume();
+        c.make();
+        std::vector<BYTE> before = ReadAll(VolumePath());
+        std::vector<ErrorBoxes::Box> seen;
+        {
+            ErrorBoxes boxes;
+            c.act();
+            seen = boxes.Seen();
+        }
+        ASSERT_EQ(seen.size(), c.messages.size()) << c.name;
+        for (size_t i = 0; i < seen.size(); i++) {
+            EXPECT_EQ(seen[i].text, c.messages[i]) << c.name;
+            EXPECT_EQ(seen[i].caption, L"Error") << c.name;
+            EXPECT_EQ(seen[i].owner, nullptr) << c.name;
+        }
+        EXPECT_EQ(ReadAll(VolumePath()), before) << c.name << ": the file is unchanged";
+        SetFileAttributesW(VolumePath().c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
+    // Deleting works on a volume that allows it, and the next load makes the database again.
+    WriteVolume({{L"Business", 1, 1}});
+    ErrorBoxes boxes;
+    DeleteCategoryDb();
+    CategoryProps *props = nullptr;
+    EXPECT_EQ(Load(&props), 0);
+    EXPECT_TRUE(boxes.Texts().empty());
 }
 
 // A stored icon past the icons the program has reads as stored and shows as the first icon.

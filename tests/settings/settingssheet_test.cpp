@@ -1,7 +1,9 @@
 // The settings sheet over the running program, scripted from inside its modal loop: its pages
 // read the settings, write them to the registry of the test's Wine prefix when the sheet is
 // accepted and nothing when it is cancelled, and what they change shows in the month view.
+#include "categorysupport.h"
 #include "settings/settingssheet.h"
+#include "settings/categoryprops.h"
 #include "settings/colorpicker.h"
 #include "settings/settings.h"
 #include "common/appstate.h"
@@ -22,7 +24,15 @@
 #include <string>
 #include <vector>
 
-enum { PAGE_OPTIONS = 0, PAGE_TIMES = 1, PAGE_COLOR = 2 };
+enum { PAGE_OPTIONS = 0, PAGE_TIMES = 1, PAGE_COLOR = 2, PAGE_CATEGORY = 3, PAGE_ICONS = 4 };
+
+// The store the sheet's program serves: two categories, far from the month the tests look at,
+// which the calendar server lists in the device's category list for the Category page.
+static const char kStore[] =
+    "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields tests//EN\r\n"
+    "BEGIN:VEVENT\r\nUID:sheet-1\r\nDTSTAMP:20310101T000000Z\r\nDTSTART:20310310T090000\r\n"
+    "DTEND:20310310T100000\r\nSUMMARY:Meeting\r\nCATEGORIES:Business,Holiday\r\nEND:VEVENT\r\n"
+    "END:VCALENDAR\r\n";
 
 // Every value under the settings key, by name: its type and bytes.
 typedef std::map<std::wstring, std::pair<DWORD, std::vector<BYTE>>> RegistrySnapshot;
@@ -87,8 +97,16 @@ class SettingsSheet : public ::testing::Test {
     SettingsKeyGuard keep; // the key as the test found it, back when it ends
     void SetUp() override
     {
+        if (!g_app.hwndMain) {
+            UseTestObjectStore();
+            UseTempStore(kStore);
+        }
         owner = StartProgram();
         ASSERT_TRUE(owner);
+        // The calendar server lists the store's categories after its logon, which start-up
+        // may have come before.
+        ASSERT_TRUE(WaitForDeviceCategories({{L"Business", L"Holiday"}}));
+        ReloadCategories(true);
     }
     INT_PTR Run(const std::function<void(HWND)> &script)
     {
@@ -101,19 +119,22 @@ struct OptionCase {
     int id;
     const WCHAR *name;
     DWORD AppSettings::*field;
+    const WCHAR *label;
 };
 static const OptionCase kOptions[] = {
-    {IDC_OPTSHOWDAYS, L"showdays", &AppSettings::showdays},
-    {IDC_OPTCLEARTYPE, L"cleartype", &AppSettings::cleartype},
-    {IDC_OPTCOLOREXPIRED, L"colorexpired", &AppSettings::colorexpired},
-    {IDC_OPTSHOWINDICATOR, L"showindicator", &AppSettings::showindicator},
-    {IDC_OPTSHOWFREE, L"showfree", &AppSettings::showfree},
-    {IDC_OPTSHOWHOLIDAY, L"showholiday", &AppSettings::showholiday},
-    {IDC_OPTSHOWLOCATION, L"showlocation", &AppSettings::showlocation},
-    {IDC_OPTWRAPSUBJECT, L"wrapsubject", &AppSettings::wrapsubject},
-    {IDC_OPTSHOWWEEKNUMBER, L"showweeknumber", &AppSettings::showweeknumber},
-    {IDC_OPTCOLORYEARVIEW, L"coloryearview", &AppSettings::coloryearview},
-    {IDC_OPTALARMFLAG, L"alarmflag", &AppSettings::alarmflag},
+    {IDC_OPTSHOWDAYS, L"showdays", &AppSettings::showdays, L"Show all dates"},
+    {IDC_OPTCLEARTYPE, L"cleartype", &AppSettings::cleartype, L"ClearType text"},
+    {IDC_OPTCOLOREXPIRED, L"colorexpired", &AppSettings::colorexpired, L"Color expired appointments"},
+    {IDC_OPTSHOWINDICATOR, L"showindicator", &AppSettings::showindicator, L"Show schedule indicator"},
+    {IDC_OPTSHOWFREE, L"showfree", &AppSettings::showfree,
+     L"Schedule indicator with All Day \"Free\" Appointments"},
+    {IDC_OPTSHOWHOLIDAY, L"showholiday", &AppSettings::showholiday, L"Show month view icons"},
+    {IDC_OPTSHOWLOCATION, L"showlocation", &AppSettings::showlocation, L"Show location in daily view"},
+    {IDC_OPTWRAPSUBJECT, L"wrapsubject", &AppSettings::wrapsubject, L"Wrap subject text"},
+    {IDC_OPTSHOWWEEKNUMBER, L"showweeknumber", &AppSettings::showweeknumber, L"Show week number"},
+    {IDC_OPTCOLORYEARVIEW, L"coloryearview", &AppSettings::coloryearview,
+     L"Color days w/ appointments in year view"},
+    {IDC_OPTALARMFLAG, L"alarmflag", &AppSettings::alarmflag, L"Show alarm icon in daily view"},
 };
 
 // Each box shows its setting, and the flipped boxes reach the registry and the running settings
@@ -149,11 +170,11 @@ TEST_F(SettingsSheet, OptionsRoundTripThroughTheRegistry)
     // The labels as the user reads them.
     Run([&](HWND sheet) {
         HWND page = Page(sheet, PAGE_OPTIONS);
-        WCHAR text[128];
-        GetDlgItemTextW(page, IDC_OPTSHOWFREE, text, 128);
-        EXPECT_STREQ(text, L"Schedule indicator with All Day \"Free\" Appointments");
-        GetDlgItemTextW(page, IDC_OPTCOLORYEARVIEW, text, 128);
-        EXPECT_STREQ(text, L"Color days w/ appointments in year view");
+        for (const OptionCase &o : kOptions) {
+            WCHAR text[128];
+            GetDlgItemTextW(page, o.id, text, 128);
+            EXPECT_STREQ(text, o.label);
+        }
         Click(sheet, IDCANCEL);
     });
 }
@@ -192,8 +213,13 @@ TEST_F(SettingsSheet, TimesStartMovesTheEndAlong)
         EXPECT_EQ(p.At(100, 7), 0x000000u);
         EXPECT_EQ(p.At(100, 225 - 1), 0x000000u);
         EXPECT_EQ(p.At(100, 137), p.At(100, 3)) << "the page between the frames";
-        for (int id : {IDC_TIMESHEADING1, IDC_TIMESHEADING2})
+        for (int id : {IDC_TIMESHEADING1, IDC_TIMESHEADING2}) {
             EXPECT_GT(PaintClient(GetDlgItem(page, id)).Count(0x990000), 20) << id;
+            LOGFONTW font = {};
+            GetObjectW((HFONT)SendDlgItemMessageW(page, id, WM_GETFONT, 0, 0), sizeof font, &font);
+            EXPECT_GE(font.lfWeight, FW_BOLD) << id << ": the headings are bold";
+            EXPECT_EQ(abs(font.lfHeight), 12) << id;
+        }
         Choose(page, IDC_TIMEB, 26);
         Click(sheet, IDOK);
     });
@@ -272,12 +298,56 @@ TEST_F(SettingsSheet, OutOfRangeSettingsShowSafeChoices)
     WriteSettingNumber(L"defaultEndTimeIndex", end);
 }
 
-// Every page visited and changed, a colour picked, and then Cancel: the registry and the running
-// settings are as they were.
+// The picker opened by a click on `id` takes its fifth swatch, red.
+static void PickRed(HWND page, int id)
+{
+    RunScripted(
+        [&] {
+            Click(page, id);
+            return (INT_PTR)0;
+        },
+        [](HWND picker) {
+            RECT rc = PickerSwatchRect(4);
+            Tap(picker, rc.left + 3, rc.top + 3);
+            Click(picker, IDC_PICKEROK);
+        });
+}
+
+// The icon chooser opened by a click on `id` takes its last icon.
+static void ChooseLastIcon(HWND page, int id)
+{
+    RunScripted(
+        [&] {
+            Click(page, id);
+            return (INT_PTR)0;
+        },
+        [](HWND chooser) {
+            Key(GetDlgItem(chooser, IDC_ICONGRID), VK_END);
+            Click(chooser, IDOK);
+        });
+}
+
+// A list's row chosen as the list reports it.
+static void SelectRow(HWND page, int id, int row)
+{
+    HWND list = GetDlgItem(page, id);
+    SendMessageW(list, LB_SETCURSEL, row, 0);
+    SendMessageW(page, WM_COMMAND, MAKEWPARAM(id, LBN_SELCHANGE), (LPARAM)list);
+    Pump(0);
+}
+
+// Every page visited and changed (colours and a category's colour picked, icons chosen, a label
+// typed), and then Cancel: the registry, "settings.vol" and the running settings and categories
+// are as they were.
 TEST_F(SettingsSheet, CancelWritesNothing)
 {
     RegistrySnapshot before = Snapshot();
     AppSettings settings = g_app.settings;
+    std::vector<BYTE> volume = ReadAll(VolumePath());
+    FileStamp volumeStamp = Stamp(VolumePath());
+    ASSERT_FALSE(volume.empty()) << "start-up made the volume";
+    ASSERT_EQ(g_app.deviceCategoryCount, 2);
+    std::vector<CategoryLook> looks(g_app.mergedCategories, g_app.mergedCategories + 2);
     INT_PTR ended = Run([&](HWND sheet) {
         HWND page = Page(sheet, PAGE_OPTIONS);
         for (const OptionCase &o : kOptions)
@@ -298,12 +368,32 @@ TEST_F(SettingsSheet, CancelWritesNothing)
                 Tap(picker, rc.left + 3, rc.top + 3);
                 Click(picker, IDC_PICKEROK);
             });
+        page = Page(sheet, PAGE_CATEGORY);
+        ASSERT_EQ(SendDlgItemMessageW(page, IDC_CATEGORYLIST, LB_GETCOUNT, 0, 0), 2);
+        SelectRow(page, IDC_CATEGORYLIST, 1);
+        PickRed(page, IDC_CATEGORYCOLOR);
+        ChooseLastIcon(page, IDC_CATEGORYICON);
+        EXPECT_GT(PaintClient(GetDlgItem(page, IDC_CATEGORYCOLOR)).Count(PickerSwatchColour(4)), 20)
+            << "the page shows the colour picked";
+        page = Page(sheet, PAGE_ICONS);
+        SelectRow(page, IDC_ICONSLOTLIST, 5);
+        ChooseLastIcon(page, IDC_ICONSLOTICON);
+        HWND label = GetDlgItem(page, IDC_ICONSLOTLABEL);
+        SetFocus(label);
+        Type(label, L"Changed");
         Click(sheet, IDCANCEL);
     });
     EXPECT_EQ(ended, 0);
     EXPECT_TRUE(Snapshot() == before) << "the registry changed";
     EXPECT_EQ(memcmp(&settings, &g_app.settings, sizeof(settings)), 0)
         << "the running settings changed";
+    EXPECT_EQ(ReadAll(VolumePath()), volume) << "\"settings.vol\" changed";
+    EXPECT_TRUE(Stamp(VolumePath()) == volumeStamp) << "\"settings.vol\" was written";
+    ASSERT_EQ(g_app.deviceCategoryCount, 2);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(g_app.mergedCategories[i].color, looks[i].color) << i;
+        EXPECT_EQ(g_app.mergedCategories[i].icon, looks[i].icon) << i;
+    }
 }
 
 // A cell colour and the way of shading picked on the Color page show in the month view's pixels
@@ -345,6 +435,52 @@ TEST_F(SettingsSheet, ColorPageReachesTheMonthView)
         << "a midweek day is not";
 }
 
+// Each of the nine colour swatches opens the picker on its own setting's colour, and the colour
+// picked there is what the sheet's OK writes for that setting, and only for it.
+TEST_F(SettingsSheet, EveryColourSwatchWritesItsSetting)
+{
+    struct {
+        int id;
+        const WCHAR *name;
+        COLORREF AppSettings::*field;
+    } swatches[] = {
+        {IDC_COLORMONTH1, L"month1color", &AppSettings::month1color},
+        {IDC_COLORMONTH2, L"month2color", &AppSettings::month2color},
+        {IDC_COLORTODAY, L"todaycolor", &AppSettings::todaycolor},
+        {IDC_COLORDATE, L"datecolor", &AppSettings::datecolor},
+        {IDC_COLORALLDAY, L"alldaycolor", &AppSettings::alldaycolor},
+        {IDC_COLORTEXT, L"textcolor", &AppSettings::textcolor},
+        {IDC_COLORLOCATION, L"locationcolor", &AppSettings::locationcolor},
+        {IDC_COLORROW1, L"row1color", &AppSettings::row1color},
+        {IDC_COLORROW2, L"row2color", &AppSettings::row2color},
+    };
+    AppSettings saved = g_app.settings;
+    Run([&](HWND sheet) {
+        HWND page = Page(sheet, PAGE_COLOR);
+        for (int k = 0; k < 9; k++)
+            RunScripted(
+                [&] {
+                    Click(page, swatches[k].id);
+                    return (INT_PTR)0;
+                },
+                [&](HWND picker) {
+                    Picture p = PaintClient(picker);
+                    EXPECT_EQ(p.At(kPickerPreview.left + 2, kPickerPreview.top + 2), saved.*swatches[k].field)
+                        << "swatch " << k << " opens on its colour";
+                    RECT rc = PickerSwatchRect(k);
+                    Tap(picker, rc.left + 3, rc.top + 3);
+                    Click(picker, IDC_PICKEROK);
+                });
+        Click(sheet, IDOK);
+    });
+    for (int k = 0; k < 9; k++) {
+        std::wstring name = swatches[k].name;
+        EXPECT_EQ(Stored(swatches[k].name), PickerSwatchColour(k)) << std::string(name.begin(), name.end());
+        EXPECT_EQ(g_app.settings.*swatches[k].field, PickerSwatchColour(k)) << std::string(name.begin(), name.end());
+    }
+    g_app.settings = saved;
+}
+
 // The menu's Settings... command opens the sheet over the application area with its pages in
 // order; it ends in a redraw.
 TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
@@ -378,6 +514,22 @@ TEST_F(SettingsSheet, SettingsCommandOpensTheSheet)
                 EXPECT_STREQ(text, titles[i]) << i;
             }
             Pump(50);
+            // Every title fits its tab with room to spare for the selected tab drawn over its
+            // neighbours' edges, and the row fits the width.
+            HDC dc = GetDC(tab);
+            HGDIOBJ old = SelectObject(dc, (HFONT)SendMessageW(tab, WM_GETFONT, 0, 0));
+            RECT tabClient;
+            GetClientRect(tab, &tabClient);
+            for (int i = 0; i < 5; i++) {
+                SIZE title = {};
+                GetTextExtentPoint32W(dc, titles[i], lstrlenW(titles[i]), &title);
+                RECT item = {};
+                TabCtrl_GetItemRect(tab, i, &item);
+                EXPECT_GE(item.right - item.left, title.cx + 6) << "tab " << i;
+                EXPECT_LE(item.right, tabClient.right) << "tab " << i;
+            }
+            SelectObject(dc, old);
+            ReleaseDC(tab, dc);
             RECT area, rc;
             AppAreaRect(&area);
             GetWindowRect(sheet, &rc);
