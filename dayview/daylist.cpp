@@ -348,9 +348,8 @@ void FillDayList(HWND list, int month, int day, int year)
     SYSTEMTIME first = SystemDate(month, day, year), second = first;
     second.wHour = 24; // the date text is the same; the query reads it as the day's end
     DayQuery q = {OleDayNumber(month, day, year), {}};
-    DayGrid halfHours = {};
-    for (long at = 1800; at < 86400; at += 1800)
-        halfHours.marks[halfHours.count++] = at;
+    DayGrid halfHours;
+    ListDayGrid(&halfHours);
     int thinned = 0;
     // The rows by category follow the device's list as it is now, not as start-up found it.
     RefreshDeviceCategories();

@@ -7,6 +7,7 @@
 // the top 14 pixels and the corners clip it; the list sits under the strip, at most ten rows
 // high, and the balloon ends 8 pixels below it.
 #include "daypopup.h"
+#include "daylist.h"
 #include "daytext.h"
 #include "common/appstate.h"
 #include "common/cursor.h"
@@ -132,9 +133,24 @@ static int FillPopupList(HWND list, int month, int day, int year)
     SYSTEMTIME first = SystemDate(month, day, year), second = first;
     second.wHour = 24;
     PopupFill fill = {list, OleDayNumber(month, day, year), 0};
+    // A series that floods the day is listed once per half hour, as the day view lists it,
+    // and the last row says so.
+    DayGrid halfHours;
+    ListDayGrid(&halfHours);
+    int thinned = 0;
     WaitCursorOn();
-    QueryAppointments(first, second, RestrictOverlapClosed, AddPopupRow, &fill);
+    QueryAppointments(first, second, RestrictOverlapClosed, AddPopupRow, &fill, QUERY_UI, &halfHours,
+                      &thinned);
     WaitCursorOff();
+    // The note a line a row, as the day list writes it: the popup is too narrow for one.
+    for (const WCHAR *line = kPartOfDayText; thinned && *line;) {
+        const WCHAR *end = wcschr(line, L'\n');
+        size_t length = end ? (size_t)(end - line) : wcslen(line);
+        WCHAR text[64];
+        lstrcpynW(text, line, length + 1 < ARRAYSIZE(text) ? (int)length + 1 : (int)ARRAYSIZE(text));
+        InsertPopupRow(list, fill.rows++, L"", text, PART_OF_DAY_ITEM);
+        line += length + (end ? 1 : 0);
+    }
     if (fill.rows) {
         SendMessageW(list, LVM_SETCOLUMNWIDTH, 0, LVSCW_AUTOSIZE);
         SendMessageW(list, LVM_SETCOLUMNWIDTH, 1, LVSCW_AUTOSIZE);
@@ -349,10 +365,38 @@ static INT_PTR DayPopupCommand(HWND dlg, int id, int, HWND)
 
 // A tap on a row closes the popup as a tap elsewhere on it does; the list's scroll bar still
 // scrolls.
+// The rows saying that only part of the day is listed are drawn across both columns, the
+// popup being too narrow for them in the subject's column alone.
+static INT_PTR DrawPopupRow(HWND dlg, NMLVCUSTOMDRAW *cd)
+{
+    if (cd->nmcd.dwDrawStage == CDDS_PREPAINT)
+        return DialogReply(dlg, CDRF_NOTIFYITEMDRAW);
+    if (cd->nmcd.dwDrawStage != CDDS_ITEMPREPAINT || cd->nmcd.lItemlParam != PART_OF_DAY_ITEM)
+        return DialogReply(dlg, CDRF_DODEFAULT);
+    HWND list = cd->nmcd.hdr.hwndFrom;
+    int row = (int)cd->nmcd.dwItemSpec;
+    RECT bounds = {LVIR_BOUNDS, 0, 0, 0};
+    SendMessageW(list, LVM_GETITEMRECT, row, (LPARAM)&bounds);
+    WCHAR text[64] = L"";
+    LVITEMW item = {};
+    item.iSubItem = 1;
+    item.pszText = text;
+    item.cchTextMax = ARRAYSIZE(text);
+    SendMessageW(list, LVM_GETITEMTEXTW, row, (LPARAM)&item);
+    FillRect(cd->nmcd.hdc, &bounds, (HBRUSH)GetStockObject(WHITE_BRUSH));
+    SetTextColor(cd->nmcd.hdc, RGB(0, 0, 0));
+    SetBkMode(cd->nmcd.hdc, TRANSPARENT);
+    bounds.left += 4;
+    DrawTextW(cd->nmcd.hdc, text, -1, &bounds, DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX);
+    return DialogReply(dlg, CDRF_SKIPDEFAULT);
+}
+
 static INT_PTR DayPopupNotify(HWND dlg, NMHDR *hdr)
 {
     if (hdr->idFrom == IDC_POPUPLIST && hdr->code == NM_CLICK)
         return CloseDayPopup(dlg);
+    if (hdr->idFrom == IDC_POPUPLIST && hdr->code == NM_CUSTOMDRAW)
+        return DrawPopupRow(dlg, (NMLVCUSTOMDRAW *)hdr);
     return FALSE;
 }
 

@@ -52,6 +52,13 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
 }
 
 // Whether the store left out occurrences starting on a day from `first` to `last`.
+void ListDayGrid(DayGrid *grid)
+{
+    *grid = {};
+    for (long at = 1800; at < 86400; at += 1800)
+        grid->marks[grid->count++] = at;
+}
+
 static int AnyDayThinned(ILanternfieldsDayGrid *grid, const SYSTEMTIME &first, const SYSTEMTIME &last)
 {
     int from = OleDayNumber(first.wMonth, first.wDay, first.wYear);

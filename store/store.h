@@ -63,6 +63,8 @@ struct DayGrid {
     BYTE startPixel[DAY_GRID_MARKS + 1], endPixel[DAY_GRID_MARKS + 1];
     int firstDay, lastDay; // the days the view draws (OleDayNumber); 0 and 0: every day
 };
+// A day as a list reads it: in half hours, so a flooding series is listed once per half hour.
+void ListDayGrid(DayGrid *grid);
 // The same walk, the store told how the view looks at a day (ILanternfieldsDayGrid; a store
 // without that interface gives every occurrence). *thinned is set to 1 when the store left out
 // occurrences starting on one of the two days or a day between, else to 0.

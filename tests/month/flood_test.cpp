@@ -12,6 +12,8 @@
 #include "support/drive.h"
 #include "common/appstate.h"
 #include "dayview/daylist.h"
+#include "dayview/daypopup.h"
+#include "resource.h"
 
 #include <gtest/gtest.h>
 #include <commctrl.h>
@@ -183,6 +185,38 @@ TEST_F(Flooded, DayListSaysItShowsPartOfTheDay)
     }
 }
 
+// The day popup lists a flooded day as the day list does: a flooding series once per half hour,
+// the other appointments, and a last row saying so; a quiet day has no such row.
+TEST_F(Flooded, DayPopupSaysItShowsPartOfTheDay)
+{
+    Pass(3, 2032);
+    static const struct {
+        DWORD day;
+        const wchar_t *mustShow;
+        bool part;
+    } kCases[] = {{10, L"call", true}, {13, L"quiet", false}};
+    for (const auto &c : kCases) {
+        int rows = 0;
+        bool shown = false;
+        std::wstring note; // the rows after the appointments, a line each
+        RunUnshown([&] { return (INT_PTR)ShowDayPopup(g_app.hwndMain, c.day); },
+                   [&](HWND dlg) {
+                       HWND list = GetDlgItem(dlg, IDC_POPUPLIST);
+                       rows = RowCount(list);
+                       for (int r = 0; r < rows; r++) {
+                           shown |= CellText(list, r, 1) == c.mustShow;
+                           if (r >= rows - 3 && CellText(list, r, 0).empty())
+                               note += (note.empty() ? L"" : L"\n") + CellText(list, r, 1);
+                       }
+                       EndDialog(dlg, 0);
+                   });
+        EXPECT_TRUE(shown) << c.day;
+        EXPECT_EQ(note, c.part ? kPartOfDayText : L"") << c.day;
+        if (c.part)
+            EXPECT_LT(rows, 200) << c.day;
+    }
+}
+
 // For looking at: with LF_SHOTS naming a folder, the flooded month and the end of a flooded
 // day's list are written there.
 TEST_F(Flooded, Screenshots)
@@ -199,4 +233,13 @@ TEST_F(Flooded, Screenshots)
         PumpMessages(300);
         EXPECT_TRUE(SaveScreenShot({dlg}, ShotPath("flooddaylist")));
     });
+    Pass(3, 2032);
+    RunScripted([&] { return (INT_PTR)ShowDayPopup(g_app.hwndMain, 10); },
+                [&](HWND dlg) {
+                    HWND list = GetDlgItem(dlg, IDC_POPUPLIST);
+                    SendMessageW(list, LVM_ENSUREVISIBLE, RowCount(list) - 1, FALSE);
+                    PumpMessages(300);
+                    EXPECT_TRUE(SaveScreenShot({dlg}, ShotPath("flooddaypopup")));
+                    SendMessageW(dlg, WM_COMMAND, IDM_POPUPCLOSE, 0);
+                });
 }
