@@ -298,8 +298,14 @@ HRESULT Appointment::Save() {
             // A changed occurrence is an exception of its series; the rest
             // of the series stays as it was.
             std::string error, uid = store->UidOf(item_.oid);
-            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error))
-                return StoreFailure(*store, uid);
+            // As for an appointment, a sync's change to the occurrence since
+            // it was read is kept, and ours beside it.
+            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error, &saved_)) {
+                HRESULT hr = StoreFailure(*store, uid);
+                ItemSnapshot now;
+                if (hr == kConflict && store->GetOccurrence(item_.oid, item_.originalStart, now)) saved_ = now.f;
+                return hr;
+            }
             item_.isOverride = true;
             saved_ = item_.f;
         } else {

@@ -750,10 +750,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
-        Fields now = was;
-        if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
-        if (base && !FieldsEqual(*base, now) && !FieldsEqual(f, now))
-            return KeepBeside(id, old, was, f, error);
+        if (ChangedMeanwhile(base, was, f)) return KeepBeside(id, old, was, f, error);
     }
     lfical::EventEdit e;
     lfical::Time startLike = BuildEdit(isNew, old, was, f, e);
@@ -818,6 +815,37 @@ bool Store::KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const F
     return false;
 }
 
+bool Store::ChangedMeanwhile(const Fields* base, Fields now, const Fields& f) {
+    if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
+    return base && !FieldsEqual(*base, now) && !FieldsEqual(f, now);
+}
+
+bool Store::KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
+                                 const Fields& f, std::string& error) {
+    // The occurrence as the other program left it stays in the series; ours
+    // becomes an appointment of its own at the occurrence's times: the
+    // event's bytes (alarms, unknown properties) under a fresh UID, without
+    // the series' recurrence.
+    lfical::EventId copy = ical_->addCopy(ical_->bytes(from), true);
+    if (copy == lfical::kNoEvent) {
+        error = "the appointment was changed by another program, and ours could not be kept beside it";
+        return false;
+    }
+    lfical::EventInfo info = ical_->info(copy);
+    lfical::EventEdit e;
+    // Times compared with none: the copy's DTSTART is the series' first
+    // start (or the exception's), so the occurrence's times are written
+    // whatever changed.
+    Fields unlike = was;
+    unlike.start = f.start + 1;
+    BuildEdit(false, info, unlike, f, e);
+    ical_->edit(copy, e);
+    if (!Persist(ical_->uid(copy), error)) return false;
+    conflicts_.push_back(seriesUid);
+    error = "the appointment was changed by another program; both versions are kept";
+    return false;
+}
+
 bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const {
     // Where it shows: at its original start, or moved along with every later
     // occurrence by a change to this and all following ones.
@@ -838,9 +866,18 @@ bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart,
     return false;
 }
 
-bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error) {
+bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                           const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    // A sync may have written the series' file since the watch last read
+    // the store. A first change to an occurrence adds an exception to the
+    // file, which a save would merge into the other program's version
+    // unseen: read it now, so what the caller read is compared with it.
+    if (base && ical_ && ical_->changedOnDisk()) {
+        std::string ignored;
+        Reload(ignored);
+    }
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -855,6 +892,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
+        if (ChangedMeanwhile(base, was, f)) return KeepOccurrenceBeside(ov, old.uid, was, f, error);
         lfical::EventEdit e;
         BuildEdit(false, old, was, f, e);
         if (!ical_->edit(ov, e)) {
@@ -871,14 +909,15 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
         return false;
     }
     ItemSnapshot shown = SnapshotOf(occ);
-    lfical::EventInfo base = ical_->info(occ.event);
+    lfical::EventInfo from = ical_->info(occ.event);
+    if (ChangedMeanwhile(base, shown.f, f)) return KeepOccurrenceBeside(occ.event, from.uid, shown.f, f, error);
     lfical::EventEdit e;
-    BuildEdit(false, base, shown.f, f, e);
+    BuildEdit(false, from, shown.f, f, e);
     if (ical_->addOverride(series, occ.recurrenceId, e) == lfical::kNoEvent) {
         error = "the occurrence could not be changed";
         return false;
     }
-    return Persist(base.uid, error);
+    return Persist(from.uid, error);
 }
 
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {

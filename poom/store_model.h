@@ -188,7 +188,12 @@ public:
     // Saves a changed occurrence: one changed before (an exception of the
     // series) is changed again; a first change makes it an exception of its
     // own. The rest of the series stays as it was.
-    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error);
+    // base: the occurrence's fields as the caller read them. When another
+    // program (a sync) has changed the occurrence since, its version stays
+    // and ours is kept beside it as an appointment of its own; the result
+    // is false with the series' UID in LastConflicts().
+    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                        const Fields* base = nullptr);
     bool DeleteItem(std::uint32_t oid, std::string& error);
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
@@ -238,6 +243,13 @@ private:
     bool Persist(const std::string& uid, std::string& error);
     bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
                     std::string& error);
+    // The same for one occurrence whose fields `was` come from the event
+    // `from` (its exception, or the series): ours becomes a one-off.
+    bool KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
+                              const Fields& f, std::string& error);
+    // Whether another program changed what the caller read as `base`
+    // (and the caller's version differs from the one now stored).
+    static bool ChangedMeanwhile(const Fields* base, Fields now, const Fields& f);
     // The edit that turns `was` (read from `old`) into f: only changed
     // fields are set, so everything else keeps its bytes. Returns the clock
     // the start is written in.
