@@ -189,6 +189,13 @@ def main():
         dav.put(doomed_href, event("doomed-%s" % uuid.uuid4().hex, "20310312T140000", "Doomed"))
         notes_href = dav.collection + uuid.uuid4().hex + ".ics"
         dav.put(notes_href, event("notes-%s" % uuid.uuid4().hex, "20310314T090000", "Shared notes"))
+        # For the live views: one deleted while the day view shows its day, one the server moves
+        # to another day while the month view shows.
+        day_doomed_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(day_doomed_href, event("daydoomed-%s" % uuid.uuid4().hex, "20310313T160000", "Day doomed"))
+        moving_uid = "moving-%s" % uuid.uuid4().hex
+        moving_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(moving_href, event(moving_uid, "20310317T100000", "Moving"))
 
         # Connecting: the account's address; the calendar is found.
         env = dict(os.environ, LF_SYNC_PASSWORD=PASSWORD)
@@ -197,7 +204,7 @@ def main():
         r = subprocess.run(connect, env=env, stdin=subprocess.DEVNULL, capture_output=True, text=True)
         assert r.returncode == 0, r.stdout + r.stderr
         check(r.stdout.count(VDIRSYNCER + " -c") >= 2, "the connect script prints how to keep syncing:\n" + r.stdout)
-        check(len([n for n in os.listdir(store) if n.endswith(".ics")]) == 3, "the first sync brought 3 events")
+        check(len([n for n in os.listdir(store) if n.endswith(".ics")]) == 5, "the first sync brought 5 events")
 
         # A second run with the same arguments changes nothing.
         def state():
@@ -249,12 +256,15 @@ def main():
         check("SUMMARY:Made on the server\\, edited" in res.get(made_href, ("", ""))[1],
               "the server's event, edited in the program, under its own name")
 
-        # The server renames the series and adds what the program does not know, while the
-        # program shows its day.
+        # While the program shows the series' day, the server renames the series (and adds what
+        # the program does not know), adds an appointment to the day and deletes one of it.
         done("dayview-open")
         etag, text = res[weekly[0]]
         dav.put(weekly[0], with_summary(text, "Lantern weekly", "Lantern weekly, renamed on the server",
                                         "X-LANTERN-PROBE;X-FROM=server:kept through the program\r\n"), etag)
+        dav.put(dav.collection + uuid.uuid4().hex + ".ics",
+                event("dayadded-%s" % uuid.uuid4().hex, "20310313T110000", "Added to the day"))
+        dav.delete(day_doomed_href, res[day_doomed_href][0])
         sync("renamed")
         go("renamed")
 
@@ -266,8 +276,13 @@ def main():
         text = res.get(weekly[0], ("", ""))[1]
         check("LOCATION:Hall" in text and "X-LANTERN-PROBE;X-FROM=server:kept through the program" in text,
               "the program's change with the server's unknown property: " + text)
-        # The server deletes one; after the round trip a second sync has nothing to send.
+        # While the month view shows: the server deletes one, moves one to another day and adds
+        # one. After the round trip a second sync has nothing to send.
         dav.delete(doomed_href, res[doomed_href][0])
+        etag, text = res[moving_href]
+        dav.put(moving_href, text.replace("DTSTART:20310317T100000", "DTSTART:20310318T100000"), etag)
+        dav.put(dav.collection + uuid.uuid4().hex + ".ics",
+                event("monthadded-%s" % uuid.uuid4().hex, "20310319T100000", "Added to the month"))
         sync("deleted")
         go("deleted")
 
@@ -301,6 +316,27 @@ def main():
         check(summaries == ["Shared notes, local", "Shared notes, local again", "Shared notes, server again"],
               "nothing lost: %s" % summaries)
         go("conflict-synced")
+
+        # The user edits one occurrence of the series in the form while a sync brings the server's
+        # new name for the series: the series keeps the server's version, and the user's
+        # occurrence is kept beside it as an appointment of its own.
+        done("editing-occurrence")
+        res = dav.resources()
+        etag, text = res[weekly[0]]
+        dav.put(weekly[0], with_summary(text, "Lantern weekly, renamed on the server", "Lantern weekly, renamed again"),
+                etag)
+        sync("while editing an occurrence")
+        go("synced-while-editing-occurrence")
+        done("kept-both-occurrence")
+        sync("occurrence copy")
+        res = dav.resources()
+        text = res.get(weekly[0], ("", ""))[1]
+        check("SUMMARY:Lantern weekly\\, renamed again" in text and len(re.findall(r"^UID:", unfolded(text), re.M)) == 2,
+              "the series as the server changed it, with its one exception: " + text)
+        mine = [t for _, t in res.values() if "SUMMARY:Lantern weekly\\, my April" in t]
+        check(len(mine) == 1 and "RRULE" not in mine[0] and "RECURRENCE-ID" not in mine[0]
+              and "DTSTART:20310403T" in unfolded(mine[0]), "the user's occurrence as an appointment of its own: %s" % mine)
+        go("occurrence-synced")
         done("finished")
         check(program.wait(60) == 0, "the program's side failed")
     except Exception as e:  # a step that could not run at all
