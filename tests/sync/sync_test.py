@@ -131,6 +131,40 @@ def with_summary(text, old, new, extra=""):
     return changed
 
 
+def conflict_copies(tmp):
+    """scripts/sync-conflict on its own: the local version of a series is kept whole under a
+    fresh UID, a lone changed occurrence as an appointment of its own; the server's wins."""
+    series = ("BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
+              "BEGIN:VEVENT\r\nUID:team\r\nDTSTART:20310301T090000\r\nRRULE:FREQ=DAILY;COUNT=5\r\n"
+              "SUMMARY:Team\\, mine\r\nX-KEPT:1\r\nEND:VEVENT\r\n"
+              "BEGIN:VEVENT\r\nUID:team\r\nRECURRENCE-ID:20310302T090000\r\nDTSTART:20310302T100000\r\n"
+              "SUMMARY:Team later\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n")
+    lone = ("BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
+            "BEGIN:VEVENT\r\nUID:invited\r\nRECURRENCE-ID:20310305T090000\r\nDTSTART:20310305T100000\r\n"
+            "SUMMARY:Invited once\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n")
+    for name, mine, rids in (("series", series, 1), ("lone occurrence", lone, 0)):
+        store = tempfile.mkdtemp(dir=tmp)
+        local, remote = os.path.join(tmp, "a"), os.path.join(tmp, "b")
+        theirs = mine.replace("SUMMARY:", "SUMMARY:Server ", 1)
+        for path, text in ((local, mine), (remote, theirs)):
+            with open(path, "w", newline="") as f:
+                f.write(text)
+        r = subprocess.run([os.path.join(ROOT, "scripts", "sync-conflict"), store, local, remote],
+                           capture_output=True, text=True)
+        check(r.returncode == 0, "sync-conflict on a %s: %s" % (name, r.stderr))
+        check(open(local, newline="").read() == theirs, "sync-conflict on a %s: the server's version wins" % name)
+        kept = os.listdir(store)
+        if not check(len(kept) == 1 and kept[0].endswith(".ics"), "sync-conflict on a %s kept %s" % (name, kept)):
+            continue
+        copy = open(os.path.join(store, kept[0]), newline="").read()
+        uids = set(re.findall(r"^UID:(.*)\r$", copy, re.M))
+        check(len(uids) == 1 and "team" not in uids and "invited" not in uids
+              and copy.count("RECURRENCE-ID") == rids and copy.count("BEGIN:VEVENT") == mine.count("BEGIN:VEVENT")
+              and re.sub(r"^(UID|RECURRENCE-ID)[;:].*\r\n", "", copy, flags=re.M)
+              == re.sub(r"^(UID|RECURRENCE-ID)[;:].*\r\n", "", mine, flags=re.M),
+              "sync-conflict on a %s: the local version under one fresh UID: %s" % (name, copy))
+
+
 def main():
     if len(sys.argv) != 2:
         print(__doc__)
@@ -144,6 +178,7 @@ def main():
     with open(os.path.join(tmp, "radicale.conf"), "w") as f:
         f.write("[server]\nhosts = 127.0.0.1:%d\n[auth]\ntype = none\n[storage]\nfilesystem_folder = %s\n"
                 "[logging]\nlevel = warning\n" % (port, os.path.join(tmp, "collections")))
+    conflict_copies(tmp)
     server = subprocess.Popen([RADICALE, "--config", os.path.join(tmp, "radicale.conf")],
                               stdout=open(os.path.join(tmp, "radicale.log"), "w"), stderr=subprocess.STDOUT)
     program = None
