@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Syncing with a CalDAV server, end to end, all on 127.0.0.1.
 
-A Radicale server from a configuration of this test's own (no authentication, a random free
-port, a throw-away folder), a calendar made with MKCALENDAR, scripts/sync-connect run against
+A Radicale server from a configuration of this test's own (one user with a password, a random
+free port, a throw-away folder), a calendar made with MKCALENDAR, scripts/sync-connect run against
 it, and the real program under Wine (sync_driver.exe, started through scripts/wine-run) on the
 directory store vdirsyncer keeps. The script syncs and changes the server; the driver changes
 the store through the program and checks what the running program shows. They take turns
@@ -27,7 +27,7 @@ import xml.etree.ElementTree as ET
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 RADICALE = "/usr/bin/radicale"
 VDIRSYNCER = "/usr/bin/vdirsyncer"
-USER, PASSWORD = "alice", "any"  # Radicale without authentication takes any password
+USER, PASSWORD = "alice", "lantern pass"
 
 failures = []
 
@@ -176,8 +176,11 @@ def main():
     os.makedirs(turns)
     port = free_port()
     with open(os.path.join(tmp, "radicale.conf"), "w") as f:
-        f.write("[server]\nhosts = 127.0.0.1:%d\n[auth]\ntype = none\n[storage]\nfilesystem_folder = %s\n"
-                "[logging]\nlevel = warning\n" % (port, os.path.join(tmp, "collections")))
+        f.write("[server]\nhosts = 127.0.0.1:%d\n[auth]\ntype = htpasswd\nhtpasswd_filename = %s\n"
+                "htpasswd_encryption = plain\ndelay = 0\n[storage]\nfilesystem_folder = %s\n[logging]\nlevel = warning\n"
+                % (port, os.path.join(tmp, "users"), os.path.join(tmp, "collections")))
+    with open(os.path.join(tmp, "users"), "w") as f:
+        f.write("%s:%s\n" % (USER, PASSWORD))
     conflict_copies(tmp)
     server = subprocess.Popen([RADICALE, "--config", os.path.join(tmp, "radicale.conf")],
                               stdout=open(os.path.join(tmp, "radicale.log"), "w"), stderr=subprocess.STDOUT)
@@ -232,9 +235,31 @@ def main():
         moving_href = dav.collection + uuid.uuid4().hex + ".ics"
         dav.put(moving_href, event(moving_uid, "20310317T100000", "Moving"))
 
-        # Connecting: the account's address; the calendar is found.
-        env = dict(os.environ, LF_SYNC_PASSWORD=PASSWORD)
-        connect = [os.path.join(ROOT, "scripts", "sync-connect"), "--store", store, "--home", home,
+        # The password never from the command line; a wrong one is told, and nothing is synced.
+        script = os.path.join(ROOT, "scripts", "sync-connect")
+        env = {k: v for k, v in os.environ.items() if k != "LF_SYNC_PASSWORD"}
+        elsewhere = [os.path.join(tmp, n) for n in ("store2", "sync2")]
+        r = subprocess.run([script, "--password", PASSWORD, base + "/%s/" % USER, USER], env=env,
+                           stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        check(r.returncode == 2 and "command line" in r.stderr, "a password argument is refused: %s" % r.stderr)
+        r = subprocess.run([script, "--store", elsewhere[0], "--home", elsewhere[1], base + "/%s/" % USER, USER],
+                           env=dict(env, LF_SYNC_PASSWORD="wrong"), stdin=subprocess.DEVNULL, capture_output=True,
+                           text=True)
+        check(r.returncode == 1 and "refused" in r.stderr and not os.listdir(elsewhere[0]),
+              "a wrong password: %s" % r.stderr)
+        # From the prompt (here a line on the input, as from a pipe), kept for vdirsyncer.
+        r = subprocess.run([script, "--store", elsewhere[0], "--home", elsewhere[1], base + "/%s/" % USER, USER],
+                           env=env, input=PASSWORD + "\n", capture_output=True, text=True)
+        kept = os.path.join(elsewhere[1], "password")
+        check(r.returncode == 0 and len(os.listdir(elsewhere[0])) == 5 and open(kept).read() == PASSWORD
+              and os.stat(kept).st_mode & 0o777 == 0o600, "the prompted password: %s" % (r.stdout + r.stderr))
+
+        # Connecting: the account's address; the calendar is found. The password from a file
+        # written as echo writes it.
+        password_file = os.path.join(tmp, "password")
+        with open(password_file, "w") as f:
+            f.write(PASSWORD + "\n")
+        connect = [script, "--store", store, "--home", home, "--password-file", password_file,
                    base + "/%s/" % USER, USER]
         r = subprocess.run(connect, env=env, stdin=subprocess.DEVNULL, capture_output=True, text=True)
         assert r.returncode == 0, r.stdout + r.stderr
