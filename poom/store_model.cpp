@@ -732,9 +732,16 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
                      std::string& error, const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     if (!ical_) {
         error = "no store open";
         return false;
+    }
+    // What the caller read is compared with the store as it is on disk now,
+    // a sync's change since the watch last looked included.
+    if (base && ical_->changedOnDisk()) {
+        std::string ignored;
+        Reload(ignored);
     }
     lfical::EventId id = lfical::kNoEvent;
     lfical::EventInfo old;
@@ -743,6 +750,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     if (!isNew) {
         id = Find(oid);
         if (id == lfical::kNoEvent) {
+            if (base) return KeepAlone(f, pattern, error);
             error = "the appointment is no longer in the store";
             return false;
         }
@@ -820,12 +828,11 @@ bool Store::ChangedMeanwhile(const Fields* base, Fields now, const Fields& f) {
     return base && !FieldsEqual(*base, now) && !FieldsEqual(f, now);
 }
 
-bool Store::KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
-                                 const Fields& f, std::string& error) {
-    // The occurrence as the other program left it stays in the series; ours
-    // becomes an appointment of its own at the occurrence's times: the
-    // event's bytes (alarms, unknown properties) under a fresh UID, without
-    // the series' recurrence.
+bool Store::CopyOccurrence(lfical::EventId from, const Fields& was, const Fields& f, std::string& copyUid,
+                           std::string& error) {
+    // An appointment of its own at the occurrence's times: the event's bytes
+    // (alarms, unknown properties) under a fresh UID, without the series'
+    // recurrence.
     lfical::EventId copy = ical_->addCopy(ical_->bytes(from), true);
     if (copy == lfical::kNoEvent) {
         error = "the appointment was changed by another program, and ours could not be kept beside it";
@@ -840,9 +847,28 @@ bool Store::KeepOccurrenceBeside(lfical::EventId from, const std::string& series
     unlike.start = f.start + 1;
     BuildEdit(false, info, unlike, f, e);
     ical_->edit(copy, e);
-    if (!Persist(ical_->uid(copy), error)) return false;
+    copyUid = ical_->uid(copy);
+    return Persist(copyUid, error);
+}
+
+bool Store::KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
+                                 const Fields& f, std::string& error) {
+    // The occurrence as the other program left it stays in the series; ours
+    // becomes an appointment of its own.
+    std::string copyUid;
+    if (!CopyOccurrence(from, was, f, copyUid, error)) return false;
     conflicts_.push_back(seriesUid);
     error = "the appointment was changed by another program; both versions are kept";
+    return false;
+}
+
+bool Store::KeepAlone(const Fields& f, const Pattern* pattern, std::string& error) {
+    // Another program deleted the appointment while the caller edited it:
+    // ours is kept as a new appointment rather than lost.
+    std::uint32_t oid = 0;
+    if (!SaveItem(oid, f, pattern, false, error)) return false;
+    keptAlone_ = oid;
+    error = "the appointment was deleted by another program; ours is kept as a new appointment";
     return false;
 }
 
@@ -870,6 +896,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
                            const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     // A sync may have written the series' file since the watch last read
     // the store. A first change to an occurrence adds an exception to the
     // file, which a save would merge into the other program's version
@@ -880,6 +907,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
     }
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
+        if (base) return KeepAlone(f, nullptr, error);
         error = "the appointment is no longer in the store";
         return false;
     }
@@ -905,6 +933,16 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
     // becomes an exception of its own.
     lfical::Occurrence occ;
     if (!FindPlainOccurrence(series, originalStart, occ)) {
+        if (base) {
+            // Deleted from the series meanwhile: ours stands on its own.
+            std::string copyUid;
+            Fields now;
+            FillFields(ical_->info(series), now);
+            if (!CopyOccurrence(series, now, f, copyUid, error)) return false;
+            keptAlone_ = OidOfUid(copyUid);
+            error = "the occurrence was deleted by another program; ours is kept as a new appointment";
+            return false;
+        }
         error = "the occurrence is no longer in the series";
         return false;
     }
@@ -923,6 +961,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -939,6 +978,7 @@ bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
 bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -970,6 +1010,11 @@ std::string Store::UidOf(std::uint32_t oid) const {
 std::vector<std::string> Store::LastConflicts() const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     return conflicts_;
+}
+
+std::uint32_t Store::KeptAfterDelete() const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    return keptAlone_;
 }
 
 std::wstring WideFromUtf8(const std::string& s) {

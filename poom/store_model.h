@@ -182,7 +182,8 @@ public:
     // base: the fields as the caller read them. When another program has
     // changed the appointment since, ours is not written over its version:
     // it is kept beside it as a new appointment, and the result is false
-    // with the UID in LastConflicts().
+    // with the UID in LastConflicts(). When another program has deleted it,
+    // ours is kept as a new appointment (KeptAfterDelete()).
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
                   std::string& error, const Fields* base = nullptr);
     // Saves a changed occurrence: one changed before (an exception of the
@@ -191,7 +192,9 @@ public:
     // base: the occurrence's fields as the caller read them. When another
     // program (a sync) has changed the occurrence since, its version stays
     // and ours is kept beside it as an appointment of its own; the result
-    // is false with the series' UID in LastConflicts().
+    // is false with the series' UID in LastConflicts(). When another
+    // program has deleted the occurrence or the series, ours is kept as a
+    // new appointment (KeptAfterDelete()).
     bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
                         const Fields* base = nullptr);
     bool DeleteItem(std::uint32_t oid, std::string& error);
@@ -212,6 +215,10 @@ public:
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;
+    // The appointment that keeps the caller's version when the last save
+    // found the appointment (or the occurrence) deleted by another program
+    // meanwhile; 0 otherwise. That save returned false.
+    std::uint32_t KeptAfterDelete() const;
     std::string UidOf(std::uint32_t oid) const;
 
     // Fills in the subject, location and notes of texts: from its event if
@@ -247,6 +254,10 @@ private:
     // `from` (its exception, or the series): ours becomes a one-off.
     bool KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
                               const Fields& f, std::string& error);
+    bool CopyOccurrence(lfical::EventId from, const Fields& was, const Fields& f, std::string& copyUid,
+                        std::string& error);
+    // Ours as a new appointment, its original deleted by another program.
+    bool KeepAlone(const Fields& f, const Pattern* pattern, std::string& error);
     // Whether another program changed what the caller read as `base`
     // (and the caller's version differs from the one now stored).
     static bool ChangedMeanwhile(const Fields* base, Fields now, const Fields& f);
@@ -280,6 +291,7 @@ private:
     // The engine's answer to the query being made, its room kept for the next.
     mutable std::vector<lfical::Occurrence> occurrences_;
     std::vector<std::string> conflicts_;
+    std::uint32_t keptAlone_ = 0;
 };
 
 // UTF-8 <-> wide text, for either width of wchar_t.

@@ -594,9 +594,9 @@ TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
     EXPECT_EQ(closedWhole.f.categories, L"Work, Late");
 }
 
-// A sync that changes an appointment or one occurrence of a series while the user edits it in the
-// form: the save finds the other program's version, which stays, and keeps the user's beside it
-// as an appointment of its own. A sync that changed something else of the series merges.
+// A sync that changes or deletes an appointment or one occurrence of a series while the user edits
+// it in the form: the save finds the other program's version, which stays, and keeps the user's
+// beside it as an appointment of its own. A sync that changed something else of the series merges.
 TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
     const std::string series =
         "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
@@ -611,33 +611,43 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\nBEGIN:VEVENT\r\nUID:lunch\r\n"
         "DTSTAMP:20261001T120000Z\r\nDTSTART:20261103T120000\r\nDTEND:20261103T130000\r\nSUMMARY:Lunch\r\n"
         "END:VEVENT\r\nEND:VCALENDAR\r\n";
+    enum Kept { kMerged, kBoth, kAlone };
     struct Case {
         const char* name;
         const char* file;      // which file the sync rewrites
-        const char* from;      // ... replacing this text
+        const char* from;      // ... replacing this text (none: deletes the file)
         const char* to;
         LocalSecs original;    // the occurrence edited (0: the single appointment)
         bool watchSawIt;       // the server's watch read the sync before OK
-        bool keptBoth;
+        Kept kept;
         std::vector<std::pair<std::wstring, LocalSecs>> after;  // the week, in order
     } cases[] = {
         {"the series renamed, a plain occurrence edited", "standup.ics", "SUMMARY:Standup\r\n",
-         "SUMMARY:Standup (server)\r\n", At(2026, 11, 3, 9), true, true,
+         "SUMMARY:Standup (server)\r\n", At(2026, 11, 3, 9), true, kBoth,
          {{L"Standup (server)", At(2026, 11, 2, 9)}, {L"Standup (server)", At(2026, 11, 3, 9)},
           {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
           {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup (server)", At(2026, 11, 6, 9)}}},
         {"the exception changed before the watch looked", "standup.ics", "SUMMARY:Standup late\r\n",
-         "SUMMARY:Standup later\r\n", At(2026, 11, 4, 9), false, true,
+         "SUMMARY:Standup later\r\n", At(2026, 11, 4, 9), false, kBoth,
          {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
           {L"Standup later", At(2026, 11, 4, 10)}, {L"Mine", At(2026, 11, 4, 10)},
           {L"Standup", At(2026, 11, 6, 9)}}},
         {"another occurrence deleted: merged", "standup.ics", "EXDATE:20261105T090000\r\n",
-         "EXDATE:20261105T090000,20261106T090000\r\n", At(2026, 11, 3, 9), false, false,
+         "EXDATE:20261105T090000,20261106T090000\r\n", At(2026, 11, 3, 9), false, kMerged,
          {{L"Standup", At(2026, 11, 2, 9)}, {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
           {L"Standup late", At(2026, 11, 4, 10)}}},
-        {"the appointment renamed", "lunch.ics", "SUMMARY:Lunch\r\n", "SUMMARY:Lunch (server)\r\n", 0, true, true,
+        {"the appointment renamed", "lunch.ics", "SUMMARY:Lunch\r\n", "SUMMARY:Lunch (server)\r\n", 0, true, kBoth,
          {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)},
           {L"Lunch (server)", At(2026, 11, 3, 12)}, {L"Mine", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
+        {"the occurrence deleted", "standup.ics", "EXDATE:20261105T090000\r\n",
+         "EXDATE:20261105T090000,20261103T090000\r\n", At(2026, 11, 3, 9), false, kAlone,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
+        {"the series deleted", "standup.ics", nullptr, nullptr, At(2026, 11, 3, 9), true, kAlone,
+         {{L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)}}},
+        {"the appointment deleted", "lunch.ics", nullptr, nullptr, 0, false, kAlone,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)}, {L"Mine", At(2026, 11, 3, 12)},
           {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
     };
     for (const Case& c : cases) {
@@ -655,11 +665,15 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         ASSERT_TRUE(c.original ? store->GetOccurrence(oid, c.original, read) : store->Get(oid, read));
         read.OwnTexts();
         // The sync writes the file as vdirsyncer does (a new file renamed over it).
-        std::string text = ReadFile(vdir / c.file);
-        ASSERT_NE(text.find(c.from), std::string::npos);
-        text.replace(text.find(c.from), strlen(c.from), c.to);
-        WriteFile(vdir / (std::string(c.file) + ".tmp"), text);
-        fs::rename(vdir / (std::string(c.file) + ".tmp"), vdir / c.file);
+        if (c.from) {
+            std::string text = ReadFile(vdir / c.file);
+            ASSERT_NE(text.find(c.from), std::string::npos);
+            text.replace(text.find(c.from), strlen(c.from), c.to);
+            WriteFile(vdir / (std::string(c.file) + ".tmp"), text);
+            fs::rename(vdir / (std::string(c.file) + ".tmp"), vdir / c.file);
+        } else {
+            fs::remove(vdir / c.file);
+        }
         if (c.watchSawIt) {
             ASSERT_TRUE(store->Reload(error)) << error;
         }
@@ -667,10 +681,15 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         mine.subject = L"Mine";
         bool saved = c.original ? store->SaveOccurrence(oid, read.originalStart, mine, error, &read.f)
                                 : store->SaveItem(oid, mine, nullptr, false, error, &read.f);
-        EXPECT_EQ(saved, !c.keptBoth) << error;
+        EXPECT_EQ(saved, c.kept == kMerged) << error;
         auto conflicts = store->LastConflicts();
-        EXPECT_EQ(conflicts.size() == 1 && conflicts[0] == (c.original ? "standup" : "lunch"), c.keptBoth);
-        EXPECT_EQ(ReadFile(vdir / c.file).find(c.to) != std::string::npos, true) << "the sync's version stays";
+        EXPECT_EQ(conflicts.size() == 1 && conflicts[0] == (c.original ? "standup" : "lunch"), c.kept == kBoth);
+        EXPECT_EQ(store->KeptAfterDelete() != 0, c.kept == kAlone);
+        if (c.to) {
+            EXPECT_NE(ReadFile(vdir / c.file).find(c.to), std::string::npos) << "the sync's version stays";
+        } else {
+            EXPECT_FALSE(fs::exists(vdir / c.file)) << "the sync's delete stays";
+        }
         // What the views show now, and after a fresh start.
         for (int pass = 0; pass < 2; ++pass) {
             Store reread(lfical::Zone::utc());
@@ -696,11 +715,11 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
             EXPECT_NE(copy.find("SUMMARY:Mine\r\n"), std::string::npos) << copy;
             for (const char* gone : {"RRULE", "EXDATE", "RECURRENCE-ID", "UID:standup", "UID:lunch"})
                 EXPECT_EQ(copy.find(gone), std::string::npos) << gone << " in " << copy;
-            if (c.original == At(2026, 11, 3, 9)) {
+            if (c.original == At(2026, 11, 3, 9) && c.to) {
                 for (const char* kept : {"X-TEAM-ROOM;X-FLOOR=3:Blue\r\n", "TRIGGER:-PT5M\r\n"})
                     EXPECT_NE(copy.find(kept), std::string::npos) << kept << " not in " << copy;
             }
         }
-        EXPECT_EQ(files, c.keptBoth ? 3u : 2u);
+        EXPECT_EQ(files, (c.kept == kMerged ? 2u : 3u) - (c.to ? 0u : 1u));
     }
 }

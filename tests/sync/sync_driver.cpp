@@ -362,5 +362,36 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
         << "the user's occurrence is one appointment, not a series: " << Listed(DayRows(2031, 4, 10));
     Done("kept-both-occurrence");
     WaitForGo("occurrence-synced");
+
+    // An appointment the server deletes while the user edits it in the form.
+    ShowDay(2031, 3, 19);
+    long added = OidOf(2031, 3, 19, L"Added to the month");
+    ASSERT_NE(added, 0) << Listed(DayRows(2031, 3, 19));
+    message.clear();
+    InForm(added, [&](HWND dlg) {
+        SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Added to the month, mine");
+        Done("editing-deleted");
+        if (!WaitForGo("synced-while-editing-deleted")) return;
+        Pump(1000);  // the server's watch reads the synced folder
+        RunScripted([&] {
+            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
+            return (INT_PTR)0;
+        }, [&](HWND box) {
+            wchar_t text[400] = L"";
+            GetDlgItemTextW(box, 0xFFFF, text, 400);
+            message = text;
+            if (GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
+                Pump(300);  // the box paints its text first
+                SaveScreenShot({dlg, box}, ShotPath("formdeleted"));
+            }
+            Key(GetFocus(), VK_RETURN);
+        });
+        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the delete";
+    });
+    LoadStringW(GetModuleHandleW(L"lfpoom.dll"), IDS_FORM_DELETEDMEANWHILE, expected, 400);
+    EXPECT_EQ(message, expected);
+    EXPECT_GE(ShowsWithin(2031, 3, 19, {L"Added to the month, mine"}, {L"Added to the month"}, kLiveLimitMs), 0)
+        << Listed(DayRows(2031, 3, 19));
+    Done("kept-deleted");
     Done("finished");
 }

@@ -341,8 +341,8 @@ def main():
         dav.delete(doomed_href, res[doomed_href][0])
         etag, text = res[moving_href]
         dav.put(moving_href, text.replace("DTSTART:20310317T100000", "DTSTART:20310318T100000"), etag)
-        dav.put(dav.collection + uuid.uuid4().hex + ".ics",
-                event("monthadded-%s" % uuid.uuid4().hex, "20310319T100000", "Added to the month"))
+        month_added_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(month_added_href, event("monthadded-%s" % uuid.uuid4().hex, "20310319T100000", "Added to the month"))
         sync("deleted")
         go("deleted")
 
@@ -397,6 +397,19 @@ def main():
         check(len(mine) == 1 and "RRULE" not in mine[0] and "RECURRENCE-ID" not in mine[0]
               and "DTSTART:20310403T" in unfolded(mine[0]), "the user's occurrence as an appointment of its own: %s" % mine)
         go("occurrence-synced")
+
+        # The server deletes an appointment the user is editing in the form: the user's version
+        # is kept as a new appointment, which the next sync uploads.
+        done("editing-deleted")
+        res = dav.resources()
+        dav.delete(month_added_href, res[month_added_href][0])
+        sync("deleted while editing")
+        go("synced-while-editing-deleted")
+        done("kept-deleted")
+        sync("kept after a delete")
+        res = dav.resources()
+        check(month_added_href not in res and summaries_of(res, "Added to the month") == ["Added to the month, mine"],
+              "the user's version of the appointment the server deleted: %s" % summaries_of(res, "Added"))
         done("finished")
         check(program.wait(60) == 0, "the program's side failed")
     except Exception as e:  # a step that could not run at all
