@@ -88,6 +88,7 @@ bool Store::Open(const std::string& path, bool createIfMissing, std::string& err
             }
             return false;
         }
+        NoteProblems(problems);
     }
     ical_ = std::move(fresh);
     path_ = path;
@@ -109,6 +110,7 @@ bool Store::Reload(std::string& error) {
         error = "the store cannot be read";
         return false;
     }
+    NoteProblems(problems);
     if (ical_ && ical_->dirty()) {
         // Our own unsaved changes cannot be carried over; saves are made at
         // once, so this only happens after a failed save, which reported.
@@ -116,6 +118,21 @@ bool Store::Reload(std::string& error) {
     ical_ = std::move(fresh);
     AssignOids();
     return true;
+}
+
+void Store::NoteProblems(const std::vector<lfical::Problem>& problems) {
+    // Every reload meets the same skipped file again: each is told once.
+    for (const lfical::Problem& p : problems) {
+        std::string text = p.file + (p.line > 0 ? ":" + std::to_string(p.line) : std::string()) + ": " + p.message;
+        if (toldProblems_.insert(text).second) newProblems_.push_back(std::move(text));
+    }
+}
+
+std::vector<std::string> Store::TakeNewProblems() {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<std::string> out;
+    out.swap(newProblems_);
+    return out;
 }
 
 void Store::AssignOids() {

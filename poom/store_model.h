@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 #include <string>
 #include <vector>
@@ -158,6 +159,10 @@ public:
     bool Open(const std::string& path, bool createIfMissing, std::string& error, bool directory = false);
     // Re-reads the store after another program changed it.
     bool Reload(std::string& error);
+    // What the reads of the store found wrong and left out (a file of a
+    // directory store with no UID or several, a broken event), each
+    // "FILE[:LINE]: message", given once in the store's life.
+    std::vector<std::string> TakeNewProblems();
     const std::string& Path() const { return path_; }
 
     // Items matching every restriction given (all items when none), in
@@ -247,6 +252,7 @@ private:
     // later ones).
     bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
+    void NoteProblems(const std::vector<lfical::Problem>& problems);
     bool Persist(const std::string& uid, std::string& error);
     bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
                     std::string& error);
@@ -292,6 +298,8 @@ private:
     mutable std::vector<lfical::Occurrence> occurrences_;
     std::vector<std::string> conflicts_;
     std::uint32_t keptAlone_ = 0;
+    std::set<std::string> toldProblems_;
+    std::vector<std::string> newProblems_;
 };
 
 // UTF-8 <-> wide text, for either width of wchar_t.

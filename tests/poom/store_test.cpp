@@ -723,3 +723,38 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         EXPECT_EQ(files, (c.kept == kMerged ? 2u : 3u) - (c.to ? 0u : 1u));
     }
 }
+
+// A file of a directory store that cannot be one appointment is told once, by its name, however
+// often the store is read again; a new such file is told when it comes.
+TEST(Store, SkippedFilesAreToldOnceByName) {
+    TempDir dir;
+    fs::path vdir = dir / "vdir";
+    fs::create_directories(vdir);
+    auto event = [](const char* uid, const char* day) {
+        return std::string("BEGIN:VEVENT\r\n") + (*uid ? std::string("UID:") + uid + "\r\n" : "") +
+               "DTSTAMP:20261001T120000Z\r\nDTSTART:" + day + "T100000\r\nSUMMARY:x\r\nEND:VEVENT\r\n";
+    };
+    auto calendar = [](const std::string& events) {
+        return "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n" + events + "END:VCALENDAR\r\n";
+    };
+    WriteFile(vdir / "good.ics", calendar(event("good", "20261105")));
+    WriteFile(vdir / "two.ics", calendar(event("one", "20261106") + event("other", "20261107")));
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(vdir.string(), false, error, true)) << error;
+    std::vector<std::string> told = store.TakeNewProblems();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("two.ics"), std::string::npos) << told[0];
+    EXPECT_NE(told[0].find("UIDs"), std::string::npos) << told[0];
+    EXPECT_EQ(store.Count(), 1u);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(store.Reload(error)) << error;
+        EXPECT_TRUE(store.TakeNewProblems().empty()) << "read again";
+    }
+    WriteFile(vdir / "nouid.ics", calendar(event("", "20261108")));
+    ASSERT_TRUE(store.Reload(error)) << error;
+    told = store.TakeNewProblems();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("nouid.ics"), std::string::npos) << told[0];
+    EXPECT_EQ(store.Count(), 1u);
+}
