@@ -424,7 +424,9 @@ public:
     // A new event from a VEVENT's text under a fresh UID, without its
     // RECURRENCE-ID: keeps a version of an event that lost a conflict
     // beside the version that won. Everything else keeps its bytes.
-    EventId addCopy(std::string_view veventText);
+    // oneOff also leaves out RRULE, RDATE, EXDATE and EXRULE: one
+    // occurrence of a series kept as an appointment of its own.
+    EventId addCopy(std::string_view veventText, bool oneOff = false);
     bool edit(EventId id, const EventEdit& fields);
     bool remove(EventId id);  // a series master takes its overrides with it
     bool addExdate(EventId series, const Time& occurrenceStart);

@@ -427,7 +427,7 @@ EventId Store::add(const EventEdit& fields, const std::string& uid, std::string&
     return id;
 }
 
-EventId Store::addCopy(std::string_view veventText)
+EventId Store::addCopy(std::string_view veventText, bool oneOff)
 {
     Component c;
     if (!parseComponent(veventText, c, nullptr) || c.name != "VEVENT")
@@ -435,6 +435,9 @@ EventId Store::addCopy(std::string_view veventText)
     std::string uid = newUid();
     c.set("UID", uid);
     c.remove("RECURRENCE-ID");
+    if (oneOff)
+        for (const char* name : {"RRULE", "RDATE", "EXDATE", "EXRULE"})
+            c.remove(name);
     c.set("DTSTAMP", nowUtcStamp());
     c.set("SEQUENCE", "0");
     return d_->insertNew(uid, c, nullptr);

@@ -298,8 +298,15 @@ HRESULT Appointment::Save() {
             // A changed occurrence is an exception of its series; the rest
             // of the series stays as it was.
             std::string error, uid = store->UidOf(item_.oid);
-            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error))
-                return StoreFailure(*store, uid);
+            // As for an appointment, a sync's change to the occurrence since
+            // it was read is kept, and ours beside it.
+            if (!store->SaveOccurrence(item_.oid, item_.originalStart, item_.f, error, &saved_)) {
+                HRESULT hr = StoreFailure(*store, uid);
+                ItemSnapshot now;
+                if (hr == kConflict && store->GetOccurrence(item_.oid, item_.originalStart, now)) saved_ = now.f;
+                if (hr == kDeletedMeanwhile) KeptAloneLocked(store->KeptAfterDelete());
+                return hr;
+            }
             item_.isOverride = true;
             saved_ = item_.f;
         } else {
@@ -315,6 +322,7 @@ HRESULT Appointment::Save() {
                 // saves again means to write it over that version.
                 ItemSnapshot now;
                 if (hr == kConflict && store->Get(item_.oid, now)) saved_ = now.f;
+                if (hr == kDeletedMeanwhile) KeptAloneLocked(store->KeptAfterDelete());
                 return hr;
             }
             item_.oid = oid;
@@ -326,6 +334,17 @@ HRESULT Appointment::Save() {
     }
     origin_.session().NoteOwnChange(changed);
     return S_OK;
+}
+
+void Appointment::KeptAloneLocked(std::uint32_t oid) {
+    // Its original was deleted by another program; from now on this is the
+    // new appointment that keeps what was saved.
+    item_.oid = oid;
+    item_.recurring = hasPending_ && !clearRecurrence_ && !item_.isOccurrence;
+    item_.isOccurrence = item_.isOverride = false;
+    item_.originalStart = item_.f.start;
+    hasPending_ = clearRecurrence_ = false;
+    saved_ = item_.f;
 }
 
 HRESULT Appointment::Delete() {
@@ -407,7 +426,8 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
         }
     }
     HRESULT hr = Save();
-    if (FAILED(hr)) {
+    // Kept as a new appointment, the form's fields are what it holds now.
+    if (FAILED(hr) && hr != kDeletedMeanwhile) {
         std::lock_guard<std::mutex> lock(mu_);
         item_.f = wasFields;
         pending_ = wasPending;

@@ -31,8 +31,12 @@ const HRESULT kStoreFailed = E_FAIL;        // the store refused a change
 // has been altered externally"); its version is kept and shown, and ours is
 // kept beside it as a new appointment.
 const HRESULT kConflict = HRESULT_FROM_WIN32(ERROR_FILE_INVALID);
+// Another program deleted the appointment (or the occurrence) since we read
+// it; ours is kept as a new appointment.
+const HRESULT kDeletedMeanwhile = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
 inline HRESULT StoreFailure(const Store& store, const std::string& uid) {
+    if (store.KeptAfterDelete()) return kDeletedMeanwhile;
     auto conflicts = store.LastConflicts();
     if (!uid.empty() && std::find(conflicts.begin(), conflicts.end(), uid) != conflicts.end()) return kConflict;
     return kStoreFailed;
@@ -207,6 +211,7 @@ private:
     // Makes the shared texts this appointment's own (and the saved ones),
     // before anything reads or changes the fields as a whole or a text.
     void OwnTextsLocked();
+    void KeptAloneLocked(std::uint32_t oid);
     HRESULT Text(std::wstring Fields::*m, BSTR* p);
     HRESULT SetText(std::wstring Fields::*m, BSTR v);
     HRESULT Flag(bool Fields::*m, VARIANT_BOOL* p);

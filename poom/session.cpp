@@ -16,6 +16,16 @@ const DWORD kWatchPeriodMs = 500;
 const ULONGLONG kLargeStoreBytes = 1 << 20;
 const DWORD kLargeStoreCategoryDelayMs = 2000;
 
+// What a read of the store left out (a file of a directory store with no UID or several, a broken
+// event) never reaches the calendar's user, who asked for the calendar, not for its files: each
+// goes once to the debugger's output, where whoever looks for a missing appointment finds why.
+void NoteStoreProblems(Store& store) {
+    for (const std::string& problem : store.TakeNewProblems()) {
+        std::wstring text = L"Lanternfields calendar server: " + WideFromUtf8(problem) + L"\n";
+        OutputDebugStringW(text.c_str());
+    }
+}
+
 // The iCalendar engine opens files through the C runtime's narrow calls,
 // which take the ANSI code page on Windows. A path that code page cannot
 // spell goes by its short (8.3) form, which always can.
@@ -158,6 +168,7 @@ HRESULT Session::Logon(HWND hwnd) {
         // Nothing is written to a store we could not read.
         return E_FAIL;
     }
+    NoteStoreProblems(*store);
     store_ = store;
     path_ = path;
     hwnd_ = hwnd;
@@ -296,6 +307,7 @@ void Session::Watch() {
             // A store caught half-written by a careless program fails to
             // read; we keep what we have and try again next time.
             if (!store_->Reload(error)) continue;
+            NoteStoreProblems(*store_);
             lastSignature_ = sig;
             ++generation_;
             notify = hwnd_;

@@ -88,6 +88,7 @@ bool Store::Open(const std::string& path, bool createIfMissing, std::string& err
             }
             return false;
         }
+        NoteProblems(problems);
     }
     ical_ = std::move(fresh);
     path_ = path;
@@ -109,6 +110,7 @@ bool Store::Reload(std::string& error) {
         error = "the store cannot be read";
         return false;
     }
+    NoteProblems(problems);
     if (ical_ && ical_->dirty()) {
         // Our own unsaved changes cannot be carried over; saves are made at
         // once, so this only happens after a failed save, which reported.
@@ -116,6 +118,21 @@ bool Store::Reload(std::string& error) {
     ical_ = std::move(fresh);
     AssignOids();
     return true;
+}
+
+void Store::NoteProblems(const std::vector<lfical::Problem>& problems) {
+    // Every reload meets the same skipped file again: each is told once.
+    for (const lfical::Problem& p : problems) {
+        std::string text = p.file + (p.line > 0 ? ":" + std::to_string(p.line) : std::string()) + ": " + p.message;
+        if (toldProblems_.insert(text).second) newProblems_.push_back(std::move(text));
+    }
+}
+
+std::vector<std::string> Store::TakeNewProblems() {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    std::vector<std::string> out;
+    out.swap(newProblems_);
+    return out;
 }
 
 void Store::AssignOids() {
@@ -732,9 +749,16 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
                      std::string& error, const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     if (!ical_) {
         error = "no store open";
         return false;
+    }
+    // What the caller read is compared with the store as it is on disk now,
+    // a sync's change since the watch last looked included.
+    if (base && ical_->changedOnDisk()) {
+        std::string ignored;
+        Reload(ignored);
     }
     lfical::EventId id = lfical::kNoEvent;
     lfical::EventInfo old;
@@ -743,6 +767,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     if (!isNew) {
         id = Find(oid);
         if (id == lfical::kNoEvent) {
+            if (base) return KeepAlone(f, pattern, error);
             error = "the appointment is no longer in the store";
             return false;
         }
@@ -750,10 +775,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
-        Fields now = was;
-        if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
-        if (base && !FieldsEqual(*base, now) && !FieldsEqual(f, now))
-            return KeepBeside(id, old, was, f, error);
+        if (ChangedMeanwhile(base, was, f)) return KeepBeside(id, old, was, f, error);
     }
     lfical::EventEdit e;
     lfical::Time startLike = BuildEdit(isNew, old, was, f, e);
@@ -818,6 +840,55 @@ bool Store::KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const F
     return false;
 }
 
+bool Store::ChangedMeanwhile(const Fields* base, Fields now, const Fields& f) {
+    if (now.end < now.start) now.end = now.start;  // as a snapshot shows it
+    return base && !FieldsEqual(*base, now) && !FieldsEqual(f, now);
+}
+
+bool Store::CopyOccurrence(lfical::EventId from, const Fields& was, const Fields& f, std::string& copyUid,
+                           std::string& error) {
+    // An appointment of its own at the occurrence's times: the event's bytes
+    // (alarms, unknown properties) under a fresh UID, without the series'
+    // recurrence.
+    lfical::EventId copy = ical_->addCopy(ical_->bytes(from), true);
+    if (copy == lfical::kNoEvent) {
+        error = "the appointment was changed by another program, and ours could not be kept beside it";
+        return false;
+    }
+    lfical::EventInfo info = ical_->info(copy);
+    lfical::EventEdit e;
+    // Times compared with none: the copy's DTSTART is the series' first
+    // start (or the exception's), so the occurrence's times are written
+    // whatever changed.
+    Fields unlike = was;
+    unlike.start = f.start + 1;
+    BuildEdit(false, info, unlike, f, e);
+    ical_->edit(copy, e);
+    copyUid = ical_->uid(copy);
+    return Persist(copyUid, error);
+}
+
+bool Store::KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
+                                 const Fields& f, std::string& error) {
+    // The occurrence as the other program left it stays in the series; ours
+    // becomes an appointment of its own.
+    std::string copyUid;
+    if (!CopyOccurrence(from, was, f, copyUid, error)) return false;
+    conflicts_.push_back(seriesUid);
+    error = "the appointment was changed by another program; both versions are kept";
+    return false;
+}
+
+bool Store::KeepAlone(const Fields& f, const Pattern* pattern, std::string& error) {
+    // Another program deleted the appointment while the caller edited it:
+    // ours is kept as a new appointment rather than lost.
+    std::uint32_t oid = 0;
+    if (!SaveItem(oid, f, pattern, false, error)) return false;
+    keptAlone_ = oid;
+    error = "the appointment was deleted by another program; ours is kept as a new appointment";
+    return false;
+}
+
 bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const {
     // Where it shows: at its original start, or moved along with every later
     // occurrence by a change to this and all following ones.
@@ -838,11 +909,22 @@ bool Store::FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart,
     return false;
 }
 
-bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error) {
+bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                           const Fields* base) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
+    // A sync may have written the series' file since the watch last read
+    // the store. A first change to an occurrence adds an exception to the
+    // file, which a save would merge into the other program's version
+    // unseen: read it now, so what the caller read is compared with it.
+    if (base && ical_ && ical_->changedOnDisk()) {
+        std::string ignored;
+        Reload(ignored);
+    }
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
+        if (base) return KeepAlone(f, nullptr, error);
         error = "the appointment is no longer in the store";
         return false;
     }
@@ -855,6 +937,7 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
         FillFields(old, was);
         was.start = ToLocal(old.start);
         was.end = ToLocal(old.end);
+        if (ChangedMeanwhile(base, was, f)) return KeepOccurrenceBeside(ov, old.uid, was, f, error);
         lfical::EventEdit e;
         BuildEdit(false, old, was, f, e);
         if (!ical_->edit(ov, e)) {
@@ -867,23 +950,35 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
     // becomes an exception of its own.
     lfical::Occurrence occ;
     if (!FindPlainOccurrence(series, originalStart, occ)) {
+        if (base) {
+            // Deleted from the series meanwhile: ours stands on its own.
+            std::string copyUid;
+            Fields now;
+            FillFields(ical_->info(series), now);
+            if (!CopyOccurrence(series, now, f, copyUid, error)) return false;
+            keptAlone_ = OidOfUid(copyUid);
+            error = "the occurrence was deleted by another program; ours is kept as a new appointment";
+            return false;
+        }
         error = "the occurrence is no longer in the series";
         return false;
     }
     ItemSnapshot shown = SnapshotOf(occ);
-    lfical::EventInfo base = ical_->info(occ.event);
+    lfical::EventInfo from = ical_->info(occ.event);
+    if (ChangedMeanwhile(base, shown.f, f)) return KeepOccurrenceBeside(occ.event, from.uid, shown.f, f, error);
     lfical::EventEdit e;
-    BuildEdit(false, base, shown.f, f, e);
+    BuildEdit(false, from, shown.f, f, e);
     if (ical_->addOverride(series, occ.recurrenceId, e) == lfical::kNoEvent) {
         error = "the occurrence could not be changed";
         return false;
     }
-    return Persist(base.uid, error);
+    return Persist(from.uid, error);
 }
 
 bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -900,6 +995,7 @@ bool Store::DeleteItem(std::uint32_t oid, std::string& error) {
 bool Store::DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
+    keptAlone_ = 0;
     lfical::EventId id = Find(oid);
     if (id == lfical::kNoEvent) {
         error = "the appointment is no longer in the store";
@@ -931,6 +1027,11 @@ std::string Store::UidOf(std::uint32_t oid) const {
 std::vector<std::string> Store::LastConflicts() const {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     return conflicts_;
+}
+
+std::uint32_t Store::KeptAfterDelete() const {
+    std::lock_guard<std::recursive_mutex> lock(mu_);
+    return keptAlone_;
 }
 
 std::wstring WideFromUtf8(const std::string& s) {

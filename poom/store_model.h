@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 #include <string>
 #include <vector>
@@ -158,6 +159,10 @@ public:
     bool Open(const std::string& path, bool createIfMissing, std::string& error, bool directory = false);
     // Re-reads the store after another program changed it.
     bool Reload(std::string& error);
+    // What the reads of the store found wrong and left out (a file of a
+    // directory store with no UID or several, a broken event), each
+    // "FILE[:LINE]: message", given once in the store's life.
+    std::vector<std::string> TakeNewProblems();
     const std::string& Path() const { return path_; }
 
     // Items matching every restriction given (all items when none), in
@@ -182,13 +187,21 @@ public:
     // base: the fields as the caller read them. When another program has
     // changed the appointment since, ours is not written over its version:
     // it is kept beside it as a new appointment, and the result is false
-    // with the UID in LastConflicts().
+    // with the UID in LastConflicts(). When another program has deleted it,
+    // ours is kept as a new appointment (KeptAfterDelete()).
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
                   std::string& error, const Fields* base = nullptr);
     // Saves a changed occurrence: one changed before (an exception of the
     // series) is changed again; a first change makes it an exception of its
     // own. The rest of the series stays as it was.
-    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error);
+    // base: the occurrence's fields as the caller read them. When another
+    // program (a sync) has changed the occurrence since, its version stays
+    // and ours is kept beside it as an appointment of its own; the result
+    // is false with the series' UID in LastConflicts(). When another
+    // program has deleted the occurrence or the series, ours is kept as a
+    // new appointment (KeptAfterDelete()).
+    bool SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fields& f, std::string& error,
+                        const Fields* base = nullptr);
     bool DeleteItem(std::uint32_t oid, std::string& error);
     bool DeleteOccurrence(std::uint32_t oid, LocalSecs originalStart, std::string& error);
 
@@ -207,6 +220,10 @@ public:
     // UIDs the last save found changed both here and on disk; a change
     // refused for that reason leaves the UID of the refused appointment here.
     std::vector<std::string> LastConflicts() const;
+    // The appointment that keeps the caller's version when the last save
+    // found the appointment (or the occurrence) deleted by another program
+    // meanwhile; 0 otherwise. That save returned false.
+    std::uint32_t KeptAfterDelete() const;
     std::string UidOf(std::uint32_t oid) const;
 
     // Fills in the subject, location and notes of texts: from its event if
@@ -235,9 +252,21 @@ private:
     // later ones).
     bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
+    void NoteProblems(const std::vector<lfical::Problem>& problems);
     bool Persist(const std::string& uid, std::string& error);
     bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
                     std::string& error);
+    // The same for one occurrence whose fields `was` come from the event
+    // `from` (its exception, or the series): ours becomes a one-off.
+    bool KeepOccurrenceBeside(lfical::EventId from, const std::string& seriesUid, const Fields& was,
+                              const Fields& f, std::string& error);
+    bool CopyOccurrence(lfical::EventId from, const Fields& was, const Fields& f, std::string& copyUid,
+                        std::string& error);
+    // Ours as a new appointment, its original deleted by another program.
+    bool KeepAlone(const Fields& f, const Pattern* pattern, std::string& error);
+    // Whether another program changed what the caller read as `base`
+    // (and the caller's version differs from the one now stored).
+    static bool ChangedMeanwhile(const Fields* base, Fields now, const Fields& f);
     // The edit that turns `was` (read from `old`) into f: only changed
     // fields are set, so everything else keeps its bytes. Returns the clock
     // the start is written in.
@@ -268,6 +297,9 @@ private:
     // The engine's answer to the query being made, its room kept for the next.
     mutable std::vector<lfical::Occurrence> occurrences_;
     std::vector<std::string> conflicts_;
+    std::uint32_t keptAlone_ = 0;
+    std::set<std::string> toldProblems_;
+    std::vector<std::string> newProblems_;
 };
 
 // UTF-8 <-> wide text, for either width of wchar_t.

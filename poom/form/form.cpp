@@ -540,11 +540,13 @@ INT_PTR FormOk(HWND dlg, FormData* d) {
     }
     HRESULT hr = d->appt->SaveFromForm(f, pattern, clear);
     if (FAILED(hr)) {
-        d->commitError = LoadText(hr == kConflict ? IDS_FORM_CONFLICT : IDS_FORM_SAVEFAILED);
+        d->commitError = LoadText(hr == kConflict          ? IDS_FORM_CONFLICT
+                                  : hr == kDeletedMeanwhile ? IDS_FORM_DELETEDMEANWHILE
+                                                            : IDS_FORM_SAVEFAILED);
         MessageBoxW(dlg, d->commitError.c_str(), L"Calendar", MB_OK | MB_ICONEXCLAMATION);
         // After a conflict the user's version is already in the store as an
         // appointment of its own; saving the form again would make a third.
-        if (hr == kConflict) EndDialog(dlg, IDOK);
+        if (hr == kConflict || hr == kDeletedMeanwhile) EndDialog(dlg, IDOK);
         return TRUE;
     }
     EndDialog(dlg, IDOK);

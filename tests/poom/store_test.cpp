@@ -3,8 +3,10 @@
 // bytes of what they did not change, and stores that cannot be read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -590,4 +592,169 @@ TEST(Store, TextsAreReadWhenAskedAndFollowTheStore) {
     ItemSnapshot closedWhole = closed.Snapshot();
     closedWhole.OwnTexts();
     EXPECT_EQ(closedWhole.f.categories, L"Work, Late");
+}
+
+// A sync that changes or deletes an appointment or one occurrence of a series while the user edits
+// it in the form: the save finds the other program's version, which stays, and keeps the user's
+// beside it as an appointment of its own. A sync that changed something else of the series merges.
+TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
+    const std::string series =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
+        "BEGIN:VEVENT\r\nUID:standup\r\nDTSTAMP:20261001T120000Z\r\nDTSTART:20261102T090000\r\n"
+        "DTEND:20261102T093000\r\nRRULE:FREQ=DAILY;COUNT=5\r\nEXDATE:20261105T090000\r\nSUMMARY:Standup\r\n"
+        "X-TEAM-ROOM;X-FLOOR=3:Blue\r\nBEGIN:VALARM\r\nACTION:DISPLAY\r\nTRIGGER:-PT5M\r\nDESCRIPTION:x\r\n"
+        "END:VALARM\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:standup\r\nDTSTAMP:20261001T120000Z\r\nRECURRENCE-ID:20261104T090000\r\n"
+        "DTSTART:20261104T100000\r\nDTEND:20261104T103000\r\nSUMMARY:Standup late\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    const std::string single =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\nBEGIN:VEVENT\r\nUID:lunch\r\n"
+        "DTSTAMP:20261001T120000Z\r\nDTSTART:20261103T120000\r\nDTEND:20261103T130000\r\nSUMMARY:Lunch\r\n"
+        "END:VEVENT\r\nEND:VCALENDAR\r\n";
+    enum Kept { kMerged, kBoth, kAlone };
+    struct Case {
+        const char* name;
+        const char* file;      // which file the sync rewrites
+        const char* from;      // ... replacing this text (none: deletes the file)
+        const char* to;
+        LocalSecs original;    // the occurrence edited (0: the single appointment)
+        bool watchSawIt;       // the server's watch read the sync before OK
+        Kept kept;
+        std::vector<std::pair<std::wstring, LocalSecs>> after;  // the week, in order
+    } cases[] = {
+        {"the series renamed, a plain occurrence edited", "standup.ics", "SUMMARY:Standup\r\n",
+         "SUMMARY:Standup (server)\r\n", At(2026, 11, 3, 9), true, kBoth,
+         {{L"Standup (server)", At(2026, 11, 2, 9)}, {L"Standup (server)", At(2026, 11, 3, 9)},
+          {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup (server)", At(2026, 11, 6, 9)}}},
+        {"the exception changed before the watch looked", "standup.ics", "SUMMARY:Standup late\r\n",
+         "SUMMARY:Standup later\r\n", At(2026, 11, 4, 9), false, kBoth,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Standup later", At(2026, 11, 4, 10)}, {L"Mine", At(2026, 11, 4, 10)},
+          {L"Standup", At(2026, 11, 6, 9)}}},
+        {"another occurrence deleted: merged", "standup.ics", "EXDATE:20261105T090000\r\n",
+         "EXDATE:20261105T090000,20261106T090000\r\n", At(2026, 11, 3, 9), false, kMerged,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}}},
+        {"the appointment renamed", "lunch.ics", "SUMMARY:Lunch\r\n", "SUMMARY:Lunch (server)\r\n", 0, true, kBoth,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)},
+          {L"Lunch (server)", At(2026, 11, 3, 12)}, {L"Mine", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
+        {"the occurrence deleted", "standup.ics", "EXDATE:20261105T090000\r\n",
+         "EXDATE:20261105T090000,20261103T090000\r\n", At(2026, 11, 3, 9), false, kAlone,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
+        {"the series deleted", "standup.ics", nullptr, nullptr, At(2026, 11, 3, 9), true, kAlone,
+         {{L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)}}},
+        {"the appointment deleted", "lunch.ics", nullptr, nullptr, 0, false, kAlone,
+         {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)}, {L"Mine", At(2026, 11, 3, 12)},
+          {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TempDir dir;
+        fs::path vdir = dir / "vdir";
+        fs::create_directories(vdir);
+        WriteFile(vdir / "standup.ics", series);
+        WriteFile(vdir / "lunch.ics", single);
+        auto store = std::make_shared<Store>(lfical::Zone::utc());
+        std::string error;
+        ASSERT_TRUE(store->Open(vdir.string(), false, error, true)) << error;
+        std::uint32_t oid = OidOf(*store, c.original ? L"Standup" : L"Lunch");
+        ItemSnapshot read;
+        ASSERT_TRUE(c.original ? store->GetOccurrence(oid, c.original, read) : store->Get(oid, read));
+        read.OwnTexts();
+        // The sync writes the file as vdirsyncer does (a new file renamed over it).
+        if (c.from) {
+            std::string text = ReadFile(vdir / c.file);
+            ASSERT_NE(text.find(c.from), std::string::npos);
+            text.replace(text.find(c.from), strlen(c.from), c.to);
+            WriteFile(vdir / (std::string(c.file) + ".tmp"), text);
+            fs::rename(vdir / (std::string(c.file) + ".tmp"), vdir / c.file);
+        } else {
+            fs::remove(vdir / c.file);
+        }
+        if (c.watchSawIt) {
+            ASSERT_TRUE(store->Reload(error)) << error;
+        }
+        Fields mine = read.f;
+        mine.subject = L"Mine";
+        bool saved = c.original ? store->SaveOccurrence(oid, read.originalStart, mine, error, &read.f)
+                                : store->SaveItem(oid, mine, nullptr, false, error, &read.f);
+        EXPECT_EQ(saved, c.kept == kMerged) << error;
+        auto conflicts = store->LastConflicts();
+        EXPECT_EQ(conflicts.size() == 1 && conflicts[0] == (c.original ? "standup" : "lunch"), c.kept == kBoth);
+        EXPECT_EQ(store->KeptAfterDelete() != 0, c.kept == kAlone);
+        if (c.to) {
+            EXPECT_NE(ReadFile(vdir / c.file).find(c.to), std::string::npos) << "the sync's version stays";
+        } else {
+            EXPECT_FALSE(fs::exists(vdir / c.file)) << "the sync's delete stays";
+        }
+        // What the views show now, and after a fresh start.
+        for (int pass = 0; pass < 2; ++pass) {
+            Store reread(lfical::Zone::utc());
+            const Store& shown = pass ? (reread.Open(vdir.string(), false, error, true), reread) : *store;
+            std::vector<std::pair<std::wstring, LocalSecs>> got;
+            for (const auto& s : Ask(shown, L"[End] >= 11/1/2026 AND [Start] <= 11/8/2026")) got.push_back({s.f.subject, s.f.start});
+            auto byStart = [](const std::pair<std::wstring, LocalSecs>& a, const std::pair<std::wstring, LocalSecs>& b) {
+                return a.second != b.second ? a.second < b.second : a.first < b.first;
+            };
+            std::sort(got.begin(), got.end(), byStart);
+            auto want = c.after;
+            std::sort(want.begin(), want.end(), byStart);
+            EXPECT_EQ(got, want) << (pass ? "read again" : "the running store");
+        }
+        // The kept version is a one-off with what the user did not change: its alarm and the
+        // property only another program knows.
+        size_t files = 0;
+        for (const auto& f : fs::directory_iterator(vdir)) {
+            ++files;
+            std::string name = f.path().filename().string();
+            if (name == "standup.ics" || name == "lunch.ics") continue;
+            std::string copy = ReadFile(f.path());
+            EXPECT_NE(copy.find("SUMMARY:Mine\r\n"), std::string::npos) << copy;
+            for (const char* gone : {"RRULE", "EXDATE", "RECURRENCE-ID", "UID:standup", "UID:lunch"})
+                EXPECT_EQ(copy.find(gone), std::string::npos) << gone << " in " << copy;
+            if (c.original == At(2026, 11, 3, 9) && c.to) {
+                for (const char* kept : {"X-TEAM-ROOM;X-FLOOR=3:Blue\r\n", "TRIGGER:-PT5M\r\n"})
+                    EXPECT_NE(copy.find(kept), std::string::npos) << kept << " not in " << copy;
+            }
+        }
+        EXPECT_EQ(files, (c.kept == kMerged ? 2u : 3u) - (c.to ? 0u : 1u));
+    }
+}
+
+// A file of a directory store that cannot be one appointment is told once, by its name, however
+// often the store is read again; a new such file is told when it comes.
+TEST(Store, SkippedFilesAreToldOnceByName) {
+    TempDir dir;
+    fs::path vdir = dir / "vdir";
+    fs::create_directories(vdir);
+    auto event = [](const char* uid, const char* day) {
+        return std::string("BEGIN:VEVENT\r\n") + (*uid ? std::string("UID:") + uid + "\r\n" : "") +
+               "DTSTAMP:20261001T120000Z\r\nDTSTART:" + day + "T100000\r\nSUMMARY:x\r\nEND:VEVENT\r\n";
+    };
+    auto calendar = [](const std::string& events) {
+        return "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n" + events + "END:VCALENDAR\r\n";
+    };
+    WriteFile(vdir / "good.ics", calendar(event("good", "20261105")));
+    WriteFile(vdir / "two.ics", calendar(event("one", "20261106") + event("other", "20261107")));
+    Store store(lfical::Zone::utc());
+    std::string error;
+    ASSERT_TRUE(store.Open(vdir.string(), false, error, true)) << error;
+    std::vector<std::string> told = store.TakeNewProblems();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("two.ics"), std::string::npos) << told[0];
+    EXPECT_NE(told[0].find("UIDs"), std::string::npos) << told[0];
+    EXPECT_EQ(store.Count(), 1u);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(store.Reload(error)) << error;
+        EXPECT_TRUE(store.TakeNewProblems().empty()) << "read again";
+    }
+    WriteFile(vdir / "nouid.ics", calendar(event("", "20261108")));
+    ASSERT_TRUE(store.Reload(error)) << error;
+    told = store.TakeNewProblems();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("nouid.ics"), std::string::npos) << told[0];
+    EXPECT_EQ(store.Count(), 1u);
 }

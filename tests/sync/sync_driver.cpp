@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "calendar/datecalc.h"
+#include "calendar/dates.h"
 #include "common/appstate.h"
 #include "dayview/dayview.h"
 #include "poom/form/formids.h"
@@ -155,12 +157,49 @@ long ShowsWithin(int y, int m, int d, std::set<std::wstring> wanted, std::set<st
 
 const DWORD kLiveLimitMs = 2000;
 
+// The month view's schedule bar of a day of March 2031, read from the back buffer: its 27 pixels
+// through the middle of the bar's box (the indicator geometry: cells 34 pixels apart, bar pixel p
+// at x 34c + 6 + p, y 34r + 86).
+const COLORREF kBarFree = 0xFFFFFF, kBarBusy = 0xB5835A;
+bool MarchBarBusy(int day) {
+    int first = DayNumber(3, 1, 2031) - WeekdayColumn(3, 1, 2031);
+    int index = DayNumber(3, day, 2031) - first, r = index / 7, c = index % 7;
+    for (int p = 0; p < 26; ++p)
+        if (BackPixel(34 * c + 6 + p, 34 * r + 86) == kBarBusy) return true;
+    return false;
+}
+
+std::string MarchBars(const std::vector<int>& days) {
+    std::string s;
+    for (int d : days) s += std::to_string(d) + (MarchBarBusy(d) ? ":busy " : ":free ");
+    return s;
+}
+
+// Pumps until the month view shows March with the days' bars as wanted; the time it took, or -1.
+long BarsWithin(const std::vector<int>& days, const std::string& wanted, DWORD limitMs) {
+    DWORD start = GetTickCount();
+    for (;;) {
+        if (g_app.viewMode == VIEW_MONTH && g_app.viewMonth == 3 && g_app.viewYear == 2031 && WaitForPass(0) &&
+            MarchBars(days) == wanted)
+            return long(GetTickCount() - start);
+        if (GetTickCount() - start > limitMs) return -1;
+        Pump(20);
+    }
+}
+
 }  // namespace
 
 // The dates: a Wednesday, Thursday and Friday of March 2031.
 TEST(SyncedStore, FollowsTheServerBothWays) {
     HWND main = StartProgram();
     ASSERT_NE(main, nullptr);
+    // The month view with its schedule bars, each cell one fill, the day parts from 6:00 to 21:00.
+    AppSettings& settings = g_app.settings;
+    settings.month1color = settings.month2color = settings.todaycolor = RGB(250, 250, 250);
+    settings.calendarcolorstyle = 0;
+    settings.showdays = settings.showweeknumber = 0;
+    settings.showindicator = settings.showfree = 1;
+    settings.timeA = 12, settings.timeB = 24, settings.timeC = 34, settings.timeD = 42;
 
     // What the first sync brought: events the server named as it liked.
     std::vector<Row> wednesday = DayRows(2031, 3, 12);
@@ -204,13 +243,13 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
     RunScripted([&] { return (INT_PTR)ShowDayView(main, 13); }, [&](HWND dlg) {
         Done("dayview-open");
         if (WaitForGo("renamed"))
-            tookDayView = ShowsWithin(2031, 3, 13, {L"Lantern weekly, renamed on the server"}, {L"Lantern weekly"},
-                                      kLiveLimitMs, GetDlgItem(dlg, 222));
+            tookDayView = ShowsWithin(2031, 3, 13, {L"Lantern weekly, renamed on the server", L"Added to the day"},
+                                      {L"Lantern weekly", L"Day doomed"}, kLiveLimitMs, GetDlgItem(dlg, 222));
         Tap(dlg, 220, 8);  // the close button
     });
-    EXPECT_GE(tookDayView, 0) << "the open day view did not show the server's change within 2 s: "
-                              << Listed(DayRows(2031, 3, 13));
-    printf("day view showed the server's change after %ld ms\n", tookDayView);
+    EXPECT_GE(tookDayView, 0) << "the open day view did not show the server's change, addition and delete "
+                              << "within 2 s: " << Listed(DayRows(2031, 3, 13));
+    printf("day view showed the server's change, addition and delete after %ld ms\n", tookDayView);
 
     // Back in the month view: the program deletes one event and changes the series.
     ShowDay(2031, 3, 12);
@@ -226,17 +265,20 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
         EXPECT_EQ(series->Save(), S_OK);
         series->Release();
     }
-    LONG passes = g_app.renderPasses;
+    // The month view's bars before the server deletes the 12th's last appointment, moves the
+    // 17th's to the 18th and adds one on the 19th.
+    const std::vector<int> barDays = {12, 17, 18, 19};
+    RedrawAndWait();
+    EXPECT_GE(BarsWithin(barDays, "12:busy 17:busy 18:free 19:free ", kLiveLimitMs), 0) << MarchBars(barDays);
     Done("changed");
 
-    // The server deletes one: the month view draws again and the day is without it.
     if (WaitForGo("deleted")) {
-        long took = ShowsWithin(2031, 3, 12, {}, {L"Doomed", L"Made on the server, edited"}, kLiveLimitMs);
-        EXPECT_GE(took, 0) << "the server's delete did not show within 2 s: " << Listed(DayRows(2031, 3, 12));
-        DWORD start = GetTickCount();
-        while (g_app.renderPasses == passes && GetTickCount() - start < kLiveLimitMs) Pump(20);
-        EXPECT_NE(g_app.renderPasses, passes) << "the month view was not drawn again";
-        printf("month view showed the server's delete after %ld ms\n", took);
+        long took = BarsWithin(barDays, "12:free 17:free 18:busy 19:busy ", kLiveLimitMs);
+        EXPECT_GE(took, 0) << "the month view did not show the server's delete, move and addition within 2 s: "
+                           << MarchBars(barDays);
+        EXPECT_GE(ShowsWithin(2031, 3, 12, {}, {L"Doomed", L"Made on the server, edited"}, 0), 0)
+            << Listed(DayRows(2031, 3, 12));
+        printf("month view showed the server's delete, move and addition after %ld ms\n", took);
     }
 
     // The user edits an event in the form while a sync brings the server's change of it.
@@ -290,5 +332,66 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
                                 {}, kLiveLimitMs);
         EXPECT_GE(took, 0) << Listed(DayRows(2031, 3, 14));
     }
+
+    // One occurrence of the series edited in the form while a sync renames the series.
+    ShowDay(2031, 4, 3);
+    weekly = OidOf(2031, 4, 3, L"Lantern weekly, renamed on the server");
+    ASSERT_NE(weekly, 0) << Listed(DayRows(2031, 4, 3));
+    message.clear();
+    InForm(weekly, [&](HWND dlg) {
+        SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Lantern weekly, my April");
+        Done("editing-occurrence");
+        if (!WaitForGo("synced-while-editing-occurrence")) return;
+        Pump(1000);  // the server's watch reads the synced file
+        RunScripted([&] {
+            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
+            return (INT_PTR)0;
+        }, [&](HWND box) {
+            wchar_t text[400] = L"";
+            GetDlgItemTextW(box, 0xFFFF, text, 400);
+            message = text;
+            Key(GetFocus(), VK_RETURN);
+        });
+        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the conflict";
+    });
+    EXPECT_EQ(message, expected);
+    EXPECT_GE(ShowsWithin(2031, 4, 3, {L"Lantern weekly, renamed again", L"Lantern weekly, my April"},
+                          {L"Lantern weekly, renamed on the server"}, 0), 0)
+        << Listed(DayRows(2031, 4, 3));
+    EXPECT_GE(ShowsWithin(2031, 4, 10, {L"Lantern weekly, renamed again"}, {L"Lantern weekly, my April"}, 0), 0)
+        << "the user's occurrence is one appointment, not a series: " << Listed(DayRows(2031, 4, 10));
+    Done("kept-both-occurrence");
+    WaitForGo("occurrence-synced");
+
+    // An appointment the server deletes while the user edits it in the form.
+    ShowDay(2031, 3, 19);
+    long added = OidOf(2031, 3, 19, L"Added to the month");
+    ASSERT_NE(added, 0) << Listed(DayRows(2031, 3, 19));
+    message.clear();
+    InForm(added, [&](HWND dlg) {
+        SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Added to the month, mine");
+        Done("editing-deleted");
+        if (!WaitForGo("synced-while-editing-deleted")) return;
+        Pump(1000);  // the server's watch reads the synced folder
+        RunScripted([&] {
+            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
+            return (INT_PTR)0;
+        }, [&](HWND box) {
+            wchar_t text[400] = L"";
+            GetDlgItemTextW(box, 0xFFFF, text, 400);
+            message = text;
+            if (GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
+                Pump(300);  // the box paints its text first
+                SaveScreenShot({dlg, box}, ShotPath("formdeleted"));
+            }
+            Key(GetFocus(), VK_RETURN);
+        });
+        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the delete";
+    });
+    LoadStringW(GetModuleHandleW(L"lfpoom.dll"), IDS_FORM_DELETEDMEANWHILE, expected, 400);
+    EXPECT_EQ(message, expected);
+    EXPECT_GE(ShowsWithin(2031, 3, 19, {L"Added to the month, mine"}, {L"Added to the month"}, kLiveLimitMs), 0)
+        << Listed(DayRows(2031, 3, 19));
+    Done("kept-deleted");
     Done("finished");
 }

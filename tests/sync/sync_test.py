@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Syncing with a CalDAV server, end to end, all on 127.0.0.1.
 
-A Radicale server from a configuration of this test's own (no authentication, a random free
-port, a throw-away folder), a calendar made with MKCALENDAR, scripts/sync-connect run against
+A Radicale server from a configuration of this test's own (one user with a password, a random
+free port, a throw-away folder), a calendar made with MKCALENDAR, scripts/sync-connect run against
 it, and the real program under Wine (sync_driver.exe, started through scripts/wine-run) on the
 directory store vdirsyncer keeps. The script syncs and changes the server; the driver changes
 the store through the program and checks what the running program shows. They take turns
@@ -27,7 +27,7 @@ import xml.etree.ElementTree as ET
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 RADICALE = "/usr/bin/radicale"
 VDIRSYNCER = "/usr/bin/vdirsyncer"
-USER, PASSWORD = "alice", "any"  # Radicale without authentication takes any password
+USER, PASSWORD = "alice", "lantern pass"
 
 failures = []
 
@@ -131,6 +131,40 @@ def with_summary(text, old, new, extra=""):
     return changed
 
 
+def conflict_copies(tmp):
+    """scripts/sync-conflict on its own: the local version of a series is kept whole under a
+    fresh UID, a lone changed occurrence as an appointment of its own; the server's wins."""
+    series = ("BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
+              "BEGIN:VEVENT\r\nUID:team\r\nDTSTART:20310301T090000\r\nRRULE:FREQ=DAILY;COUNT=5\r\n"
+              "SUMMARY:Team\\, mine\r\nX-KEPT:1\r\nEND:VEVENT\r\n"
+              "BEGIN:VEVENT\r\nUID:team\r\nRECURRENCE-ID:20310302T090000\r\nDTSTART:20310302T100000\r\n"
+              "SUMMARY:Team later\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n")
+    lone = ("BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//x//EN\r\n"
+            "BEGIN:VEVENT\r\nUID:invited\r\nRECURRENCE-ID:20310305T090000\r\nDTSTART:20310305T100000\r\n"
+            "SUMMARY:Invited once\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n")
+    for name, mine, rids in (("series", series, 1), ("lone occurrence", lone, 0)):
+        store = tempfile.mkdtemp(dir=tmp)
+        local, remote = os.path.join(tmp, "a"), os.path.join(tmp, "b")
+        theirs = mine.replace("SUMMARY:", "SUMMARY:Server ", 1)
+        for path, text in ((local, mine), (remote, theirs)):
+            with open(path, "w", newline="") as f:
+                f.write(text)
+        r = subprocess.run([os.path.join(ROOT, "scripts", "sync-conflict"), store, local, remote],
+                           capture_output=True, text=True)
+        check(r.returncode == 0, "sync-conflict on a %s: %s" % (name, r.stderr))
+        check(open(local, newline="").read() == theirs, "sync-conflict on a %s: the server's version wins" % name)
+        kept = os.listdir(store)
+        if not check(len(kept) == 1 and kept[0].endswith(".ics"), "sync-conflict on a %s kept %s" % (name, kept)):
+            continue
+        copy = open(os.path.join(store, kept[0]), newline="").read()
+        uids = set(re.findall(r"^UID:(.*)\r$", copy, re.M))
+        check(len(uids) == 1 and "team" not in uids and "invited" not in uids
+              and copy.count("RECURRENCE-ID") == rids and copy.count("BEGIN:VEVENT") == mine.count("BEGIN:VEVENT")
+              and re.sub(r"^(UID|RECURRENCE-ID)[;:].*\r\n", "", copy, flags=re.M)
+              == re.sub(r"^(UID|RECURRENCE-ID)[;:].*\r\n", "", mine, flags=re.M),
+              "sync-conflict on a %s: the local version under one fresh UID: %s" % (name, copy))
+
+
 def main():
     if len(sys.argv) != 2:
         print(__doc__)
@@ -142,8 +176,12 @@ def main():
     os.makedirs(turns)
     port = free_port()
     with open(os.path.join(tmp, "radicale.conf"), "w") as f:
-        f.write("[server]\nhosts = 127.0.0.1:%d\n[auth]\ntype = none\n[storage]\nfilesystem_folder = %s\n"
-                "[logging]\nlevel = warning\n" % (port, os.path.join(tmp, "collections")))
+        f.write("[server]\nhosts = 127.0.0.1:%d\n[auth]\ntype = htpasswd\nhtpasswd_filename = %s\n"
+                "htpasswd_encryption = plain\ndelay = 0\n[storage]\nfilesystem_folder = %s\n[logging]\nlevel = warning\n"
+                % (port, os.path.join(tmp, "users"), os.path.join(tmp, "collections")))
+    with open(os.path.join(tmp, "users"), "w") as f:
+        f.write("%s:%s\n" % (USER, PASSWORD))
+    conflict_copies(tmp)
     server = subprocess.Popen([RADICALE, "--config", os.path.join(tmp, "radicale.conf")],
                               stdout=open(os.path.join(tmp, "radicale.log"), "w"), stderr=subprocess.STDOUT)
     program = None
@@ -189,15 +227,44 @@ def main():
         dav.put(doomed_href, event("doomed-%s" % uuid.uuid4().hex, "20310312T140000", "Doomed"))
         notes_href = dav.collection + uuid.uuid4().hex + ".ics"
         dav.put(notes_href, event("notes-%s" % uuid.uuid4().hex, "20310314T090000", "Shared notes"))
+        # For the live views: one deleted while the day view shows its day, one the server moves
+        # to another day while the month view shows.
+        day_doomed_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(day_doomed_href, event("daydoomed-%s" % uuid.uuid4().hex, "20310313T160000", "Day doomed"))
+        moving_uid = "moving-%s" % uuid.uuid4().hex
+        moving_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(moving_href, event(moving_uid, "20310317T100000", "Moving"))
 
-        # Connecting: the account's address; the calendar is found.
-        env = dict(os.environ, LF_SYNC_PASSWORD=PASSWORD)
-        connect = [os.path.join(ROOT, "scripts", "sync-connect"), "--store", store, "--home", home,
+        # The password never from the command line; a wrong one is told, and nothing is synced.
+        script = os.path.join(ROOT, "scripts", "sync-connect")
+        env = {k: v for k, v in os.environ.items() if k != "LF_SYNC_PASSWORD"}
+        elsewhere = [os.path.join(tmp, n) for n in ("store2", "sync2")]
+        r = subprocess.run([script, "--password", PASSWORD, base + "/%s/" % USER, USER], env=env,
+                           stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        check(r.returncode == 2 and "command line" in r.stderr, "a password argument is refused: %s" % r.stderr)
+        r = subprocess.run([script, "--store", elsewhere[0], "--home", elsewhere[1], base + "/%s/" % USER, USER],
+                           env=dict(env, LF_SYNC_PASSWORD="wrong"), stdin=subprocess.DEVNULL, capture_output=True,
+                           text=True)
+        check(r.returncode == 1 and "refused" in r.stderr and not os.listdir(elsewhere[0]),
+              "a wrong password: %s" % r.stderr)
+        # From the prompt (here a line on the input, as from a pipe), kept for vdirsyncer.
+        r = subprocess.run([script, "--store", elsewhere[0], "--home", elsewhere[1], base + "/%s/" % USER, USER],
+                           env=env, input=PASSWORD + "\n", capture_output=True, text=True)
+        kept = os.path.join(elsewhere[1], "password")
+        check(r.returncode == 0 and len(os.listdir(elsewhere[0])) == 5 and open(kept).read() == PASSWORD
+              and os.stat(kept).st_mode & 0o777 == 0o600, "the prompted password: %s" % (r.stdout + r.stderr))
+
+        # Connecting: the account's address; the calendar is found. The password from a file
+        # written as echo writes it.
+        password_file = os.path.join(tmp, "password")
+        with open(password_file, "w") as f:
+            f.write(PASSWORD + "\n")
+        connect = [script, "--store", store, "--home", home, "--password-file", password_file,
                    base + "/%s/" % USER, USER]
         r = subprocess.run(connect, env=env, stdin=subprocess.DEVNULL, capture_output=True, text=True)
         assert r.returncode == 0, r.stdout + r.stderr
         check(r.stdout.count(VDIRSYNCER + " -c") >= 2, "the connect script prints how to keep syncing:\n" + r.stdout)
-        check(len([n for n in os.listdir(store) if n.endswith(".ics")]) == 3, "the first sync brought 3 events")
+        check(len([n for n in os.listdir(store) if n.endswith(".ics")]) == 5, "the first sync brought 5 events")
 
         # A second run with the same arguments changes nothing.
         def state():
@@ -249,12 +316,15 @@ def main():
         check("SUMMARY:Made on the server\\, edited" in res.get(made_href, ("", ""))[1],
               "the server's event, edited in the program, under its own name")
 
-        # The server renames the series and adds what the program does not know, while the
-        # program shows its day.
+        # While the program shows the series' day, the server renames the series (and adds what
+        # the program does not know), adds an appointment to the day and deletes one of it.
         done("dayview-open")
         etag, text = res[weekly[0]]
         dav.put(weekly[0], with_summary(text, "Lantern weekly", "Lantern weekly, renamed on the server",
                                         "X-LANTERN-PROBE;X-FROM=server:kept through the program\r\n"), etag)
+        dav.put(dav.collection + uuid.uuid4().hex + ".ics",
+                event("dayadded-%s" % uuid.uuid4().hex, "20310313T110000", "Added to the day"))
+        dav.delete(day_doomed_href, res[day_doomed_href][0])
         sync("renamed")
         go("renamed")
 
@@ -266,8 +336,13 @@ def main():
         text = res.get(weekly[0], ("", ""))[1]
         check("LOCATION:Hall" in text and "X-LANTERN-PROBE;X-FROM=server:kept through the program" in text,
               "the program's change with the server's unknown property: " + text)
-        # The server deletes one; after the round trip a second sync has nothing to send.
+        # While the month view shows: the server deletes one, moves one to another day and adds
+        # one. After the round trip a second sync has nothing to send.
         dav.delete(doomed_href, res[doomed_href][0])
+        etag, text = res[moving_href]
+        dav.put(moving_href, text.replace("DTSTART:20310317T100000", "DTSTART:20310318T100000"), etag)
+        month_added_href = dav.collection + uuid.uuid4().hex + ".ics"
+        dav.put(month_added_href, event("monthadded-%s" % uuid.uuid4().hex, "20310319T100000", "Added to the month"))
         sync("deleted")
         go("deleted")
 
@@ -301,6 +376,40 @@ def main():
         check(summaries == ["Shared notes, local", "Shared notes, local again", "Shared notes, server again"],
               "nothing lost: %s" % summaries)
         go("conflict-synced")
+
+        # The user edits one occurrence of the series in the form while a sync brings the server's
+        # new name for the series: the series keeps the server's version, and the user's
+        # occurrence is kept beside it as an appointment of its own.
+        done("editing-occurrence")
+        res = dav.resources()
+        etag, text = res[weekly[0]]
+        dav.put(weekly[0], with_summary(text, "Lantern weekly, renamed on the server", "Lantern weekly, renamed again"),
+                etag)
+        sync("while editing an occurrence")
+        go("synced-while-editing-occurrence")
+        done("kept-both-occurrence")
+        sync("occurrence copy")
+        res = dav.resources()
+        text = res.get(weekly[0], ("", ""))[1]
+        check("SUMMARY:Lantern weekly\\, renamed again" in text and len(re.findall(r"^UID:", unfolded(text), re.M)) == 2,
+              "the series as the server changed it, with its one exception: " + text)
+        mine = [t for _, t in res.values() if "SUMMARY:Lantern weekly\\, my April" in t]
+        check(len(mine) == 1 and "RRULE" not in mine[0] and "RECURRENCE-ID" not in mine[0]
+              and "DTSTART:20310403T" in unfolded(mine[0]), "the user's occurrence as an appointment of its own: %s" % mine)
+        go("occurrence-synced")
+
+        # The server deletes an appointment the user is editing in the form: the user's version
+        # is kept as a new appointment, which the next sync uploads.
+        done("editing-deleted")
+        res = dav.resources()
+        dav.delete(month_added_href, res[month_added_href][0])
+        sync("deleted while editing")
+        go("synced-while-editing-deleted")
+        done("kept-deleted")
+        sync("kept after a delete")
+        res = dav.resources()
+        check(month_added_href not in res and summaries_of(res, "Added to the month") == ["Added to the month, mine"],
+              "the user's version of the appointment the server deleted: %s" % summaries_of(res, "Added"))
         done("finished")
         check(program.wait(60) == 0, "the program's side failed")
     except Exception as e:  # a step that could not run at all
