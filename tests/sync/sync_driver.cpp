@@ -117,6 +117,29 @@ void InForm(long oid, const std::function<void(HWND)>& script) {
     EXPECT_EQ(shown, 1) << oid;
 }
 
+// The form's OK pressed after a sync changed what it edits: the message box it answers with
+// (its text; written to `shot` when LF_SHOTS asks for pictures) is closed, and the form with it.
+std::wstring SaveAfterSync(HWND dlg, const char* shot) {
+    std::wstring message;
+    Pump(1000);  // the server's watch reads the synced files
+    RunScripted([&] {
+        SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
+        return (INT_PTR)0;
+    }, [&](HWND box) {
+        wchar_t text[400] = L"";
+        GetDlgItemTextW(box, 0xFFFF, text, 400);
+        message = text;
+        if (shot && GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
+            Pump(300);  // the box paints its text first
+            SaveScreenShot({dlg, box}, ShotPath(shot));
+        }
+        Key(GetFocus(), VK_RETURN);
+    });
+    // Ended by the form itself, so the script does not close it.
+    EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the sync's change";
+    return message;
+}
+
 void Choose(HWND dlg, int id, int index) {
     SendDlgItemMessageW(dlg, id, CB_SETCURSEL, index, 0);
     SendMessageW(dlg, WM_COMMAND, MAKEWPARAM(id, CBN_SELCHANGE), (LPARAM)GetDlgItem(dlg, id));
@@ -290,22 +313,7 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
         SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Shared notes, local");
         Done("editing");
         if (!WaitForGo("synced-while-editing")) return;
-        Pump(1000);  // the server's watch reads the synced file
-        RunScripted([&] {
-            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
-            return (INT_PTR)0;
-        }, [&](HWND box) {
-            wchar_t text[400] = L"";
-            GetDlgItemTextW(box, 0xFFFF, text, 400);
-            message = text;
-            if (GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
-                Pump(300);  // the box paints its text first
-                SaveScreenShot({dlg, box}, ShotPath("formconflict"));
-            }
-            Key(GetFocus(), VK_RETURN);
-        });
-        // Ended by the form itself, so the script does not close it.
-        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the conflict";
+        message = SaveAfterSync(dlg, "formconflict");
     });
     wchar_t expected[400] = L"";
     LoadStringW(GetModuleHandleW(L"lfpoom.dll"), IDS_FORM_CONFLICT, expected, 400);
@@ -342,17 +350,7 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
         SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Lantern weekly, my April");
         Done("editing-occurrence");
         if (!WaitForGo("synced-while-editing-occurrence")) return;
-        Pump(1000);  // the server's watch reads the synced file
-        RunScripted([&] {
-            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
-            return (INT_PTR)0;
-        }, [&](HWND box) {
-            wchar_t text[400] = L"";
-            GetDlgItemTextW(box, 0xFFFF, text, 400);
-            message = text;
-            Key(GetFocus(), VK_RETURN);
-        });
-        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the conflict";
+        message = SaveAfterSync(dlg, nullptr);
     });
     EXPECT_EQ(message, expected);
     EXPECT_GE(ShowsWithin(2031, 4, 3, {L"Lantern weekly, renamed again", L"Lantern weekly, my April"},
@@ -372,21 +370,7 @@ TEST(SyncedStore, FollowsTheServerBothWays) {
         SetDlgItemTextW(dlg, IDC_FORM_SUBJECT, L"Added to the month, mine");
         Done("editing-deleted");
         if (!WaitForGo("synced-while-editing-deleted")) return;
-        Pump(1000);  // the server's watch reads the synced folder
-        RunScripted([&] {
-            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
-            return (INT_PTR)0;
-        }, [&](HWND box) {
-            wchar_t text[400] = L"";
-            GetDlgItemTextW(box, 0xFFFF, text, 400);
-            message = text;
-            if (GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
-                Pump(300);  // the box paints its text first
-                SaveScreenShot({dlg, box}, ShotPath("formdeleted"));
-            }
-            Key(GetFocus(), VK_RETURN);
-        });
-        EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the delete";
+        message = SaveAfterSync(dlg, "formdeleted");
     });
     LoadStringW(GetModuleHandleW(L"lfpoom.dll"), IDS_FORM_DELETEDMEANWHILE, expected, 400);
     EXPECT_EQ(message, expected);
