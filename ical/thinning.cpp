@@ -339,6 +339,16 @@ void thinFloods(std::vector<Occurrence>& occ, const DayGrid& g, int64_t from, Qu
 {
     if (!gridMakesSense(g))
         return;  // not a grid a reader could have meant: keep everything
+    // Only an event with more than kFloodPerDay timed occurrences on a day
+    // loses any, so an answer with no day that full is kept whole without
+    // following the reader (a month of an ordinary store, every time).
+    bool full = false;
+    for (size_t i = 0, n = 0; i < occ.size() && !full; ++i) {
+        n = i > 0 && floorDiv(occ[i].start, kDay) == floorDiv(occ[i - 1].start, kDay) ? n : 0;
+        full = !occ[i].allDay && ++n > size_t(DayGrid::kFloodPerDay);
+    }
+    if (!full)
+        return;
     const int64_t fullFrom = floorDiv(from + kDay - 1, kDay);
     std::vector<ReaderState> states{{kNoDay, 0}};
     std::vector<char> keep(occ.size(), 1);
