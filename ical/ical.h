@@ -349,11 +349,14 @@ struct QueryReport {
 //
 // A list's query, and a picture's whose answer would outgrow kThinWholeUpTo,
 // never walk a flooded day whole: past its first kFloodPerDay + 1 starts, they
-// take a flooding series' first and last start in each stretch only, found by
-// skipping through its rule. A list then shows exactly what it would have;
-// a picture's bars reach as far as before, with each event's first
-// occurrence of a day and every other event kept, though where floods cross
-// each other the marks may fall on other pixels.
+// take only what the reader needs of a flooding series, found by skipping
+// through its rule: for a list, its first start in each stretch; for a
+// picture, its first start of the day, the last in each stretch and the first
+// running into the next day, and of those only what no other flooding series
+// already drew (the same stretch, as far or farther). A list then shows
+// exactly what it would have; a picture's bars reach as far as before, with
+// each event's first occurrence of a day and every other event kept, though
+// where floods cross each other the marks may fall on other pixels.
 struct DayGrid {
     static constexpr int kFloodPerDay = 48;
     static constexpr size_t kThinWholeUpTo = 200000;

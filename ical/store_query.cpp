@@ -87,7 +87,8 @@ static bool samplable(const Series& sr, int64_t firstDay, int64_t lastDay)
 }
 
 void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
-                       std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample) const
+                       std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample,
+                       std::unordered_map<int64_t, size_t>* reach) const
 {
     const Ev& e = evs[id];
     const Series& sr = *e.series;
@@ -114,6 +115,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         return it != sr.overrides.end() && it->first == c;
     };
     const int64_t firstDay = floorDiv(from - sr.maxLen - 1, kDay), lastDay = floorDiv(to, kDay);
+    std::vector<int64_t> sampledDays;
     if (sample && sr.future == kNoEvent && samplable(sr, firstDay, lastDay)) {
         std::optional<RecurIter> it;
         StartSource src;
@@ -126,7 +128,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
             it.emplace(sr.rule, e.start.civil, e.start.isDate(), sr.until);
             src.it = &*it;
         }
-        std::vector<int64_t> days;
+        std::vector<int64_t>& days = sampledDays;
         // An instance's length as written (a day's change of offset aside).
         int64_t length = e.endKind == EndKind::DtEnd     ? e.exact
                          : e.endKind == EndKind::Duration ? e.dur.days * kDay + e.dur.seconds
@@ -171,6 +173,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         if (cut)
             rep->cut.push_back(std::string(uidOf(e)));
     }
+    int64_t dayShown = INT64_MIN;  // the day of the series' last occurrence met
     for (int64_t c : starts) {
         // An override is indexed as an event of its own.
         if (excluded(c))
@@ -195,10 +198,37 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         }
         if (!overlaps(o.start, o.end, from, to, range))
             continue;
+        if (reach && !sampledDays.empty() && sampledOut(o, sampledDays, *sample, *reach, dayShown))
+            continue;
         o.allDay = e.start.isDate();
         o.floating = e.start.kind == TimeKind::Floating;
         out.push_back(o);
     }
+}
+
+// Of a picture's sampled flooded day, an occurrence another flooding series
+// already drew over: one from the same stretch of the bar reaching as far or
+// farther. A series' first occurrence of a day (its icons) and one running
+// into the next day always stay; so the day's bar reaches as far, however
+// many series flood it.
+bool StoreImpl::sampledOut(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
+                           std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown)
+{
+    const int64_t day = floorDiv(o.start, kDay);
+    const bool first = day != dayShown;
+    dayShown = day;
+    if (first || o.end > (day + 1) * kDay || !std::binary_search(sampledDays.begin(), sampledDays.end(), day))
+        return false;
+    auto stretch = [&](int64_t secs) {
+        return size_t(std::upper_bound(g.marks.begin(), g.marks.end(), int32_t(secs)) - g.marks.begin());
+    };
+    const size_t from = stretch(o.start - day * kDay), to = stretch(o.end - day * kDay);
+    auto [it, fresh] = reach.try_emplace(day * int64_t(g.marks.size() + 1) + int64_t(from), to);
+    if (fresh || it->second < to) {
+        it->second = to;
+        return false;
+    }
+    return true;
 }
 
 // How far a zone's offset moves within a day of `utc`.
@@ -281,6 +311,11 @@ bool StoreImpl::queryOnce(std::vector<Occurrence>& out, const Zone& target, int6
         range = Range::HalfOpen;
     }
     out.clear();
+    // A picture's sampled days: how far each stretch of each is drawn.
+    std::unordered_map<int64_t, size_t> reach;
+    auto reachOf = [](const DayGrid* g, std::unordered_map<int64_t, size_t>& r) {
+        return g && !g->startPixel.empty() ? &r : nullptr;
+    };
     // Grown step by step, the list would be copied and, under Wine, mapped
     // anew at every step.
     // A flooded month's hundreds of thousands are not reserved for every
@@ -314,7 +349,7 @@ bool StoreImpl::queryOnce(std::vector<Occurrence>& out, const Zone& target, int6
         int64_t first = e.start.civil - kZoneSlack, last = sr.last == kNoEnd ? kNoEnd : sr.last + sr.maxLen + kZoneSlack;
         if (sr.future == kNoEvent && (first > to || last < from))
             continue;
-        expand(id, target, from, to, range, out, rep, sample);
+        expand(id, target, from, to, range, out, rep, sample, reachOf(sample, reach));
         if (out.size() > budget)
             return false;
     }

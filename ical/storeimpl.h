@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 
 #include "bigmem.h"
 #include "internal.h"
@@ -505,7 +506,10 @@ struct StoreImpl {
     // With `sample`, a day the series floods gets only its first starts and
     // then the first and last start in each stretch of the grid (thinning.cpp).
     void expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
-                std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample = nullptr) const;
+                std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample = nullptr,
+                std::unordered_map<int64_t, size_t>* reach = nullptr) const;
+    static bool sampledOut(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
+                           std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown);
     // A target wall-clock time in a series' own clock.
     int64_t inSeriesClockAt(const Time& clock, const Zone& target, int64_t t) const;
     static int64_t jump(const Zone& z, int64_t utc);
