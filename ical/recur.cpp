@@ -77,17 +77,19 @@ RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t 
     if (dateOnly_) {
         times_.push_back(0);
     } else {
-        std::vector<int> hs, ms, ss;
-        for (auto h : r_.byHour) hs.push_back(h);
-        for (auto m : r_.byMinute) ms.push_back(m);
-        for (auto s : r_.bySecond) ss.push_back(s);
-        if (hs.empty()) hs.push_back(int(sod / 3600));
-        if (ms.empty()) ms.push_back(int(sod / 60 % 60));
-        if (ss.empty()) ss.push_back(int(sod % 60));
-        for (int h : hs)
-            for (int m : ms)
-                for (int s : ss)
-                    times_.push_back(h * 3600 + m * 60 + s);
+        // Each part the rule leaves open is DTSTART's; walked in place, as a
+        // month's query makes an iterator for every series it expands.
+        auto each = [](const std::vector<int8_t>& parts, int open, const auto& f) {
+            if (parts.empty())
+                f(open);
+            for (auto p : parts)
+                f(int(p));
+        };
+        each(r_.byHour, int(sod / 3600), [&](int h) {
+            each(r_.byMinute, int(sod / 60 % 60), [&](int m) {
+                each(r_.bySecond, int(sod % 60), [&](int sec) { times_.push_back(h * 3600 + m * 60 + sec); });
+            });
+        });
         std::sort(times_.begin(), times_.end());
         times_.erase(std::unique(times_.begin(), times_.end()), times_.end());
     }

@@ -100,7 +100,10 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         lo -= std::max<int64_t>(shift, 0) + 400 * kDay;
         hi += std::max<int64_t>(-shift, 0);
     }
-    std::vector<int64_t> starts;
+    // Kept between calls, as a month's query expands every series of the
+    // store's window: a list per series would cost a block from the heap each.
+    thread_local std::vector<int64_t> starts;
+    starts.clear();
     bool cut = false;
     if (e.start.civil >= lo && e.start.civil <= hi)
         starts.push_back(e.start.civil);
