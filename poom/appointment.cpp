@@ -241,7 +241,11 @@ Pattern Appointment::PatternLocked() {
     Pattern p;
     if (item_.recurring && item_.oid != 0 && !clearRecurrence_) {
         auto store = origin_.session().GetStore();
-        if (store && store->GetPattern(item_.oid, p)) return p;
+        if (store && store->GetPattern(item_.oid, p)) {
+            read_ = p;
+            hasRead_ = true;
+            return p;
+        }
     }
     // A fresh pattern for an appointment that does not recur yet: daily,
     // from its own day, without end.
@@ -316,7 +320,7 @@ HRESULT Appointment::Save() {
             // On a conflict the store keeps the other program's version and
             // ours beside it; the watch tells the logon window to show both.
             if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error,
-                                 oid ? &saved_ : nullptr)) {
+                                 oid ? &saved_ : nullptr, item_.recurring && hasRead_ ? &read_ : nullptr)) {
                 HRESULT hr = StoreFailure(*store, uid);
                 // Ours is kept beside the other version now; a caller that
                 // saves again means to write it over that version.

@@ -224,6 +224,10 @@ private:
     Fields saved_;  // as last read from or written to the store
     bool hasPending_ = false;
     Pattern pending_;
+    // The series' pattern as last read from the store (the form reads it on
+    // opening): kept, should another program delete the series meanwhile.
+    bool hasRead_ = false;
+    Pattern read_;
     bool clearRecurrence_ = false;
     bool deleted_ = false;
 };

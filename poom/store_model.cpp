@@ -746,7 +746,7 @@ bool FieldsEqual(const Fields& a, const Fields& b) {
 }
 
 bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                     std::string& error, const Fields* base) {
+                     std::string& error, const Fields* base, const Pattern* read) {
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
     keptAlone_ = 0;
@@ -767,7 +767,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
     if (!isNew) {
         id = Find(oid);
         if (id == lfical::kNoEvent) {
-            if (base) return KeepAlone(f, pattern, error);
+            if (base) return KeepAlone(f, pattern ? pattern : clearRecurrence ? nullptr : read, error);
             error = "the appointment is no longer in the store";
             return false;
         }

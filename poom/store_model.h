@@ -189,8 +189,10 @@ public:
     // it is kept beside it as a new appointment, and the result is false
     // with the UID in LastConflicts(). When another program has deleted it,
     // ours is kept as a new appointment (KeptAfterDelete()).
+    // `read` is the series' pattern as the caller read it: a series another
+    // program deleted meanwhile is kept as a series again with it.
     bool SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern, bool clearRecurrence,
-                  std::string& error, const Fields* base = nullptr);
+                  std::string& error, const Fields* base = nullptr, const Pattern* read = nullptr);
     // Saves a changed occurrence: one changed before (an exception of the
     // series) is changed again; a first change makes it an exception of its
     // own. The rest of the series stays as it was.

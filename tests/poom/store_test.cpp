@@ -621,6 +621,7 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         bool watchSawIt;       // the server's watch read the sync before OK
         Kept kept;
         std::vector<std::pair<std::wstring, LocalSecs>> after;  // the week, in order
+        bool whole = false;    // the whole series edited, its pattern read as the form reads it
     } cases[] = {
         {"the series renamed, a plain occurrence edited", "standup.ics", "SUMMARY:Standup\r\n",
          "SUMMARY:Standup (server)\r\n", At(2026, 11, 3, 9), true, kBoth,
@@ -646,6 +647,10 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
           {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
         {"the series deleted", "standup.ics", nullptr, nullptr, At(2026, 11, 3, 9), true, kAlone,
          {{L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)}}},
+        {"the series deleted while the whole series was edited", "standup.ics", nullptr, nullptr, 0, true, kAlone,
+         {{L"Mine", At(2026, 11, 2, 9)}, {L"Mine", At(2026, 11, 3, 9)}, {L"Lunch", At(2026, 11, 3, 12)},
+          {L"Mine", At(2026, 11, 4, 9)}, {L"Mine", At(2026, 11, 5, 9)}, {L"Mine", At(2026, 11, 6, 9)}},
+         true},
         {"the appointment deleted", "lunch.ics", nullptr, nullptr, 0, false, kAlone,
          {{L"Standup", At(2026, 11, 2, 9)}, {L"Standup", At(2026, 11, 3, 9)}, {L"Mine", At(2026, 11, 3, 12)},
           {L"Standup late", At(2026, 11, 4, 10)}, {L"Standup", At(2026, 11, 6, 9)}}},
@@ -660,9 +665,12 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         auto store = std::make_shared<Store>(lfical::Zone::utc());
         std::string error;
         ASSERT_TRUE(store->Open(vdir.string(), false, error, true)) << error;
-        std::uint32_t oid = OidOf(*store, c.original ? L"Standup" : L"Lunch");
+        std::uint32_t oid = OidOf(*store, c.original || c.whole ? L"Standup" : L"Lunch");
         ItemSnapshot read;
         ASSERT_TRUE(c.original ? store->GetOccurrence(oid, c.original, read) : store->Get(oid, read));
+        Pattern pattern;
+        if (c.whole)
+            ASSERT_TRUE(store->GetPattern(oid, pattern));
         read.OwnTexts();
         // The sync writes the file as vdirsyncer does (a new file renamed over it).
         if (c.from) {
@@ -680,7 +688,8 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         Fields mine = read.f;
         mine.subject = L"Mine";
         bool saved = c.original ? store->SaveOccurrence(oid, read.originalStart, mine, error, &read.f)
-                                : store->SaveItem(oid, mine, nullptr, false, error, &read.f);
+                                : store->SaveItem(oid, mine, nullptr, false, error, &read.f,
+                                                  c.whole ? &pattern : nullptr);
         EXPECT_EQ(saved, c.kept == kMerged) << error;
         auto conflicts = store->LastConflicts();
         EXPECT_EQ(conflicts.size() == 1 && conflicts[0] == (c.original ? "standup" : "lunch"), c.kept == kBoth);
@@ -705,7 +714,7 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
             EXPECT_EQ(got, want) << (pass ? "read again" : "the running store");
         }
         // The kept version is a one-off with what the user did not change: its alarm and the
-        // property only another program knows.
+        // property only another program knows; a whole series edited stays a series.
         size_t files = 0;
         for (const auto& f : fs::directory_iterator(vdir)) {
             ++files;
@@ -714,7 +723,9 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
             std::string copy = ReadFile(f.path());
             EXPECT_NE(copy.find("SUMMARY:Mine\r\n"), std::string::npos) << copy;
             for (const char* gone : {"RRULE", "EXDATE", "RECURRENCE-ID", "UID:standup", "UID:lunch"})
-                EXPECT_EQ(copy.find(gone), std::string::npos) << gone << " in " << copy;
+                if (!c.whole || strcmp(gone, "RRULE") != 0)
+                    EXPECT_EQ(copy.find(gone), std::string::npos) << gone << " in " << copy;
+            EXPECT_EQ(copy.find("RRULE:FREQ=DAILY") != std::string::npos, c.whole) << copy;
             if (c.original == At(2026, 11, 3, 9) && c.to) {
                 for (const char* kept : {"X-TEAM-ROOM;X-FLOOR=3:Blue\r\n", "TRIGGER:-PT5M\r\n"})
                     EXPECT_NE(copy.find(kept), std::string::npos) << kept << " not in " << copy;
