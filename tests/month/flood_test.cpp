@@ -212,8 +212,9 @@ TEST_F(Flooded, DayPopupSaysItShowsPartOfTheDay)
                    });
         EXPECT_TRUE(shown) << c.day;
         EXPECT_EQ(note, c.part ? kPartOfDayText : L"") << c.day;
-        if (c.part)
+        if (c.part) {
             EXPECT_LT(rows, 200) << c.day;
+        }
     }
 }
 
