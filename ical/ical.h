@@ -320,9 +320,8 @@ struct QueryReport {
     std::vector<std::string> cut;  // UIDs whose expansion stopped at a bound
     size_t instancesExamined = 0;
     // With a DayGrid: the days (civil day numbers in the query's zone) some
-    // of whose occurrences were left out, ascending, and how many in all.
+    // of whose occurrences were left out, ascending.
     std::vector<int64_t> thinnedDays;
-    size_t leftOut = 0;
 };
 
 // How the reader of a query looks at a day, so that the query may leave out

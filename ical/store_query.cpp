@@ -104,6 +104,9 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
     // store's window: a list per series would cost a block from the heap each.
     thread_local std::vector<int64_t> starts;
     starts.clear();
+    // A flood's hundred thousand starts are not kept for every query after it.
+    if (starts.capacity() > (size_t(1) << 16))
+        std::vector<int64_t>().swap(starts);
     bool cut = false;
     if (e.start.civil >= lo && e.start.civil <= hi)
         starts.push_back(e.start.civil);

@@ -370,11 +370,8 @@ void thinFloods(std::vector<Occurrence>& occ, const DayGrid& g, int64_t from, Qu
             thinPicture(occ, i, j, day, fullFrom, flooded ? counts : std::unordered_map<EventId, size_t>(), g,
                         states, keep);
         }
-        size_t left = size_t(std::count(keep.begin() + long(i), keep.begin() + long(j), 0));
-        if (left && rep) {
+        if (rep && std::count(keep.begin() + long(i), keep.begin() + long(j), 0))
             rep->thinnedDays.push_back(day);
-            rep->leftOut += left;
-        }
         i = j;
     }
     size_t w = 0;
