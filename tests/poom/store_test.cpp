@@ -669,8 +669,9 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
         ItemSnapshot read;
         ASSERT_TRUE(c.original ? store->GetOccurrence(oid, c.original, read) : store->Get(oid, read));
         Pattern pattern;
-        if (c.whole)
+        if (c.whole) {
             ASSERT_TRUE(store->GetPattern(oid, pattern));
+        }
         read.OwnTexts();
         // The sync writes the file as vdirsyncer does (a new file renamed over it).
         if (c.from) {
@@ -723,8 +724,9 @@ TEST(Store, AnEditThatASyncOvertookKeepsBothVersions) {
             std::string copy = ReadFile(f.path());
             EXPECT_NE(copy.find("SUMMARY:Mine\r\n"), std::string::npos) << copy;
             for (const char* gone : {"RRULE", "EXDATE", "RECURRENCE-ID", "UID:standup", "UID:lunch"})
-                if (!c.whole || strcmp(gone, "RRULE") != 0)
+                if (!c.whole || strcmp(gone, "RRULE") != 0) {
                     EXPECT_EQ(copy.find(gone), std::string::npos) << gone << " in " << copy;
+                }
             EXPECT_EQ(copy.find("RRULE:FREQ=DAILY") != std::string::npos, c.whole) << copy;
             if (c.original == At(2026, 11, 3, 9) && c.to) {
                 for (const char* kept : {"X-TEAM-ROOM;X-FLOOR=3:Blue\r\n", "TRIGGER:-PT5M\r\n"})
