@@ -204,7 +204,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         }
         if (!overlaps(o.start, o.end, from, to, range))
             continue;
-        if (reach && !sampledDays.empty() && sampledOut(o, sampledDays, *sample, *reach, dayShown))
+        if (reach && !sampledDays.empty() && drawnOver(o, sampledDays, *sample, *reach, dayShown))
             continue;
         o.allDay = e.start.isDate();
         o.floating = e.start.kind == TimeKind::Floating;
@@ -212,30 +212,6 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
     }
 }
 
-// Of a picture's sampled flooded day, an occurrence another flooding series
-// already drew over: one from the same stretch of the bar reaching as far or
-// farther. A series' first occurrence of a day (its icons) and one running
-// into the next day always stay; so the day's bar reaches as far, however
-// many series flood it.
-bool StoreImpl::sampledOut(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
-                           std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown)
-{
-    const int64_t day = floorDiv(o.start, kDay);
-    const bool first = day != dayShown;
-    dayShown = day;
-    if (first || o.end > (day + 1) * kDay || !std::binary_search(sampledDays.begin(), sampledDays.end(), day))
-        return false;
-    auto stretch = [&](int64_t secs) {
-        return size_t(std::upper_bound(g.marks.begin(), g.marks.end(), int32_t(secs)) - g.marks.begin());
-    };
-    const size_t from = stretch(o.start - day * kDay), to = stretch(o.end - day * kDay);
-    auto [it, fresh] = reach.try_emplace(day * int64_t(g.marks.size() + 1) + int64_t(from), to);
-    if (fresh || it->second < to) {
-        it->second = to;
-        return false;
-    }
-    return true;
-}
 
 // How far a zone's offset moves within a day of `utc`.
 int64_t StoreImpl::jump(const Zone& z, int64_t utc)

@@ -508,8 +508,6 @@ struct StoreImpl {
     void expand(EventId id, const Zone& target, int64_t from, int64_t to, Range range,
                 std::vector<Occurrence>& out, QueryReport* rep, const DayGrid* sample = nullptr,
                 std::unordered_map<int64_t, size_t>* reach = nullptr) const;
-    static bool sampledOut(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
-                           std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown);
     // A target wall-clock time in a series' own clock.
     int64_t inSeriesClockAt(const Time& clock, const Zone& target, int64_t t) const;
     static int64_t jump(const Zone& z, int64_t utc);
@@ -550,6 +548,13 @@ struct StoreImpl {
 // Leaves out of a query's answer (in start order) what the grid's reader
 // could not show of events that flood a day (thinning.cpp).
 void thinFloods(std::vector<Occurrence>& occ, const DayGrid& grid, int64_t from, QueryReport* rep);
+
+// Of a picture's sampled flooded day (sampledDays, ascending), whether an
+// occurrence is drawn over by what another flooding series already drew
+// (reach: the farthest end's stretch per day and start stretch); dayShown
+// is the day of the series' last occurrence met.
+bool drawnOver(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
+               std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown);
 
 // Whether a grid is one a reader could have meant (else nothing is left out).
 bool gridMakesSense(const DayGrid& g);

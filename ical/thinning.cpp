@@ -31,6 +31,12 @@ struct Stretch {
     bool onMark;   // on a mark, at midnight or at the day's end
 };
 
+// The stretch a time of day starts, one on a mark taking the stretch after it.
+size_t stretchAfter(const DayGrid& g, int32_t secs)
+{
+    return size_t(std::upper_bound(g.marks.begin(), g.marks.end(), secs) - g.marks.begin());
+}
+
 Stretch stretchOf(const DayGrid& g, int32_t secs)
 {
     auto it = std::lower_bound(g.marks.begin(), g.marks.end(), secs);
@@ -82,8 +88,7 @@ void thinList(const std::vector<Occurrence>& occ, size_t i, size_t j, int64_t da
         if (o.allDay || c == counts.end() || c->second <= size_t(DayGrid::kFloodPerDay))
             continue;
         // A half hour from its first second: upper_bound puts a start on a mark after it.
-        int32_t secs = int32_t(o.start - day * kDay);
-        size_t s = size_t(std::upper_bound(g.marks.begin(), g.marks.end(), secs) - g.marks.begin());
+        size_t s = stretchAfter(g, int32_t(o.start - day * kDay));
         auto it = lastStretch.find(o.event);
         if (it != lastStretch.end() && it->second == s)
             keep[k] = 0;
@@ -333,6 +338,29 @@ void sampleStarts(StartSource& src, const std::function<int64_t(int64_t)>& toSer
             a = b;
         }
     }
+}
+
+// Of a picture's sampled flooded day, an occurrence another flooding series
+// already drew over: one from the same stretch of the bar reaching as far or
+// farther. A series' first occurrence of a day (its icons) and one running
+// into the next day always stay; so the day's bar reaches as far, however
+// many series flood it.
+bool drawnOver(const Occurrence& o, const std::vector<int64_t>& sampledDays, const DayGrid& g,
+               std::unordered_map<int64_t, size_t>& reach, int64_t& dayShown)
+{
+    const int64_t day = floorDiv(o.start, kDay);
+    const bool first = day != dayShown;
+    dayShown = day;
+    if (first || o.end > (day + 1) * kDay || !std::binary_search(sampledDays.begin(), sampledDays.end(), day))
+        return false;
+    const size_t from = stretchAfter(g, int32_t(o.start - day * kDay));
+    const size_t to = stretchAfter(g, int32_t(o.end - day * kDay));
+    auto [it, fresh] = reach.try_emplace(day * int64_t(g.marks.size() + 1) + int64_t(from), to);
+    if (fresh || it->second < to) {
+        it->second = to;
+        return false;
+    }
+    return true;
 }
 
 void thinFloods(std::vector<Occurrence>& occ, const DayGrid& g, int64_t from, QueryReport* rep)
