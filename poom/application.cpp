@@ -16,7 +16,7 @@ public:
     HRESULT STDMETHODCALLTYPE Logon(long hWnd) override {
         // A window handle is 32-bit significant; widen it back.
         HWND hwnd = reinterpret_cast<HWND>(static_cast<LONG_PTR>(hWnd));
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         if (session_) return session_->Logon(hwnd);  // already on: only the window changes
         auto session = std::make_shared<Session>();
         HRESULT hr = session->Logon(hwnd);
@@ -29,7 +29,7 @@ public:
         // holder closes the store, outside the lock.
         std::shared_ptr<Session> was;
         {
-            std::lock_guard<std::mutex> lock(mu_);
+            std::lock_guard<ObjectLock> lock(mu_);
             was.swap(session_);
         }
         return S_OK;
@@ -101,11 +101,11 @@ private:
     }
     // The current logon, null when logged off.
     std::shared_ptr<Session> Current() {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         return session_;
     }
 
-    std::mutex mu_;
+    ObjectLock mu_;
     std::shared_ptr<Session> session_;
 };
 

@@ -20,14 +20,27 @@ Appointment::Appointment(const Origin& origin) : origin_(origin) {
     saved_ = item_.f;
 }
 
+void Appointment::Reuse(FoundItem&& found) {
+    std::lock_guard<ObjectLock> lock(mu_);
+    found.Into(item_);
+    item_.texts = std::move(found.texts);
+    saved_ = item_.f;
+    hasPending_ = false;
+    pending_ = Pattern();
+    hasRead_ = false;
+    read_ = Pattern();
+    clearRecurrence_ = false;
+    deleted_ = false;
+}
+
 // The pattern the appointment has or will have on Save.
 Pattern Appointment::GetPattern() {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     return PatternLocked();
 }
 
 void Appointment::SetPattern(const Pattern& p) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     pending_ = p;
     pending_.exact = true;
     hasPending_ = true;
@@ -81,46 +94,46 @@ void Appointment::OwnTextsLocked() {
 }
 
 Fields Appointment::GetFields() {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     OwnTextsLocked();
     return item_.f;
 }
 
 void Appointment::SetTimes(LocalSecs start, LocalSecs end) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     item_.f.start = start;
     item_.f.end = std::max(start, end);
 }
 
 std::uint32_t Appointment::Oid() {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     return item_.oid;
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::get_IsRecurring(VARIANT_BOOL* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = VBool((item_.recurring || hasPending_) && !clearRecurrence_);
     return S_OK;
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::get_Start(DATE* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = OleFromSecs(item_.f.start);
     return S_OK;
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::get_End(DATE* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = OleFromSecs(item_.f.end);
     return S_OK;
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::get_Duration(long* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = static_cast<long>((item_.f.end - item_.f.start) / 60);
     return S_OK;
 }
@@ -154,7 +167,7 @@ HRESULT STDMETHODCALLTYPE Appointment::get_ReminderOptions(long* p) {
 HRESULT STDMETHODCALLTYPE Appointment::put_Start(DATE st) {
     LocalSecs s = 0;
     if (!SecsFromOle(st, s)) return E_INVALIDARG;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     // Moving the start keeps the length, as the device's form does.
     LocalSecs length = item_.f.end - item_.f.start;
     item_.f.start = s;
@@ -165,7 +178,7 @@ HRESULT STDMETHODCALLTYPE Appointment::put_Start(DATE st) {
 HRESULT STDMETHODCALLTYPE Appointment::put_End(DATE st) {
     LocalSecs s = 0;
     if (!SecsFromOle(st, s)) return E_INVALIDARG;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     if (s < item_.f.start) return E_INVALIDARG;
     item_.f.end = s;
     return S_OK;
@@ -173,13 +186,13 @@ HRESULT STDMETHODCALLTYPE Appointment::put_End(DATE st) {
 
 HRESULT STDMETHODCALLTYPE Appointment::put_Duration(long minutes) {
     if (minutes < 0) return E_INVALIDARG;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     item_.f.end = item_.f.start + static_cast<LocalSecs>(minutes) * 60;
     return S_OK;
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::put_AllDayEvent(VARIANT_BOOL v) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     item_.f.allDay = v != VARIANT_FALSE;
     if (item_.f.allDay) {
         // Whole days: from the first day's midnight to the midnight after the last.
@@ -202,7 +215,7 @@ HRESULT STDMETHODCALLTYPE Appointment::put_Sensitivity(long v) {
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::put_ReminderSet(VARIANT_BOOL v) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     item_.f.reminderSet = v != VARIANT_FALSE;
     return S_OK;
 }
@@ -214,7 +227,7 @@ HRESULT STDMETHODCALLTYPE Appointment::put_ReminderMinutesBeforeStart(long v) {
 
 HRESULT STDMETHODCALLTYPE Appointment::get_Oid(long* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = static_cast<long>(item_.oid);
     return S_OK;
 }
@@ -225,7 +238,7 @@ HRESULT STDMETHODCALLTYPE Appointment::get_BodyInk(BSTR* p) {
 }
 
 HRESULT STDMETHODCALLTYPE Appointment::ClearRecurrencePattern() {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     if (item_.isOccurrence) return E_INVALIDARG;  // only the series can stop recurring
     hasPending_ = false;
     clearRecurrence_ = item_.recurring;
@@ -259,12 +272,12 @@ Pattern Appointment::PatternLocked() {
 }
 
 HRESULT Appointment::Text(std::wstring Fields::*m, BSTR* p) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     return OutString(item_.Text(m), p);
 }
 
 HRESULT Appointment::SetText(std::wstring Fields::*m, BSTR v) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     OwnTextsLocked();
     item_.f.*m = InString(v);
     return S_OK;
@@ -272,20 +285,20 @@ HRESULT Appointment::SetText(std::wstring Fields::*m, BSTR v) {
 
 HRESULT Appointment::Flag(bool Fields::*m, VARIANT_BOOL* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = VBool(item_.f.*m);
     return S_OK;
 }
 
 HRESULT Appointment::Number(long Fields::*m, long* p) {
     if (!p) return E_POINTER;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     *p = item_.f.*m;
     return S_OK;
 }
 
 HRESULT Appointment::SetNumber(long Fields::*m, long v) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     item_.f.*m = v;
     return S_OK;
 }
@@ -294,7 +307,7 @@ HRESULT Appointment::Save() {
     if (!store) return kNotLoggedOn;
     std::uint32_t oid = 0, changed = 0;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         if (deleted_) return kNotFound;
         OwnTextsLocked();
         if (item_.isOccurrence) {
@@ -356,7 +369,7 @@ HRESULT Appointment::Delete() {
     if (!store) return kNotLoggedOn;
     std::uint32_t changed = 0;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         if (deleted_) return kNotFound;
         if (item_.oid == 0) {
             deleted_ = true;  // never saved: nothing in the store to remove
@@ -379,7 +392,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
     *pp = nullptr;
     auto* copy = new (std::nothrow) Appointment(origin_);
     if (!copy) return E_OUTOFMEMORY;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     OwnTextsLocked();
     copy->item_.f = item_.f;
     copy->saved_ = item_.f;
@@ -394,7 +407,7 @@ HRESULT Appointment::Copy(IAppointment** pp) {
 }
 
 Appointment::FormView Appointment::ForForm() {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     OwnTextsLocked();
     FormView v;
     v.f = item_.f;
@@ -410,7 +423,7 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
     Pattern wasPending;
     bool wasHasPending = false, wasClear = false;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         OwnTextsLocked();
         wasFields = item_.f;
         wasPending = pending_;
@@ -432,7 +445,7 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
     HRESULT hr = Save();
     // Kept as a new appointment, the form's fields are what it holds now.
     if (FAILED(hr) && hr != kDeletedMeanwhile) {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         item_.f = wasFields;
         pending_ = wasPending;
         hasPending_ = wasHasPending;

@@ -21,6 +21,7 @@ class Collection : public Dispatch<IPOutlookItemCollection, IID_IPOutlookItemCol
 public:
     Collection(const Origin& origin, bool infrared) : origin_(origin), infrared_(infrared) {}
     ~Collection() override {
+        if (handed_) handed_->Release();
         if (auto store = origin_.session().GetStore()) {
             store->Recycle(std::move(found_));
             store->Recycle(std::move(items_));
@@ -56,7 +57,7 @@ public:
             grid.firstDay = firstDay - kCivilDayOffset;
             grid.lastDay = lastDay - kCivilDayOffset;
         }
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         hasGrid_ = count > 0 || startPixels;
         grid_ = std::move(grid);
         generation_ = ~0u;
@@ -64,7 +65,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE IsDayThinned(long day, VARIANT_BOOL* thinned) override {
         if (!thinned) return E_POINTER;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         *thinned = VBool(std::binary_search(thinnedDays_.begin(), thinnedDays_.end(), day - kCivilDayOffset));
         return S_OK;
     }
@@ -78,7 +79,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_Count(int* p) override {
         if (!p) return E_POINTER;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         HRESULT hr = Refresh();
         if (FAILED(hr)) return hr;
         *p = static_cast<int>(items_.size());
@@ -89,7 +90,7 @@ public:
         *pp = nullptr;
         auto r = std::make_shared<Restriction>();
         if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         found_.clear();
         cursor_ = 0;
         auto store = origin_.session().GetStore();
@@ -100,13 +101,13 @@ public:
     HRESULT STDMETHODCALLTYPE FindNext(IDispatch** pp) override {
         if (!pp) return E_POINTER;
         *pp = nullptr;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         return NextLocked(pp);
     }
     HRESULT STDMETHODCALLTYPE Item(int i, IDispatch** pp) override {
         if (!pp) return E_POINTER;
         *pp = nullptr;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         HRESULT hr = Refresh();
         if (FAILED(hr)) return hr;
         if (i < 1 || static_cast<size_t>(i) > items_.size()) return E_INVALIDARG;
@@ -128,7 +129,7 @@ public:
         if (!r->Parse(InString(restriction), origin_.session().Picture())) return E_INVALIDARG;
         auto* c = new (std::nothrow) Collection(origin_, infrared_);
         if (!c) return E_OUTOFMEMORY;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         c->restrictions_ = restrictions_;
         c->restrictions_.push_back(r);
         c->include_ = include_;
@@ -150,7 +151,7 @@ public:
         else if (name == L"[CATEGORIES]") key = SortKey::Categories;
         else if (name == L"[DURATION]") key = SortKey::Duration;
         else return E_INVALIDARG;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         sort_ = key;
         descending_ = descending != VARIANT_FALSE;
         generation_ = ~0u;
@@ -158,12 +159,12 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_IncludeRecurrences(VARIANT_BOOL* p) override {
         if (!p) return E_POINTER;
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         *p = VBool(include_);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE put_IncludeRecurrences(VARIANT_BOOL v) override {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         include_ = v != VARIANT_FALSE;
         generation_ = ~0u;
         return S_OK;
@@ -226,11 +227,22 @@ private:
         if (cursor_ >= found_.size()) return S_OK;
         // Each found item is handed out once, and let go of then.
         FoundItem found = std::move(found_[cursor_++]);
-        *pp = new (std::nothrow) Appointment(origin_, found.Snapshot());
-        return *pp ? S_OK : E_OUTOFMEMORY;
+        // A walk lets each item go before it asks for the next: the last
+        // one handed out then serves again.
+        if (handed_ && handed_->HeldOnlyOnce()) {
+            handed_->Reuse(std::move(found));
+        } else {
+            Appointment* made = new (std::nothrow) Appointment(origin_, found.Snapshot());
+            if (!made) return E_OUTOFMEMORY;
+            if (handed_) handed_->Release();
+            handed_ = made;
+        }
+        handed_->AddRef();
+        *pp = handed_;
+        return S_OK;
     }
 
-    std::mutex mu_;
+    ObjectLock mu_;
     Origin origin_;
     bool infrared_;
     std::vector<std::shared_ptr<Restriction>> restrictions_;
@@ -241,6 +253,7 @@ private:
     std::vector<FoundItem> items_;
     std::vector<FoundItem> found_;
     size_t cursor_ = 0;
+    Appointment* handed_ = nullptr;  // the last item handed out, with a reference of our own
     lfical::DayGrid grid_;
     bool hasGrid_ = false;
     std::vector<int64_t> thinnedDays_;  // engine days, ascending

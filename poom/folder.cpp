@@ -102,7 +102,7 @@ public:
 private:
     Origin origin_;
     int kind_;
-    std::mutex mu_;
+    ObjectLock mu_;
     std::vector<std::uint32_t> collected_;  // OIDs of the appointments (series) to send
 };
 
@@ -122,7 +122,7 @@ HRESULT Folder::AddItemToInfraredFolder(int olItem, IDispatch* item) {
     if (!store) return kNotLoggedOn;
     ItemSnapshot s;
     if (!store->Get(static_cast<std::uint32_t>(oid), s)) return kNotFound;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     if (std::find(collected_.begin(), collected_.end(), s.oid) == collected_.end()) collected_.push_back(s.oid);
     return S_OK;
 }
@@ -130,7 +130,7 @@ HRESULT Folder::AddItemToInfraredFolder(int olItem, IDispatch* item) {
 // The collection is kept when the file cannot be written, so the same folder can try again.
 HRESULT Folder::SendToInfrared() {
     if (kind_ != olFolderInfrared) return E_NOTIMPL;
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     if (collected_.empty()) return S_FALSE;  // nothing to send: no empty file either
     auto store = origin_.session().GetStore();
     if (!store) return kNotLoggedOn;

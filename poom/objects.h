@@ -73,6 +73,8 @@ public:
         return E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
+    // Whether the one reference left is the caller's own.
+    bool HeldOnlyOnce() const { return refs_.load(std::memory_order_acquire) == 1; }
     ULONG STDMETHODCALLTYPE Release() override {
         ULONG n = --refs_;
         if (n == 0) delete this;
@@ -131,6 +133,10 @@ public:
     Appointment(const Origin& origin, ItemSnapshot s) : origin_(origin), item_(std::move(s)), saved_(item_.f) {}
     // A new item, not in the store until saved.
     explicit Appointment(const Origin& origin);
+    // The next item of a walk in an appointment its caller has let go (the
+    // walk held the only reference left): as if made anew for it, without
+    // a new object's taking and letting go of the logon.
+    void Reuse(FoundItem&& found);
 
     // A walk makes and lets go of an appointment per item: each thread keeps
     // a few let-go blocks for the next ones rather than asking the heap.
@@ -218,7 +224,7 @@ private:
     HRESULT Number(long Fields::*m, long* p);
     HRESULT SetNumber(long Fields::*m, long v);
 
-    std::mutex mu_;
+    ObjectLock mu_;
     Origin origin_;
     ItemSnapshot item_;
     Fields saved_;  // as last read from or written to the store

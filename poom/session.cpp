@@ -138,7 +138,7 @@ std::wstring StorePath() {
 Session::~Session() { Logoff(); }
 
 HRESULT Session::Logon(HWND hwnd) {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     if (store_) {
         hwnd_ = hwnd;
         return S_OK;
@@ -187,7 +187,7 @@ HRESULT Session::Logon(HWND hwnd) {
 void Session::Logoff() {
     HANDLE thread = nullptr, stop = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         thread = thread_;
         stop = stop_;
         thread_ = stop_ = nullptr;
@@ -198,21 +198,21 @@ void Session::Logoff() {
         CloseHandle(thread);
     }
     if (stop) CloseHandle(stop);
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     store_.reset();
     hwnd_ = nullptr;
     ++generation_;
 }
 
 std::shared_ptr<Store> Session::GetStore() const {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::lock_guard<ObjectLock> lock(mu_);
     return store_;
 }
 
 void Session::NoteOwnChange(std::uint32_t oid) {
     std::shared_ptr<Store> store;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         lastSignature_ = Signature();
         ++generation_;
         store = store_;
@@ -277,19 +277,19 @@ DWORD WINAPI Session::WatchThread(void* self) {
 void Session::Watch() {
     HANDLE stop = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         stop = stop_;
     }
     bool large = false;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         large = StoreBytes() >= kLargeStoreBytes;
     }
     // A logoff meanwhile ends the wait and the watch.
     if (large && WaitForSingleObject(stop, kLargeStoreCategoryDelayMs) != WAIT_TIMEOUT) return;
     std::shared_ptr<Store> first;
     {
-        std::lock_guard<std::mutex> lock(mu_);
+        std::lock_guard<ObjectLock> lock(mu_);
         first = store_;
     }
     if (first) RebuildDeviceCategories(categories_, *first);
@@ -299,7 +299,7 @@ void Session::Watch() {
         HWND notify = nullptr;
         std::shared_ptr<Store> reloaded;
         {
-            std::lock_guard<std::mutex> lock(mu_);
+            std::lock_guard<ObjectLock> lock(mu_);
             if (!store_) continue;
             std::uint64_t sig = Signature();
             if (sig == lastSignature_) continue;

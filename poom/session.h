@@ -16,6 +16,7 @@
 #include "restrict.h"
 #include "store_model.h"
 #include "categorydb.h"
+#include "lock.h"
 
 namespace poom {
 
@@ -50,7 +51,7 @@ private:
     // The store's bytes (a directory store's counted up to a large store's).
     ULONGLONG StoreBytes() const;
 
-    mutable std::mutex mu_;
+    mutable ObjectLock mu_;
     std::shared_ptr<Store> store_;
     std::wstring path_;
     std::uint64_t lastSignature_ = 0;

@@ -442,11 +442,21 @@ FoundItem FoundItem::Of(ItemSnapshot s) {
 
 ItemSnapshot FoundItem::Snapshot() const {
     ItemSnapshot s;
+    s.texts = texts;
+    Into(s);
+    return s;
+}
+
+void FoundItem::Into(ItemSnapshot& s) const {
     s.oid = oid;
     s.isOccurrence = recurring;
     s.isOverride = isOverride;
     s.originalStart = originalStart;
     s.recurring = recurring;
+    s.f.subject.clear();
+    s.f.location.clear();
+    s.f.categories.clear();
+    s.f.body.clear();
     s.f.start = start;
     s.f.end = end;
     s.f.allDay = allDay;
@@ -454,8 +464,6 @@ ItemSnapshot FoundItem::Snapshot() const {
     s.f.busyStatus = busyStatus;
     s.f.sensitivity = sensitivity;
     s.f.reminderMinutes = reminderMinutes;
-    s.texts = texts;
-    return s;
 }
 
 namespace {

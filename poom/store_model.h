@@ -133,6 +133,8 @@ struct FoundItem {
 
     const std::wstring& Text(std::wstring Fields::*m) const { return texts->Text(m); }
     ItemSnapshot Snapshot() const;
+    // All but the shared texts, into a snapshot that already exists.
+    void Into(ItemSnapshot& s) const;
     // A whole snapshot made small, its texts shared from then on.
     static FoundItem Of(ItemSnapshot s);
 };

@@ -496,3 +496,106 @@ TEST(Items, OccurrencesFromAWalkKeepTheirTexts) {
     for (IAppointment* a : again) subjects.push_back(text(a, &IAppointment::get_Subject));
     EXPECT_EQ(subjects, (std::vector<std::string>{"Run", "Run", "Run", "Long run", "Run"}));
 }
+
+// A walk that lets each item go before asking for the next, as the views'
+// walks do, reads every item as stored, however the item before it was
+// left: changed and never saved, its pattern changed, or kept by the
+// caller and changed on after the walk went on.
+TEST(Items, AWalkThatLetsItemsGoReadsEachAsStored) {
+    const std::string ics =
+        "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nPRODID:-//Lanternfields//tests//EN\r\n"
+        "BEGIN:VEVENT\r\nUID:a@example.com\r\nDTSTAMP:20260101T000000Z\r\n"
+        "DTSTART:20261102T080000\r\nDTEND:20261102T090000\r\nSUMMARY:Alpha\r\nTRANSP:TRANSPARENT\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:b@example.com\r\nDTSTAMP:20260101T000000Z\r\n"
+        "DTSTART:20261103T100000\r\nDTEND:20261103T113000\r\nSUMMARY:Beta\r\nEND:VEVENT\r\n"
+        "BEGIN:VEVENT\r\nUID:c@example.com\r\nDTSTAMP:20260101T000000Z\r\n"
+        "DTSTART:20261104T120000\r\nDTEND:20261104T123000\r\nRRULE:FREQ=DAILY;COUNT=3\r\n"
+        "SUMMARY:Gamma\r\nCATEGORIES:Business\r\nEND:VEVENT\r\n"
+        "END:VCALENDAR\r\n";
+    TempStore store(ics);
+    Server server;
+    ASSERT_EQ(server.logon, S_OK);
+    struct Seen {
+        std::string subject, categories;
+        DATE start = 0;
+        long busy = -1;
+        VARIANT_BOOL recurring = VARIANT_FALSE;
+    };
+    auto read = [](IAppointment* a) {
+        Seen s;
+        BSTR b = nullptr;
+        a->get_Subject(&b);
+        s.subject = Narrow(b ? b : L"");
+        SysFreeString(b);
+        b = nullptr;
+        a->get_Categories(&b);
+        s.categories = Narrow(b ? b : L"");
+        SysFreeString(b);
+        a->get_Start(&s.start);
+        a->get_BusyStatus(&s.busy);
+        a->get_IsRecurring(&s.recurring);
+        return s;
+    };
+    wchar_t restriction[200];
+    wsprintfW(restriction, L"[End] >= %s AND [Start] <= %s", ShortDate(2026, 11, 1).c_str(),
+              ShortDate(2026, 11, 30).c_str());
+    ComPtr<IPOutlookItemCollection> items;
+    ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
+    items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
+    items->put_IncludeRecurrences(VARIANT_TRUE);
+    std::vector<Seen> seen;
+    ComPtr<IAppointment> kept;
+    IDispatch* found = nullptr;
+    HRESULT hr = items->Find(Bstr(restriction), &found);
+    while (SUCCEEDED(hr) && found) {
+        ComPtr<IAppointment> item;
+        AsAppointment(found, item);
+        found->Release();
+        seen.push_back(read(item.get()));
+        switch (seen.size()) {
+        case 1:  // changed, never saved
+            item->put_Subject(Bstr(L"Unsaved"));
+            item->put_BusyStatus(3);
+            break;
+        case 2:  // kept past the walk
+            kept.Reset(item.get());
+            kept->AddRef();
+            break;
+        case 3: {  // its series' pattern changed, never saved
+            ComPtr<IRecurrencePattern> pattern;
+            if (SUCCEEDED(item->GetRecurrencePattern(&pattern)) && pattern) pattern->put_Occurrences(9);
+            break;
+        }
+        }
+        item.Reset();
+        found = nullptr;
+        hr = items->FindNext(&found);
+    }
+    ASSERT_EQ(seen.size(), 5u);
+    const char* subjects[] = {"Alpha", "Beta", "Gamma", "Gamma", "Gamma"};
+    const long busy[] = {0, 2, 2, 2, 2};
+    for (size_t i = 0; i < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].subject, subjects[i]) << i;
+        EXPECT_EQ(seen[i].busy, busy[i]) << i;
+        EXPECT_EQ(seen[i].recurring != VARIANT_FALSE, i >= 2) << i;
+        EXPECT_EQ(seen[i].categories, i >= 2 ? "Business" : "") << i;
+        if (i) {
+            EXPECT_GT(seen[i].start, seen[i - 1].start) << i;
+        }
+    }
+    // The kept item is still the second, and changes on its own.
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(read(kept.get()).subject, "Beta");
+    EXPECT_EQ(read(kept.get()).start, seen[1].start);
+    // Saved changed, it writes its own change and nothing of the items
+    // handed out before it.
+    items.Reset();
+    ASSERT_EQ(kept->put_Subject(Bstr(L"Beta two")), S_OK);
+    ASSERT_EQ(kept->Save(), S_OK);
+    std::string after = ReadBytes(store.path());
+    EXPECT_NE(after.find("SUMMARY:Beta two"), std::string::npos) << after;
+    for (const char* line : {"SUMMARY:Alpha\r\nTRANSP:TRANSPARENT", "SUMMARY:Gamma", "COUNT=3"})
+        EXPECT_NE(after.find(line), std::string::npos) << line << after;
+    for (const char* line : {"Unsaved", "OOF", "COUNT=9"}) EXPECT_EQ(after.find(line), std::string::npos) << line;
+    EXPECT_EQ(after.find("Unsaved"), std::string::npos);
+}
