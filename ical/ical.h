@@ -110,14 +110,23 @@ bool parseRecur(std::string_view s, Recur& out, std::string& error);
 // that never matches or a window past year 9999 ends the iteration.
 class RecurIter {
 public:
+    RecurIter() = default;
     RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t untilCivil);
+    // The current period's times point into the iterator itself.
+    RecurIter(const RecurIter&) = delete;
+    RecurIter& operator=(const RecurIter&) = delete;
+    // Starts over on another rule, as if made anew; the room its lists took
+    // is kept, so an iterator kept for a thread costs no heap blocks per
+    // series a query expands.
+    void reset(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t untilCivil);
     // Jump to the period holding `civil` (only meaningful without COUNT).
     void seek(int64_t civil);
     // Next instance; false when the rule ended, the budget ran out, or the
     // next period starts after `stopAfter`.
     bool next(int64_t& out, int64_t stopAfter = INT64_MAX);
     bool cut() const { return cut_; }
-    int64_t budget = 4000000;
+    static constexpr int64_t kBudget = 4000000;
+    int64_t budget = kBudget;
 
 private:
     bool fill();
@@ -125,11 +134,11 @@ private:
     void monthDays(int y, int m);
     int64_t periodStartCivil(int64_t p) const;
     int64_t reachBack() const;
-    const Recur& r_;
-    int64_t dtstart_, until_;
-    bool dateOnly_;
-    int y0_, m0_, d0_, mi0_ = 0, s0_ = 0;
-    int64_t day0_, week0_, t0_, unit_ = 0;
+    const Recur* r_ = nullptr;
+    int64_t dtstart_ = 0, until_ = 0;
+    bool dateOnly_ = false;
+    int y0_ = 0, m0_ = 0, d0_ = 0, mi0_ = 0, s0_ = 0;
+    int64_t day0_ = 0, week0_ = 0, t0_ = 0, unit_ = 0;
     std::vector<int16_t> monthDays_;
     std::vector<ByDay> byDay_;
     std::vector<int8_t> months_;

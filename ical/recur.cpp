@@ -6,6 +6,7 @@
 // holding a window, so a series started decades ago answers a month's query
 // without walking its history.
 #include <algorithm>
+#include <type_traits>
 
 #include "ical.h"
 
@@ -33,21 +34,53 @@ int64_t week1Start(int64_t y, int wkst) { return weekStart(daysFromCivil(y, 1, 4
 }  // namespace
 
 RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t untilCivil)
-    : r_(rule), dtstart_(dtstart), until_(untilCivil), dateOnly_(dateOnly)
 {
+    reset(rule, dtstart, dateOnly, untilCivil);
+}
+
+void RecurIter::reset(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t untilCivil)
+{
+    // Everything as a new iterator has it, the lists emptied but keeping
+    // their room, unless a rule of many times of day made one large.
+    auto empty = [](auto& list) {
+        if (list.capacity() > 4096)
+            std::remove_reference_t<decltype(list)>().swap(list);
+        else
+            list.clear();
+    };
+    budget = kBudget;
+    r_ = &rule;
+    dtstart_ = dtstart;
+    until_ = untilCivil;
+    dateOnly_ = dateOnly;
+    mi0_ = s0_ = 0;
+    unit_ = 0;
+    empty(monthDays_);
+    empty(byDay_);
+    empty(months_);
+    ordByMonth_ = false;
+    empty(times_);
+    empty(days_);
+    empty(ptimes_);
+    tp_ = &times_;
+    empty(sel_);
+    useSel_ = false;
+    idx_ = n_ = 0;
+    period_ = 0;
+    done_ = cut_ = loaded_ = false;
     int64_t day = floorDiv(dtstart, kDay);
     int64_t sod = dtstart - day * kDay;
     civilFromDays(day, y0_, m0_, d0_);
     day0_ = day;
     mi0_ = int(sod / 60 % 60);
     s0_ = int(sod % 60);
-    week0_ = weekStart(day, r_.wkst);
-    if (dateOnly_ && r_.freq < Freq::Daily) {
+    week0_ = weekStart(day, r_->wkst);
+    if (dateOnly_ && r_->freq < Freq::Daily) {
         // Hours, minutes and seconds make no sense for a date: nothing repeats.
         done_ = true;
         return;
     }
-    switch (r_.freq) {
+    switch (r_->freq) {
     case Freq::Hourly: unit_ = 3600; t0_ = dtstart - sod % 3600; break;
     case Freq::Minutely: unit_ = 60; t0_ = dtstart - sod % 60; break;
     case Freq::Secondly: unit_ = 1; t0_ = dtstart; break;
@@ -56,21 +89,21 @@ RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t 
 
     // What DTSTART supplies when the rule leaves a part open (RFC 5545's
     // table of "expand" and "limit" parts).
-    monthDays_ = r_.byMonthDay;
-    byDay_ = r_.byDay;
-    months_ = r_.byMonth;
-    bool dayParts = !r_.byWeekNo.empty() || !r_.byYearDay.empty() || !r_.byMonthDay.empty() ||
-                    !r_.byDay.empty();
-    if (r_.freq == Freq::Yearly && !dayParts) {
+    monthDays_.assign(r_->byMonthDay.begin(), r_->byMonthDay.end());
+    byDay_.assign(r_->byDay.begin(), r_->byDay.end());
+    months_.assign(r_->byMonth.begin(), r_->byMonth.end());
+    bool dayParts = !r_->byWeekNo.empty() || !r_->byYearDay.empty() || !r_->byMonthDay.empty() ||
+                    !r_->byDay.empty();
+    if (r_->freq == Freq::Yearly && !dayParts) {
         if (months_.empty())
             months_.push_back(int8_t(m0_));
         monthDays_.push_back(int16_t(d0_));
-    } else if (r_.freq == Freq::Monthly && !dayParts) {
+    } else if (r_->freq == Freq::Monthly && !dayParts) {
         monthDays_.push_back(int16_t(d0_));
-    } else if (r_.freq == Freq::Weekly && !dayParts) {
+    } else if (r_->freq == Freq::Weekly && !dayParts) {
         byDay_.push_back(ByDay{0, int8_t(weekdayOfDay(day))});
     }
-    ordByMonth_ = r_.freq == Freq::Monthly || (r_.freq == Freq::Yearly && !r_.byMonth.empty());
+    ordByMonth_ = r_->freq == Freq::Monthly || (r_->freq == Freq::Yearly && !r_->byMonth.empty());
     std::sort(months_.begin(), months_.end());
     months_.erase(std::unique(months_.begin(), months_.end()), months_.end());
 
@@ -85,9 +118,9 @@ RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t 
             for (auto p : parts)
                 f(int(p));
         };
-        each(r_.byHour, int(sod / 3600), [&](int h) {
-            each(r_.byMinute, int(sod / 60 % 60), [&](int m) {
-                each(r_.bySecond, int(sod % 60), [&](int sec) { times_.push_back(h * 3600 + m * 60 + sec); });
+        each(r_->byHour, int(sod / 3600), [&](int h) {
+            each(r_->byMinute, int(sod / 60 % 60), [&](int m) {
+                each(r_->bySecond, int(sod % 60), [&](int sec) { times_.push_back(h * 3600 + m * 60 + sec); });
             });
         });
         std::sort(times_.begin(), times_.end());
@@ -97,7 +130,7 @@ RecurIter::RecurIter(const Recur& rule, int64_t dtstart, bool dateOnly, int64_t 
 
 bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
 {
-    if (!r_.byMonth.empty() && !has(r_.byMonth, m))
+    if (!r_->byMonth.empty() && !has(r_->byMonth, m))
         return false;
     // Every part must hold; a day whose weekday BYDAY never names fails
     // whatever the rest says, and that is the cheapest part to test.
@@ -109,25 +142,25 @@ bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
         if (!named)
             return false;
     }
-    if (!r_.byWeekNo.empty()) {
-        int64_t w1 = week1Start(y, r_.wkst);
+    if (!r_->byWeekNo.empty()) {
+        int64_t w1 = week1Start(y, r_->wkst);
         int64_t wy = y;
         if (day < w1) {
             wy = y - 1;
-            w1 = week1Start(wy, r_.wkst);
-        } else if (day >= week1Start(y + 1, r_.wkst)) {
+            w1 = week1Start(wy, r_->wkst);
+        } else if (day >= week1Start(y + 1, r_->wkst)) {
             wy = y + 1;
-            w1 = week1Start(wy, r_.wkst);
+            w1 = week1Start(wy, r_->wkst);
         }
         int64_t wn = (day - w1) / 7 + 1;
-        int64_t nweeks = (week1Start(wy + 1, r_.wkst) - w1) / 7;
-        if (!has(r_.byWeekNo, wn) && !has(r_.byWeekNo, wn - nweeks - 1))
+        int64_t nweeks = (week1Start(wy + 1, r_->wkst) - w1) / 7;
+        if (!has(r_->byWeekNo, wn) && !has(r_->byWeekNo, wn - nweeks - 1))
             return false;
     }
-    if (!r_.byYearDay.empty()) {
+    if (!r_->byYearDay.empty()) {
         int64_t yd = day - daysFromCivil(y, 1, 1) + 1;
         int64_t len = isLeap(y) ? 366 : 365;
-        if (!has(r_.byYearDay, yd) && !has(r_.byYearDay, yd - len - 1))
+        if (!has(r_->byYearDay, yd) && !has(r_->byYearDay, yd - len - 1))
             return false;
     }
     if (!monthDays_.empty()) {
@@ -136,8 +169,8 @@ bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
             return false;
     }
     if (!byDay_.empty()) {
-        bool ordinals = r_.freq == Freq::Monthly ||
-                        (r_.freq == Freq::Yearly && r_.byWeekNo.empty());
+        bool ordinals = r_->freq == Freq::Monthly ||
+                        (r_->freq == Freq::Yearly && r_->byWeekNo.empty());
         bool ok = false;
         for (const ByDay& b : byDay_) {
             if (b.wd != wd)
@@ -168,8 +201,8 @@ bool RecurIter::dayMatches(int64_t day, int y, int m, int d) const
 
 int64_t RecurIter::periodStartCivil(int64_t p) const
 {
-    int64_t step = p * r_.interval;
-    switch (r_.freq) {
+    int64_t step = p * r_->interval;
+    switch (r_->freq) {
     case Freq::Yearly: return daysFromCivil(y0_ + step, 1, 1) * kDay;
     case Freq::Monthly: {
         int64_t mi = int64_t(y0_) * 12 + (m0_ - 1) + step;
@@ -188,7 +221,7 @@ int64_t RecurIter::periodStartCivil(int64_t p) const
 // year allow for that, or an occurrence in those days is lost.
 int64_t RecurIter::reachBack() const
 {
-    return r_.freq == Freq::Yearly && !r_.byWeekNo.empty() ? 7 * kDay : 0;
+    return r_->freq == Freq::Yearly && !r_->byWeekNo.empty() ? 7 * kDay : 0;
 }
 
 void RecurIter::seek(int64_t civil)
@@ -199,17 +232,17 @@ void RecurIter::seek(int64_t civil)
     int y, m, d;
     civilFromDays(day, y, m, d);
     int64_t p = 0;
-    switch (r_.freq) {
+    switch (r_->freq) {
     case Freq::Yearly:
         civilFromDays(day - floorDiv(reachBack(), kDay), y, m, d);
-        p = floorDiv(y - y0_, r_.interval);
+        p = floorDiv(y - y0_, r_->interval);
         break;
     case Freq::Monthly:
-        p = floorDiv((int64_t(y) * 12 + m - 1) - (int64_t(y0_) * 12 + m0_ - 1), r_.interval);
+        p = floorDiv((int64_t(y) * 12 + m - 1) - (int64_t(y0_) * 12 + m0_ - 1), r_->interval);
         break;
-    case Freq::Weekly: p = floorDiv(weekStart(day, r_.wkst) - week0_, 7 * int64_t(r_.interval)); break;
-    case Freq::Daily: p = floorDiv(day - day0_, r_.interval); break;
-    default: p = floorDiv(civil - t0_, unit_ * r_.interval); break;
+    case Freq::Weekly: p = floorDiv(weekStart(day, r_->wkst) - week0_, 7 * int64_t(r_->interval)); break;
+    case Freq::Daily: p = floorDiv(day - day0_, r_->interval); break;
+    default: p = floorDiv(civil - t0_, unit_ * r_->interval); break;
     }
     if (p > period_) {
         period_ = p;
@@ -252,7 +285,7 @@ bool RecurIter::fill()
     days_.clear();
     idx_ = n_ = 0;
     useSel_ = false;
-    int64_t step = period_ * int64_t(r_.interval);
+    int64_t step = period_ * int64_t(r_->interval);
     auto addDay = [&](int64_t day) {
         --budget;
         int y, m, d;
@@ -262,28 +295,28 @@ bool RecurIter::fill()
     };
     const std::vector<int32_t>* times = &times_;
     ptimes_.clear();
-    switch (r_.freq) {
+    switch (r_->freq) {
     case Freq::Yearly: {
         int64_t y = y0_ + step;
         if (y > kMaxYear) {
             done_ = true;
             return false;
         }
-        if (!r_.byYearDay.empty() || !r_.byWeekNo.empty()) {
+        if (!r_->byYearDay.empty() || !r_->byWeekNo.empty()) {
             // Only the named days or weeks can match: build just those.
             int64_t first = daysFromCivil(y, 1, 1), last = daysFromCivil(y, 12, 31);
             std::vector<int64_t> cand;
-            if (!r_.byYearDay.empty()) {
-                for (int16_t yd : r_.byYearDay)
+            if (!r_->byYearDay.empty()) {
+                for (int16_t yd : r_->byYearDay)
                     cand.push_back(yd > 0 ? first + yd - 1 : last + yd + 1);
             } else {
                 // The weeks of the year by its own numbering: week 1 of 2014
                 // begins on Monday 30 December 2013, and the last week of
                 // 2026 ends on Sunday 3 January 2027. Those days belong to
                 // this year's period, whatever the calendar year.
-                int64_t w1 = week1Start(y, r_.wkst);
-                int64_t nweeks = (week1Start(y + 1, r_.wkst) - w1) / 7;
-                for (int16_t wn : r_.byWeekNo) {
+                int64_t w1 = week1Start(y, r_->wkst);
+                int64_t nweeks = (week1Start(y + 1, r_->wkst) - w1) / 7;
+                for (int16_t wn : r_->byWeekNo) {
                     int64_t w = wn > 0 ? wn - 1 : nweeks + wn;
                     if (w < 0 || w >= nweeks)
                         continue;
@@ -316,7 +349,7 @@ bool RecurIter::fill()
             done_ = true;
             return false;
         }
-        if (!r_.byMonth.empty() && !has(r_.byMonth, m)) {
+        if (!r_->byMonth.empty() && !has(r_->byMonth, m)) {
             --budget;
             return false;
         }
@@ -357,15 +390,15 @@ bool RecurIter::fill()
         addDay(day);
         if (days_.empty())
             skipTo = (day + 1) * kDay;
-        else if (!r_.byHour.empty() && !has(r_.byHour, h))
+        else if (!r_->byHour.empty() && !has(r_->byHour, h))
             skipTo = day * kDay + (h + 1) * 3600;
-        else if (r_.freq != Freq::Hourly && !r_.byMinute.empty() && !has(r_.byMinute, mi))
+        else if (r_->freq != Freq::Hourly && !r_->byMinute.empty() && !has(r_->byMinute, mi))
             skipTo = day * kDay + h * 3600 + (mi + 1) * 60;
-        else if (r_.freq == Freq::Secondly && !r_.bySecond.empty() && !has(r_.bySecond, s))
+        else if (r_->freq == Freq::Secondly && !r_->bySecond.empty() && !has(r_->bySecond, s))
             skipTo = t + 1;
         if (skipTo >= 0) {
             days_.clear();
-            int64_t span = unit_ * r_.interval;
+            int64_t span = unit_ * r_->interval;
             int64_t p = floorDiv(skipTo - t0_ + span - 1, span);
             period_ = std::max(p, period_ + 1) - 1;  // the caller adds one
             return false;
@@ -373,10 +406,10 @@ bool RecurIter::fill()
         days_.clear();
         days_.push_back(day);
         // Minutes and seconds the rule leaves open come from DTSTART.
-        if (r_.freq == Freq::Hourly) {
+        if (r_->freq == Freq::Hourly) {
             std::vector<int> ms, ss;
-            for (auto v : r_.byMinute) ms.push_back(v);
-            for (auto v : r_.bySecond) ss.push_back(v);
+            for (auto v : r_->byMinute) ms.push_back(v);
+            for (auto v : r_->bySecond) ss.push_back(v);
             if (ms.empty()) ms.push_back(mi0_);
             if (ss.empty()) ss.push_back(s0_);
             for (int a : ms)
@@ -384,11 +417,11 @@ bool RecurIter::fill()
                     ptimes_.push_back(h * 3600 + a * 60 + b);
             std::sort(ptimes_.begin(), ptimes_.end());
             ptimes_.erase(std::unique(ptimes_.begin(), ptimes_.end()), ptimes_.end());
-        } else if (r_.freq == Freq::Minutely) {
-            if (r_.bySecond.empty()) {
+        } else if (r_->freq == Freq::Minutely) {
+            if (r_->bySecond.empty()) {
                 ptimes_.push_back(h * 3600 + mi * 60 + s0_);
             } else {
-                for (auto v : r_.bySecond)
+                for (auto v : r_->bySecond)
                     ptimes_.push_back(h * 3600 + mi * 60 + v);
                 std::sort(ptimes_.begin(), ptimes_.end());
                 ptimes_.erase(std::unique(ptimes_.begin(), ptimes_.end()), ptimes_.end());
@@ -404,9 +437,9 @@ bool RecurIter::fill()
         return false;
     tp_ = times;
     n_ = days_.size() * tp_->size();
-    if (!r_.bySetPos.empty()) {
+    if (!r_->bySetPos.empty()) {
         sel_.clear();
-        for (int32_t sp : r_.bySetPos) {
+        for (int32_t sp : r_->bySetPos) {
             int64_t i = sp > 0 ? sp - 1 : int64_t(n_) + sp;
             if (i >= 0 && i < int64_t(n_))
                 sel_.push_back(i);

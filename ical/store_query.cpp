@@ -1,7 +1,6 @@
 // Querying the store: where events fall on a zone's wall clock, series
 // expanded into occurrences, date-range queries, and what an event holds.
 #include <algorithm>
-#include <optional>
 
 #include "storeimpl.h"
 
@@ -122,8 +121,11 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
     };
     const int64_t firstDay = floorDiv(from - sr.maxLen - 1, kDay), lastDay = floorDiv(to, kDay);
     std::vector<int64_t> sampledDays;
+    // Kept with `starts`, for the same reason: its lists would cost a few
+    // heap blocks per series.
+    thread_local RecurIter it;
     if (sample && sr.future == kNoEvent && samplable(sr, firstDay, lastDay)) {
-        std::optional<RecurIter> it;
+        bool iterated = false;
         StartSource src;
         src.excluded = excluded;
         src.stop = hi;
@@ -131,8 +133,9 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
             src.counted = &sr.counted;
             cut = sr.countCut && !sr.counted.empty() && sr.counted.back() <= hi;
         } else {
-            it.emplace(sr.rule, e.start.civil, e.start.isDate(), sr.until);
-            src.it = &*it;
+            it.reset(sr.rule, e.start.civil, e.start.isDate(), sr.until);
+            src.it = &it;
+            iterated = true;
         }
         std::vector<int64_t>& days = sampledDays;
         // An instance's length as written (a day's change of offset aside).
@@ -143,7 +146,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
         if (hi >= e.start.civil)
             sampleStarts(src, [&](int64_t t) { return inSeriesClockAt(e.start, target, t); }, *sample, length,
                          firstDay, lastDay, lo, hi, starts, days);
-        cut = cut || (it && it->cut());
+        cut = cut || (iterated && it.cut());
         if (rep)
             rep->thinnedDays.insert(rep->thinnedDays.end(), days.begin(), days.end());
     } else if (sr.hasRule) {
@@ -153,7 +156,7 @@ void StoreImpl::expand(EventId id, const Zone& target, int64_t from, int64_t to,
             starts.insert(starts.end(), a, b);
             cut = sr.countCut && b == sr.counted.end();
         } else if (hi >= e.start.civil) {
-            RecurIter it(sr.rule, e.start.civil, e.start.isDate(), sr.until);
+            it.reset(sr.rule, e.start.civil, e.start.isDate(), sr.until);
             it.seek(lo);
             int64_t t;
             while (it.next(t, hi)) {

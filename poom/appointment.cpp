@@ -21,10 +21,11 @@ Appointment::Appointment(const Origin& origin) : origin_(origin) {
 }
 
 void Appointment::Reuse(FoundItem&& found) {
-    std::lock_guard<ObjectLock> lock(mu_);
+    // No lock: no one else holds the appointment, and the reference its
+    // last holder let go made that holder's changes ours to see.
     found.Into(item_);
     item_.texts = std::move(found.texts);
-    saved_ = item_.f;
+    found.Into(saved_);
     hasPending_ = false;
     pending_ = Pattern();
     hasRead_ = false;

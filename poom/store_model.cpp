@@ -453,17 +453,21 @@ void FoundItem::Into(ItemSnapshot& s) const {
     s.isOverride = isOverride;
     s.originalStart = originalStart;
     s.recurring = recurring;
-    s.f.subject.clear();
-    s.f.location.clear();
-    s.f.categories.clear();
-    s.f.body.clear();
-    s.f.start = start;
-    s.f.end = end;
-    s.f.allDay = allDay;
-    s.f.reminderSet = reminderSet;
-    s.f.busyStatus = busyStatus;
-    s.f.sensitivity = sensitivity;
-    s.f.reminderMinutes = reminderMinutes;
+    Into(s.f);
+}
+
+void FoundItem::Into(Fields& f) const {
+    f.subject.clear();
+    f.location.clear();
+    f.categories.clear();
+    f.body.clear();
+    f.start = start;
+    f.end = end;
+    f.allDay = allDay;
+    f.reminderSet = reminderSet;
+    f.busyStatus = busyStatus;
+    f.sensitivity = sensitivity;
+    f.reminderMinutes = reminderMinutes;
 }
 
 namespace {

@@ -133,8 +133,10 @@ struct FoundItem {
 
     const std::wstring& Text(std::wstring Fields::*m) const { return texts->Text(m); }
     ItemSnapshot Snapshot() const;
-    // All but the shared texts, into a snapshot that already exists.
+    // All but the shared texts, into a snapshot or fields that already
+    // exist (their texts emptied).
     void Into(ItemSnapshot& s) const;
+    void Into(Fields& f) const;
     // A whole snapshot made small, its texts shared from then on.
     static FoundItem Of(ItemSnapshot s);
 };

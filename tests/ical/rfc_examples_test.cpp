@@ -196,6 +196,32 @@ TEST(RfcExamples, EveryRuleGivesTheListedInstances)
     };
     for (const Example& ex : examples)
         EXPECT_EQ(words(ex.expected), expand(ex)) << ex.name;
+
+    // A query's expansion keeps one iterator per thread and starts it over
+    // on each series: started over on every rule in turn, forwards with
+    // times and backwards on dates, it gives what a new iterator does.
+    auto instances = [](RecurIter& it) {
+        std::vector<int64_t> out;
+        int64_t t;
+        while (out.size() < 400 && it.next(t))
+            out.push_back(t);
+        return out;
+    };
+    RecurIter kept;
+    const size_t n = sizeof examples / sizeof examples[0];
+    for (int pass = 0; pass < 2; ++pass)
+        for (size_t k = 0; k < n; ++k) {
+            const Example& ex = examples[pass ? n - 1 - k : k];
+            Recur r;
+            std::string error;
+            ASSERT_TRUE(parseRecur(ex.rule, r, error)) << ex.name;
+            const bool dates = pass == 1;
+            int64_t start = dates ? at(ex.dtstart) / kDay * kDay : at(ex.dtstart);
+            int64_t until = r.hasUntil ? r.until : INT64_MAX;
+            RecurIter fresh(r, start, dates, until);
+            kept.reset(r, start, dates, until);
+            EXPECT_EQ(instances(fresh), instances(kept)) << ex.name << (dates ? " on dates" : "");
+        }
 }
 
 TEST(RfcExamples, InstancesKeepTheirWallClockAcrossDaylightChanges)
