@@ -422,23 +422,12 @@ TEST(Items, OccurrencesFromAWalkKeepTheirTexts) {
     // The walk's appointments live in `held` (which never moves them) until the test ends.
     std::list<ComPtr<IAppointment>> held;
     auto walk = [&](std::vector<IAppointment*>& out) {
-        wchar_t restriction[200];
-        wsprintfW(restriction, L"[End] >= %s AND [Start] <= %s", ShortDate(2026, 11, 1).c_str(),
-                  ShortDate(2026, 11, 30).c_str());
-        ComPtr<IPOutlookItemCollection> items;
-        ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
-        items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
-        items->put_IncludeRecurrences(VARIANT_TRUE);
-        IDispatch* item = nullptr;
-        HRESULT hr = items->Find(Bstr(restriction), &item);
-        while (SUCCEEDED(hr) && item) {
-            held.emplace_back();
-            AsAppointment(item, held.back());
-            item->Release();
-            out.push_back(held.back().get());
-            item = nullptr;
-            hr = items->FindNext(&item);
-        }
+        WalkLikeTheProgram(server.calendar.get(), monthstore::kTemplates[0], {2026, 11, 1}, {2026, 11, 30},
+                           [&](IAppointment* a) {
+                               held.emplace_back(a);
+                               a->AddRef();
+                               out.push_back(a);
+                           });
     };
     auto text = [](IAppointment* a, HRESULT (STDMETHODCALLTYPE IAppointment::*get)(BSTR*)) {
         BSTR b = nullptr;
@@ -536,41 +525,28 @@ TEST(Items, AWalkThatLetsItemsGoReadsEachAsStored) {
         a->get_IsRecurring(&s.recurring);
         return s;
     };
-    wchar_t restriction[200];
-    wsprintfW(restriction, L"[End] >= %s AND [Start] <= %s", ShortDate(2026, 11, 1).c_str(),
-              ShortDate(2026, 11, 30).c_str());
-    ComPtr<IPOutlookItemCollection> items;
-    ASSERT_EQ(server.calendar->get_Items(&items), S_OK);
-    items->Sort(Bstr(L"[Start]"), VARIANT_FALSE);
-    items->put_IncludeRecurrences(VARIANT_TRUE);
     std::vector<Seen> seen;
     ComPtr<IAppointment> kept;
-    IDispatch* found = nullptr;
-    HRESULT hr = items->Find(Bstr(restriction), &found);
-    while (SUCCEEDED(hr) && found) {
-        ComPtr<IAppointment> item;
-        AsAppointment(found, item);
-        found->Release();
-        seen.push_back(read(item.get()));
-        switch (seen.size()) {
-        case 1:  // changed, never saved
-            item->put_Subject(Bstr(L"Unsaved"));
-            item->put_BusyStatus(3);
-            break;
-        case 2:  // kept past the walk
-            kept.Reset(item.get());
-            kept->AddRef();
-            break;
-        case 3: {  // its series' pattern changed, never saved
-            ComPtr<IRecurrencePattern> pattern;
-            if (SUCCEEDED(item->GetRecurrencePattern(&pattern)) && pattern) pattern->put_Occurrences(9);
-            break;
-        }
-        }
-        item.Reset();
-        found = nullptr;
-        hr = items->FindNext(&found);
-    }
+    WalkLikeTheProgram(server.calendar.get(), monthstore::kTemplates[0], {2026, 11, 1}, {2026, 11, 30},
+                       [&](IAppointment* item) {
+                           seen.push_back(read(item));
+                           switch (seen.size()) {
+                           case 1:  // changed, never saved
+                               item->put_Subject(Bstr(L"Unsaved"));
+                               item->put_BusyStatus(3);
+                               break;
+                           case 2:  // kept past the walk
+                               kept.Reset(item);
+                               kept->AddRef();
+                               break;
+                           case 3: {  // its series' pattern changed, never saved
+                               ComPtr<IRecurrencePattern> pattern;
+                               if (SUCCEEDED(item->GetRecurrencePattern(&pattern)) && pattern)
+                                   pattern->put_Occurrences(9);
+                               break;
+                           }
+                           }
+                       });
     ASSERT_EQ(seen.size(), 5u);
     const char* subjects[] = {"Alpha", "Beta", "Gamma", "Gamma", "Gamma"};
     const long busy[] = {0, 2, 2, 2, 2};
@@ -589,7 +565,6 @@ TEST(Items, AWalkThatLetsItemsGoReadsEachAsStored) {
     EXPECT_EQ(read(kept.get()).start, seen[1].start);
     // Saved changed, it writes its own change and nothing of the items
     // handed out before it.
-    items.Reset();
     ASSERT_EQ(kept->put_Subject(Bstr(L"Beta two")), S_OK);
     ASSERT_EQ(kept->Save(), S_OK);
     std::string after = ReadBytes(store.path());

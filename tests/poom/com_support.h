@@ -142,16 +142,18 @@ struct Found {
 
 // A date-range query exactly as the program makes it: the restriction from
 // its template and the locale's short dates, a fresh sorted collection with
-// recurrences, and a Find/FindNext walk.
-inline std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tmpl, monthstore::Day a,
-                                              monthstore::Day b, std::wstring* restrictionOut = nullptr) {
-    std::vector<Found> out;
+// recurrences, and a Find/FindNext walk that hands each appointment to
+// `visit` and lets it go before asking for the next (a visitor that keeps
+// one takes a reference of its own).
+template <class Visit>
+inline void WalkLikeTheProgram(IFolder* folder, const wchar_t* tmpl, monthstore::Day a, monthstore::Day b,
+                               Visit visit, std::wstring* restrictionOut = nullptr) {
     wchar_t restriction[200];
     wsprintfW(restriction, tmpl, ShortDate(a.y, a.m, a.d).c_str(), ShortDate(b.y, b.m, b.d).c_str());
     if (restrictionOut) *restrictionOut = restriction;
     ComPtr<IPOutlookItemCollection> items;
     EXPECT_EQ(folder->get_Items(&items), S_OK);
-    if (!items) return out;
+    if (!items) return;
     EXPECT_EQ(items->Sort(Bstr(L"[Start]"), VARIANT_FALSE), S_OK);
     EXPECT_EQ(items->put_IncludeRecurrences(VARIANT_TRUE), S_OK);
     IDispatch* item = nullptr;
@@ -161,18 +163,30 @@ inline std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tm
         ComPtr<IAppointment> appt;
         AsAppointment(item, appt);
         item->Release();
-        Found f;
-        BSTR subject = nullptr;
-        EXPECT_EQ(appt->get_Subject(&subject), S_OK);
-        f.subject = subject ? subject : L"";
-        SysFreeString(subject);
-        EXPECT_EQ(appt->get_Start(&f.start), S_OK);
-        EXPECT_EQ(appt->get_End(&f.end), S_OK);
-        EXPECT_EQ(appt->get_Oid(&f.oid), S_OK);
-        out.push_back(f);
+        visit(appt.get());
+        appt.Reset();
         item = nullptr;
         hr = items->FindNext(&item);
     }
+}
+
+inline std::vector<Found> QueryLikeTheProgram(IFolder* folder, const wchar_t* tmpl, monthstore::Day a,
+                                              monthstore::Day b, std::wstring* restrictionOut = nullptr) {
+    std::vector<Found> out;
+    WalkLikeTheProgram(
+        folder, tmpl, a, b,
+        [&](IAppointment* appt) {
+            Found f;
+            BSTR subject = nullptr;
+            EXPECT_EQ(appt->get_Subject(&subject), S_OK);
+            f.subject = subject ? subject : L"";
+            SysFreeString(subject);
+            EXPECT_EQ(appt->get_Start(&f.start), S_OK);
+            EXPECT_EQ(appt->get_End(&f.end), S_OK);
+            EXPECT_EQ(appt->get_Oid(&f.oid), S_OK);
+            out.push_back(f);
+        },
+        restrictionOut);
     return out;
 }
 
