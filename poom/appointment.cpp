@@ -26,12 +26,7 @@ void Appointment::Reuse(FoundItem&& found) {
     found.Into(item_);
     item_.texts = std::move(found.texts);
     found.Into(saved_);
-    hasPending_ = false;
-    pending_ = Pattern();
-    hasRead_ = false;
-    read_ = Pattern();
-    clearRecurrence_ = false;
-    deleted_ = false;
+    edits_ = Edits();
 }
 
 // The pattern the appointment has or will have on Save.
@@ -42,10 +37,10 @@ Pattern Appointment::GetPattern() {
 
 void Appointment::SetPattern(const Pattern& p) {
     std::lock_guard<ObjectLock> lock(mu_);
-    pending_ = p;
-    pending_.exact = true;
-    hasPending_ = true;
-    clearRecurrence_ = false;
+    edits_.pending = p;
+    edits_.pending.exact = true;
+    edits_.hasPending = true;
+    edits_.clearRecurrence = false;
 }
 
 namespace {
@@ -114,7 +109,7 @@ std::uint32_t Appointment::Oid() {
 HRESULT STDMETHODCALLTYPE Appointment::get_IsRecurring(VARIANT_BOOL* p) {
     if (!p) return E_POINTER;
     std::lock_guard<ObjectLock> lock(mu_);
-    *p = VBool((item_.recurring || hasPending_) && !clearRecurrence_);
+    *p = VBool((item_.recurring || edits_.hasPending) && !edits_.clearRecurrence);
     return S_OK;
 }
 
@@ -241,8 +236,8 @@ HRESULT STDMETHODCALLTYPE Appointment::get_BodyInk(BSTR* p) {
 HRESULT STDMETHODCALLTYPE Appointment::ClearRecurrencePattern() {
     std::lock_guard<ObjectLock> lock(mu_);
     if (item_.isOccurrence) return E_INVALIDARG;  // only the series can stop recurring
-    hasPending_ = false;
-    clearRecurrence_ = item_.recurring;
+    edits_.hasPending = false;
+    edits_.clearRecurrence = item_.recurring;
     return S_OK;
 }
 
@@ -251,13 +246,13 @@ HRESULT STDMETHODCALLTYPE Appointment::get_Application(IPOutlookApp** pp) {
 }
 
 Pattern Appointment::PatternLocked() {
-    if (hasPending_) return pending_;
+    if (edits_.hasPending) return edits_.pending;
     Pattern p;
-    if (item_.recurring && item_.oid != 0 && !clearRecurrence_) {
+    if (item_.recurring && item_.oid != 0 && !edits_.clearRecurrence) {
         auto store = origin_.session().GetStore();
         if (store && store->GetPattern(item_.oid, p)) {
-            read_ = p;
-            hasRead_ = true;
+            edits_.read = p;
+            edits_.hasRead = true;
             return p;
         }
     }
@@ -309,7 +304,7 @@ HRESULT Appointment::Save() {
     std::uint32_t oid = 0, changed = 0;
     {
         std::lock_guard<ObjectLock> lock(mu_);
-        if (deleted_) return kNotFound;
+        if (edits_.deleted) return kNotFound;
         OwnTextsLocked();
         if (item_.isOccurrence) {
             if (FieldsEqual(item_.f, saved_)) return S_OK;
@@ -333,8 +328,8 @@ HRESULT Appointment::Save() {
             std::string uid = store->UidOf(oid);
             // On a conflict the store keeps the other program's version and
             // ours beside it; the watch tells the logon window to show both.
-            if (!store->SaveItem(oid, item_.f, hasPending_ ? &pending_ : nullptr, clearRecurrence_, error,
-                                 oid ? &saved_ : nullptr, item_.recurring && hasRead_ ? &read_ : nullptr)) {
+            if (!store->SaveItem(oid, item_.f, edits_.hasPending ? &edits_.pending : nullptr, edits_.clearRecurrence, error,
+                                 oid ? &saved_ : nullptr, item_.recurring && edits_.hasRead ? &edits_.read : nullptr)) {
                 HRESULT hr = StoreFailure(*store, uid);
                 // Ours is kept beside the other version now; a caller that
                 // saves again means to write it over that version.
@@ -344,8 +339,8 @@ HRESULT Appointment::Save() {
                 return hr;
             }
             item_.oid = oid;
-            item_.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
-            hasPending_ = clearRecurrence_ = false;
+            item_.recurring = (item_.recurring || edits_.hasPending) && !edits_.clearRecurrence;
+            edits_.hasPending = edits_.clearRecurrence = false;
             saved_ = item_.f;
         }
         changed = item_.oid;
@@ -358,10 +353,10 @@ void Appointment::KeptAloneLocked(std::uint32_t oid) {
     // Its original was deleted by another program; from now on this is the
     // new appointment that keeps what was saved.
     item_.oid = oid;
-    item_.recurring = hasPending_ && !clearRecurrence_ && !item_.isOccurrence;
+    item_.recurring = edits_.hasPending && !edits_.clearRecurrence && !item_.isOccurrence;
     item_.isOccurrence = item_.isOverride = false;
     item_.originalStart = item_.f.start;
-    hasPending_ = clearRecurrence_ = false;
+    edits_.hasPending = edits_.clearRecurrence = false;
     saved_ = item_.f;
 }
 
@@ -371,9 +366,9 @@ HRESULT Appointment::Delete() {
     std::uint32_t changed = 0;
     {
         std::lock_guard<ObjectLock> lock(mu_);
-        if (deleted_) return kNotFound;
+        if (edits_.deleted) return kNotFound;
         if (item_.oid == 0) {
-            deleted_ = true;  // never saved: nothing in the store to remove
+            edits_.deleted = true;  // never saved: nothing in the store to remove
             return S_OK;
         }
         std::string error;
@@ -381,7 +376,7 @@ HRESULT Appointment::Delete() {
         bool ok = item_.isOccurrence ? store->DeleteOccurrence(item_.oid, item_.originalStart, error)
                                      : store->DeleteItem(item_.oid, error);
         if (!ok) return StoreFailure(*store, uid);
-        deleted_ = true;
+        edits_.deleted = true;
         changed = item_.oid;
     }
     origin_.session().NoteOwnChange(changed);
@@ -398,10 +393,10 @@ HRESULT Appointment::Copy(IAppointment** pp) {
     copy->item_.f = item_.f;
     copy->saved_ = item_.f;
     // A series copies with its pattern; one occurrence copies as a one-off.
-    if ((item_.recurring || hasPending_) && !item_.isOccurrence && !clearRecurrence_) {
-        copy->pending_ = PatternLocked();
-        copy->pending_.exact = true;
-        copy->hasPending_ = true;
+    if ((item_.recurring || edits_.hasPending) && !item_.isOccurrence && !edits_.clearRecurrence) {
+        copy->edits_.pending = PatternLocked();
+        copy->edits_.pending.exact = true;
+        copy->edits_.hasPending = true;
     }
     *pp = copy;
     return S_OK;
@@ -414,7 +409,7 @@ Appointment::FormView Appointment::ForForm() {
     v.f = item_.f;
     v.isNew = item_.oid == 0;
     v.isOccurrence = item_.isOccurrence;
-    v.recurring = (item_.recurring || hasPending_) && !clearRecurrence_;
+    v.recurring = (item_.recurring || edits_.hasPending) && !edits_.clearRecurrence;
     v.pattern = PatternLocked();
     return v;
 }
@@ -427,19 +422,19 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
         std::lock_guard<ObjectLock> lock(mu_);
         OwnTextsLocked();
         wasFields = item_.f;
-        wasPending = pending_;
-        wasHasPending = hasPending_;
-        wasClear = clearRecurrence_;
+        wasPending = edits_.pending;
+        wasHasPending = edits_.hasPending;
+        wasClear = edits_.clearRecurrence;
         item_.f = f;
         if (!item_.isOccurrence) {
             if (clearRecurrence) {
-                hasPending_ = false;
-                clearRecurrence_ = item_.recurring;
+                edits_.hasPending = false;
+                edits_.clearRecurrence = item_.recurring;
             } else if (pattern) {
-                pending_ = *pattern;
-                pending_.exact = true;
-                hasPending_ = true;
-                clearRecurrence_ = false;
+                edits_.pending = *pattern;
+                edits_.pending.exact = true;
+                edits_.hasPending = true;
+                edits_.clearRecurrence = false;
             }
         }
     }
@@ -448,9 +443,9 @@ HRESULT Appointment::SaveFromForm(const Fields& f, const Pattern* pattern, bool 
     if (FAILED(hr) && hr != kDeletedMeanwhile) {
         std::lock_guard<ObjectLock> lock(mu_);
         item_.f = wasFields;
-        pending_ = wasPending;
-        hasPending_ = wasHasPending;
-        clearRecurrence_ = wasClear;
+        edits_.pending = wasPending;
+        edits_.hasPending = wasHasPending;
+        edits_.clearRecurrence = wasClear;
     }
     return hr;
 }

@@ -228,14 +228,17 @@ private:
     Origin origin_;
     ItemSnapshot item_;
     Fields saved_;  // as last read from or written to the store
-    bool hasPending_ = false;
-    Pattern pending_;
-    // The series' pattern as last read from the store (the form reads it on
-    // opening): kept, should another program delete the series meanwhile.
-    bool hasRead_ = false;
-    Pattern read_;
-    bool clearRecurrence_ = false;
-    bool deleted_ = false;
+    // What happened to the appointment since it was read, beyond its fields.
+    struct Edits {
+        bool hasPending = false;
+        Pattern pending;
+        // The series' pattern as last read from the store (the form reads it
+        // on opening): kept, should another program delete the series meanwhile.
+        bool hasRead = false;
+        Pattern read;
+        bool clearRecurrence = false;
+        bool deleted = false;
+    } edits_;
 };
 
 // What the objects hand out, with one reference held by the caller; null

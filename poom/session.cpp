@@ -217,7 +217,10 @@ void Session::NoteOwnChange(std::uint32_t oid) {
         ++generation_;
         store = store_;
     }
-    if (store) UpdateDeviceCategories(categories_, *store, oid);
+    if (!store) return;
+    // A save that read the store again first may have met a file to tell of.
+    NoteStoreProblems(*store);
+    UpdateDeviceCategories(categories_, *store, oid);
 }
 
 ULONGLONG Session::StoreBytes() const {

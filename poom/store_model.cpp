@@ -120,6 +120,15 @@ bool Store::Reload(std::string& error) {
     return true;
 }
 
+void Store::CatchUpWithDisk() {
+    // A sync may have written the store since the watch last read it: what
+    // a caller read is compared with the store as it is on disk now. A store
+    // caught half-written keeps what we have, as the watch does.
+    if (!ical_ || !ical_->changedOnDisk()) return;
+    std::string ignored;
+    Reload(ignored);
+}
+
 void Store::NoteProblems(const std::vector<lfical::Problem>& problems) {
     // Every reload meets the same skipped file again: each is told once.
     for (const lfical::Problem& p : problems) {
@@ -766,12 +775,7 @@ bool Store::SaveItem(std::uint32_t& oid, const Fields& f, const Pattern* pattern
         error = "no store open";
         return false;
     }
-    // What the caller read is compared with the store as it is on disk now,
-    // a sync's change since the watch last looked included.
-    if (base && ical_->changedOnDisk()) {
-        std::string ignored;
-        Reload(ignored);
-    }
+    if (base) CatchUpWithDisk();
     lfical::EventId id = lfical::kNoEvent;
     lfical::EventInfo old;
     Fields was;
@@ -926,14 +930,9 @@ bool Store::SaveOccurrence(std::uint32_t oid, LocalSecs originalStart, const Fie
     std::lock_guard<std::recursive_mutex> lock(mu_);
     Forget();
     keptAlone_ = 0;
-    // A sync may have written the series' file since the watch last read
-    // the store. A first change to an occurrence adds an exception to the
-    // file, which a save would merge into the other program's version
-    // unseen: read it now, so what the caller read is compared with it.
-    if (base && ical_ && ical_->changedOnDisk()) {
-        std::string ignored;
-        Reload(ignored);
-    }
+    // A first change to an occurrence adds an exception to the series'
+    // file, which a save would otherwise merge into a sync's version unseen.
+    if (base) CatchUpWithDisk();
     lfical::EventId series = Find(oid);
     if (series == lfical::kNoEvent) {
         if (base) return KeepAlone(f, nullptr, error);

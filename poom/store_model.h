@@ -259,6 +259,8 @@ private:
     bool FindPlainOccurrence(lfical::EventId series, LocalSecs originalStart, lfical::Occurrence& out) const;
     void AssignOids();
     void NoteProblems(const std::vector<lfical::Problem>& problems);
+    // Reads the store again when another program changed it on disk.
+    void CatchUpWithDisk();
     bool Persist(const std::string& uid, std::string& error);
     bool KeepBeside(lfical::EventId id, const lfical::EventInfo& old, const Fields& was, const Fields& f,
                     std::string& error);
