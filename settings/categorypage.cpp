@@ -76,11 +76,9 @@ static INT_PTR CategoryInit(HWND page, UINT, WPARAM, LPARAM)
     for (int i = 0; i < g_app.deviceCategoryCount; i++) {
         CategoryEntry e = {g_app.deviceCategories[i], g_app.mergedCategories[i],
                            g_app.mergedCategories[i], g_app.mergedCategories[i].icon};
-        for (int k = 0; k < g_app.categoryCount; k++)
-            if (lstrcmpW(g_app.categoryProps[k].name, e.name.name) == 0) {
-                e.storedIcon = g_app.categoryProps[k].icon;
-                break;
-            }
+        if (const CategoryProps *stored =
+                StoredCategoryProps(e.name.name, g_app.categoryProps, g_app.categoryCount))
+            e.storedIcon = stored->icon;
         d->entries.push_back(e);
         SendMessageW(list, LB_ADDSTRING, 0, (LPARAM)e.name.name);
     }

@@ -368,6 +368,14 @@ CategoryName *ReadDeviceCategories(int *count, bool quiet)
     return names;
 }
 
+const CategoryProps *StoredCategoryProps(const WCHAR *name, const CategoryProps *props, int count)
+{
+    for (int k = 0; props && k < count; k++)
+        if (lstrcmpW(props[k].name, name) == 0)
+            return &props[k];
+    return nullptr;
+}
+
 CategoryLook *MergeCategoryProps(const CategoryName *names, int nameCount, const CategoryProps *props,
                                  int propCount)
 {
@@ -378,10 +386,7 @@ CategoryLook *MergeCategoryProps(const CategoryName *names, int nameCount, const
         return nullptr;
     int cycle = 0;
     for (int i = 0; i < nameCount; i++) {
-        const CategoryProps *stored = nullptr;
-        for (int k = 0; k < propCount && props && !stored; k++)
-            if (lstrcmpW(props[k].name, names[i].name) == 0)
-                stored = &props[k];
+        const CategoryProps *stored = StoredCategoryProps(names[i].name, props, propCount);
         if (stored) {
             looks[i].color = stored->color & 0x00FFFFFF;
             // An icon of a strip the user has taken away shows as the first one.
@@ -407,27 +412,6 @@ void FreeCategories()
     g_app.deviceCategoryCount = 0;
 }
 
-void ReloadCategories(bool quiet)
-{
-    int count = 0;
-    CategoryProps *props = LoadCategoryProps(&count);
-    if (count >= 0) {
-        FreeCategoryArray(g_app.categoryProps);
-        g_app.categoryProps = props;
-        g_app.categoryCount = count;
-    }
-    int names = 0;
-    CategoryName *device = ReadDeviceCategories(&names, quiet);
-    FreeCategoryArray(g_app.deviceCategories);
-    FreeCategoryArray(g_app.mergedCategories);
-    g_app.deviceCategories = device;
-    g_app.deviceCategoryCount = names;
-    g_app.mergedCategories =
-        MergeCategoryProps(device, names, g_app.categoryProps, g_app.categoryCount);
-    if (!g_app.mergedCategories)
-        g_app.deviceCategoryCount = 0;
-}
-
 // Whether two lists of the device's names are the same, name for name.
 static bool SameNames(const CategoryName *a, int na, const CategoryName *b, int nb)
 {
@@ -440,7 +424,7 @@ static bool SameNames(const CategoryName *a, int na, const CategoryName *b, int 
 }
 
 // What tells one version of the device's list from another without reading its records: the
-// database, its last change and its number of records, as last read by RefreshDeviceCategories.
+// database, its last change and its number of records, as last seen.
 struct DeviceListStamp {
     CEOID list;
     FILETIME modified;
@@ -462,27 +446,57 @@ static DeviceListStamp StampDeviceList()
     return stamp;
 }
 
-void RefreshDeviceCategories()
+// Takes the device list's stamp as seen; whether it differs from the one seen before.
+static bool SeeDeviceList()
 {
-    // A list of a thousand categories takes a tenth of a second to read: it is read only when
-    // it has changed.
     DeviceListStamp stamp = StampDeviceList();
-    if (stamp.list == g_seenList.list && stamp.records == g_seenList.records &&
-        CompareFileTime(&stamp.modified, &g_seenList.modified) == 0)
-        return;
+    bool changed = stamp.list != g_seenList.list || stamp.records != g_seenList.records ||
+                   CompareFileTime(&stamp.modified, &g_seenList.modified) != 0;
     g_seenList = stamp;
-    int names = 0;
-    CategoryName *device = ReadDeviceCategories(&names, true);
-    if (SameNames(device, names, g_app.deviceCategories, g_app.deviceCategoryCount)) {
-        FreeCategoryArray(device);
-        return;
-    }
+    return changed;
+}
+
+// The device's names (owned from here on) and their merge with the stored properties held, in
+// place of the ones before.
+static void UseDeviceCategories(CategoryName *device, int names)
+{
     CategoryLook *merged = MergeCategoryProps(device, names, g_app.categoryProps, g_app.categoryCount);
     FreeCategoryArray(g_app.deviceCategories);
     FreeCategoryArray(g_app.mergedCategories);
     g_app.deviceCategories = device;
     g_app.mergedCategories = merged;
     g_app.deviceCategoryCount = merged ? names : 0;
+}
+
+void ReloadCategories(bool quiet)
+{
+    int count = 0;
+    CategoryProps *props = LoadCategoryProps(&count);
+    if (count >= 0) {
+        FreeCategoryArray(g_app.categoryProps);
+        g_app.categoryProps = props;
+        g_app.categoryCount = count;
+    }
+    // Stamped before it is read, so a change while it is read is read again later.
+    SeeDeviceList();
+    int names = 0;
+    CategoryName *device = ReadDeviceCategories(&names, quiet);
+    UseDeviceCategories(device, names);
+}
+
+void RefreshDeviceCategories()
+{
+    // A list of a thousand categories takes a tenth of a second to read: it is read only when
+    // it has changed.
+    if (!SeeDeviceList())
+        return;
+    int names = 0;
+    CategoryName *device = ReadDeviceCategories(&names, true);
+    if (SameNames(device, names, g_app.deviceCategories, g_app.deviceCategoryCount)) {
+        FreeCategoryArray(device);
+        return;
+    }
+    UseDeviceCategories(device, names);
 }
 
 COLORREF CategoryColorOf(const WCHAR *categories, COLORREF fallback)

@@ -58,6 +58,8 @@ void DeleteCategoryDb();
 // No array and a count of 0 when there are none or they cannot be read; `quiet` leaves the
 // messages out.
 CategoryName *ReadDeviceCategories(int *count, bool quiet = false);
+// The stored properties of the category `name`, if any.
+const CategoryProps *StoredCategoryProps(const WCHAR *name, const CategoryProps *props, int count);
 // For each device name, the first stored category of that name, or the next colour of the
 // default cycle and icon 0. An icon the program does not have reads as icon 0.
 CategoryLook *MergeCategoryProps(const CategoryName *names, int nameCount, const CategoryProps *props,

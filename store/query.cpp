@@ -51,7 +51,6 @@ int QueryAppointments(const SYSTEMTIME &firstDay, const SYSTEMTIME &secondDay, c
     return QueryAppointments(firstDay, secondDay, tmpl, visit, context, thread, nullptr, nullptr);
 }
 
-// Whether the store left out occurrences starting on a day from `first` to `last`.
 void ListDayGrid(DayGrid *grid)
 {
     *grid = {};
@@ -59,6 +58,7 @@ void ListDayGrid(DayGrid *grid)
         grid->marks[grid->count++] = at;
 }
 
+// Whether the store left out occurrences starting on a day from `first` to `last`.
 static int AnyDayThinned(ILanternfieldsDayGrid *grid, const SYSTEMTIME &first, const SYSTEMTIME &last)
 {
     int from = OleDayNumber(first.wMonth, first.wDay, first.wYear);
