@@ -714,6 +714,17 @@ TEST_F(CeDb, TwoProcessesWritingAtOnceLoseNothing) {
     CloseHandle(h);
 }
 
+// What a writer process of these tests opens: the volume its test names, and "categoryprops"
+// there.
+static HANDLE OpenWritersCategories(WCHAR *path, CEGUID *guid) {
+    if (!CeMountDBVol(guid, path, OPEN_EXISTING)) {
+        ADD_FAILURE() << "the volume does not mount: " << GetLastError();
+        return INVALID_HANDLE_VALUE;
+    }
+    CEOID oid = 0;
+    return CeOpenDatabaseEx(guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+}
+
 // The other process of the test above; nothing to do when run on its own.
 TEST(CeDbWriter, WritesItsShare) {
     WCHAR path[MAX_PATH], ready[128];
@@ -721,9 +732,7 @@ TEST(CeDbWriter, WritesItsShare) {
         !GetEnvironmentVariableW(L"LF_CEDB_WRITER_READY", ready, 128))
         GTEST_SKIP() << "run by TwoProcessesWritingAtOnceLoseNothing";
     CEGUID guid;
-    ASSERT_TRUE(CeMountDBVol(&guid, path, OPEN_EXISTING)) << GetLastError();
-    CEOID oid = 0;
-    HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+    HANDLE h = OpenWritersCategories(path, &guid);
     ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
     HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, ready);
     ASSERT_NE(event, nullptr);
@@ -829,9 +838,7 @@ TEST(CeDbWriter, WritesUntilKilled) {
         !GetEnvironmentVariableW(L"LF_CEDB_KILLED_FROM", from, 32))
         GTEST_SKIP() << "run by AWriterKilledMidWriteLeavesAWholeRecord";
     CEGUID guid;
-    ASSERT_TRUE(CeMountDBVol(&guid, path, OPEN_EXISTING)) << GetLastError();
-    CEOID oid = 0;
-    HANDLE h = CeOpenDatabaseEx(&guid, &oid, const_cast<LPWSTR>(L"categoryprops"), kName, CEDB_AUTOINCREMENT, nullptr);
+    HANDLE h = OpenWritersCategories(path, &guid);
     ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
     CeSeekDatabase(h, CEDB_SEEK_BEGINNING, 0, nullptr);
     LPBYTE buf = nullptr;

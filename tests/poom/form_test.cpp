@@ -209,22 +209,6 @@ std::vector<lfical::EventId> EventsTitled(const lfical::Store& s, const std::str
     return out;
 }
 
-// The text of the message box the OK button brings up, which the script then closes; empty
-// when none came.
-std::wstring MessageOnOk(HWND dlg) {
-    std::wstring text;
-    RunScripted([&] {
-        SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
-        return (INT_PTR)0;
-    }, [&](HWND box) {
-        wchar_t buf[400] = L"";
-        GetDlgItemTextW(box, 0xFFFF, buf, 400);
-        text = buf;
-        Key(GetFocus(), VK_RETURN);
-    });
-    return text;
-}
-
 std::wstring ServerText(UINT id) {
     wchar_t buf[400] = L"";
     LoadStringW(GetModuleHandleW(L"lfpoom.dll"), id, buf, 400);

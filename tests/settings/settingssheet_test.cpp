@@ -298,19 +298,27 @@ TEST_F(SettingsSheet, OutOfRangeSettingsShowSafeChoices)
     WriteSettingNumber(L"defaultEndTimeIndex", end);
 }
 
-// The picker opened by a click on `id` takes its fifth swatch, red.
-static void PickRed(HWND page, int id)
+// The picker opened by a click on `id` takes its swatch `k`; `look` sees the picker first.
+static void PickSwatch(HWND page, int id, int k, const std::function<void(HWND)> &look = nullptr)
 {
     RunScripted(
         [&] {
             Click(page, id);
             return (INT_PTR)0;
         },
-        [](HWND picker) {
-            RECT rc = PickerSwatchRect(4);
+        [&](HWND picker) {
+            if (look)
+                look(picker);
+            RECT rc = PickerSwatchRect(k);
             Tap(picker, rc.left + 3, rc.top + 3);
             Click(picker, IDC_PICKEROK);
         });
+}
+
+// The picker opened by a click on `id` takes its fifth swatch, red.
+static void PickRed(HWND page, int id)
+{
+    PickSwatch(page, id, 4);
 }
 
 // The icon chooser opened by a click on `id` takes its last icon.
@@ -358,16 +366,7 @@ TEST_F(SettingsSheet, CancelWritesNothing)
         page = Page(sheet, PAGE_COLOR);
         Choose(page, IDC_COLORROWSTYLE, 2);
         Choose(page, IDC_COLORCELLSTYLE, 1);
-        RunScripted(
-            [&] {
-                Click(page, IDC_COLORTODAY);
-                return (INT_PTR)0;
-            },
-            [](HWND picker) {
-                RECT rc = PickerSwatchRect(4);
-                Tap(picker, rc.left + 3, rc.top + 3);
-                Click(picker, IDC_PICKEROK);
-            });
+        PickRed(page, IDC_COLORTODAY);
         page = Page(sheet, PAGE_CATEGORY);
         ASSERT_EQ(SendDlgItemMessageW(page, IDC_CATEGORYLIST, LB_GETCOUNT, 0, 0), 2);
         SelectRow(page, IDC_CATEGORYLIST, 1);
@@ -406,16 +405,7 @@ TEST_F(SettingsSheet, ColorPageReachesTheMonthView)
         HWND page = Page(sheet, PAGE_COLOR);
         Choose(page, IDC_COLORCELLSTYLE, 1); // weekends
         for (auto pick : {std::make_pair(IDC_COLORMONTH2, 4), std::make_pair(IDC_COLORROW2, 7)})
-            RunScripted(
-                [&] {
-                    Click(page, pick.first);
-                    return (INT_PTR)0;
-                },
-                [&](HWND picker) {
-                    RECT rc = PickerSwatchRect(pick.second);
-                    Tap(picker, rc.left + 3, rc.top + 3);
-                    Click(picker, IDC_PICKEROK);
-                });
+            PickSwatch(page, pick.first, pick.second);
         Picture p = PaintClient(GetDlgItem(page, IDC_COLORMONTH2));
         EXPECT_GT(p.Count(red), p.width * p.height / 2) << "the swatch shows the colour picked";
         Click(sheet, IDOK);
@@ -458,19 +448,11 @@ TEST_F(SettingsSheet, EveryColourSwatchWritesItsSetting)
     Run([&](HWND sheet) {
         HWND page = Page(sheet, PAGE_COLOR);
         for (int k = 0; k < 9; k++)
-            RunScripted(
-                [&] {
-                    Click(page, swatches[k].id);
-                    return (INT_PTR)0;
-                },
-                [&](HWND picker) {
-                    Picture p = PaintClient(picker);
-                    EXPECT_EQ(p.At(kPickerPreview.left + 2, kPickerPreview.top + 2), saved.*swatches[k].field)
-                        << "swatch " << k << " opens on its colour";
-                    RECT rc = PickerSwatchRect(k);
-                    Tap(picker, rc.left + 3, rc.top + 3);
-                    Click(picker, IDC_PICKEROK);
-                });
+            PickSwatch(page, swatches[k].id, k, [&](HWND picker) {
+                Picture p = PaintClient(picker);
+                EXPECT_EQ(p.At(kPickerPreview.left + 2, kPickerPreview.top + 2), saved.*swatches[k].field)
+                    << "swatch " << k << " opens on its colour";
+            });
         Click(sheet, IDOK);
     });
     for (int k = 0; k < 9; k++) {

@@ -133,6 +133,25 @@ INT_PTR RunUnshown(const std::function<INT_PTR()> &show,
     return result;
 }
 
+std::wstring MessageOnOk(HWND dlg, const std::function<void(HWND box)> &look)
+{
+    std::wstring text;
+    RunScripted(
+        [&] {
+            SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
+            return (INT_PTR)0;
+        },
+        [&](HWND box) {
+            wchar_t buf[400] = L"";
+            GetDlgItemTextW(box, 0xFFFF, buf, 400);
+            text = buf;
+            if (look)
+                look(box);
+            Key(GetFocus(), VK_RETURN);
+        });
+    return text;
+}
+
 void Pump(DWORD ms)
 {
     DWORD end = GetTickCount() + ms;

@@ -28,6 +28,10 @@ INT_PTR RunScripted(const std::function<INT_PTR()> &show,
 INT_PTR RunUnshown(const std::function<INT_PTR()> &show,
                    const std::function<void(HWND dlg)> &script);
 
+// Clicks the dialog's OK button and returns the text of the message box it answers with, once
+// `look` (if given) has seen the box, which is then closed with Enter; empty when none came.
+std::wstring MessageOnOk(HWND dlg, const std::function<void(HWND box)> &look = nullptr);
+
 // Pumps this thread's messages for `ms` milliseconds (0: until the queue is empty), through
 // the dialog manager of the dialog being scripted, as its modal loop would.
 void Pump(DWORD ms);

@@ -120,20 +120,12 @@ void InForm(long oid, const std::function<void(HWND)>& script) {
 // The form's OK pressed after a sync changed what it edits: the message box it answers with
 // (its text; written to `shot` when LF_SHOTS asks for pictures) is closed, and the form with it.
 std::wstring SaveAfterSync(HWND dlg, const char* shot) {
-    std::wstring message;
     Pump(1000);  // the server's watch reads the synced files
-    RunScripted([&] {
-        SendMessageW(GetDlgItem(dlg, IDOK), BM_CLICK, 0, 0);
-        return (INT_PTR)0;
-    }, [&](HWND box) {
-        wchar_t text[400] = L"";
-        GetDlgItemTextW(box, 0xFFFF, text, 400);
-        message = text;
+    std::wstring message = MessageOnOk(dlg, [&](HWND box) {
         if (shot && GetEnvironmentVariableW(L"LF_SHOTS", nullptr, 0)) {
             Pump(300);  // the box paints its text first
             SaveScreenShot({dlg, box}, ShotPath(shot));
         }
-        Key(GetFocus(), VK_RETURN);
     });
     // Ended by the form itself, so the script does not close it.
     EXPECT_FALSE(IsWindowVisible(dlg)) << "the form stays open after the sync's change";
